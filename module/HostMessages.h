@@ -1,0 +1,36 @@
+#pragma once
+// Message codes exchanged with the host through the host callback and
+// ReceiveMessage. Grouped by purpose; docs/HOST-PROTOCOL.md gives each code's
+// parameters and records.
+
+namespace HostMsg {
+
+enum Code : unsigned int {
+    // Registration and lookup of host objects
+    RegisterModule = 3000,   // module -> host: coreInterfaceRecord
+    FindInterface = 3001,    // module -> host: coreInterfaceRecord
+    HostReady = 3004,        // host -> module
+    CommandLine = 3007,      // host -> module: argc, argv
+    RegisterTranslation = 3019,  // module -> host: coreTranslate
+    ChangeGlobalParameters = 3115,  // host -> module: coreChangeGlobalParameters*
+
+    // Named events
+    SubscribeEvent = 3110,    // module -> host: coreEventSubscribe
+    UnsubscribeEvents = 3111, // module -> host: coreEventUnsubscribe
+    CreateEvent = 3112,       // module -> host: coreEventCreate
+    RaiseEvent = 3113,        // module -> host: handle, VMEvent*
+
+    // Languages, folders, log and time formatting
+    LanguageCount = 3116,     // module -> host: int*
+    LanguageList = 3117,      // module -> host: coreLanguage[]
+    FolderByType = 3128,      // module -> host: coreFolder
+    GetLogSink = 3205,        // module -> host: LogSink*
+    GetDateFormatters = 3207, // module -> host: coreDateTimeFormatters*
+
+    // Main window services
+    MainWindowId = 3502,      // module -> main window: intptr_t*
+    WorkFolder = 3503,        // module -> main window: char16_t[6144]
+    ProxySettings = 3516,     // module -> main window: mwiProxyState
+};
+
+}  // namespace HostMsg

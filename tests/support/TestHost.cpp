@@ -1,0 +1,183 @@
+#include "support/TestHost.h"
+
+#include <cstring>
+#include <stdexcept>
+
+#include <QDateTime>
+
+#include "module/HostMessages.h"
+#include "module/ModuleApi.h"
+#include "module/RecordText.h"
+
+TestHost* TestHost::current_ = nullptr;
+
+TestHost::TestHost(void* hostParam)
+{
+    current_ = this;
+    ::Initialize(&TestHost::send, &TestHost::post, this, hostParam);
+}
+
+TestHost::~TestHost()
+{
+    if (current_ == this) {
+        ::Initialize(nullptr, nullptr, nullptr, nullptr);
+        current_ = nullptr;
+    }
+}
+
+int TestHost::deliver(unsigned int code, intptr_t param1, intptr_t param2)
+{
+    return ::ReceiveMessage(this, code, param1, param2);
+}
+
+std::vector<RecordedMessage> TestHost::withCode(unsigned int code) const
+{
+    std::vector<RecordedMessage> found;
+    for (const RecordedMessage& message : messages)
+        if (message.code == code)
+            found.push_back(message);
+    return found;
+}
+
+std::vector<unsigned int> TestHost::codes() const
+{
+    std::vector<unsigned int> result;
+    for (const RecordedMessage& message : messages)
+        result.push_back(message.code);
+    return result;
+}
+
+void TestHost::addLanguage(std::vector<coreLanguage>& list, const char* name, bool current)
+{
+    coreLanguage language;
+    std::memset(&language, 0, sizeof language);
+    copyToField(language.name, name);
+    language.current = current ? 1 : 0;
+    list.push_back(language);
+}
+
+QByteArray TestHost::recordBytes(unsigned int code, intptr_t param1)
+{
+    const char* record = reinterpret_cast<const char*>(param1);
+    if (!record)
+        return QByteArray();
+    switch (code) {
+    case HostMsg::RegisterModule:
+    case HostMsg::FindInterface: return QByteArray(record, sizeof(coreInterfaceRecord));
+    case HostMsg::RegisterTranslation: return QByteArray(record, sizeof(coreTranslate));
+    case HostMsg::SubscribeEvent: return QByteArray(record, sizeof(coreEventSubscribe));
+    case HostMsg::UnsubscribeEvents: return QByteArray(record, sizeof(coreEventUnsubscribe));
+    case HostMsg::CreateEvent: return QByteArray(record, sizeof(coreEventCreate));
+    case HostMsg::FolderByType: return QByteArray(record, sizeof(coreFolder));
+    case HostMsg::ProxySettings: return QByteArray(record, sizeof(mwiProxyState));
+    default: return QByteArray();
+    }
+}
+
+int TestHost::send(void* target, unsigned int code, intptr_t param1, intptr_t param2)
+{
+    TestHost* host = current_;
+    if (!host)
+        return -1;
+    host->messages.push_back({target, code, param1, param2, recordBytes(code, param1)});
+    if (host->throwOnCode == code)
+        throw std::runtime_error("test host refuses this code");
+    const int answered = host->answer(target, code, param1, param2);
+    const auto forced = host->resultFor.find(code);
+    return forced != host->resultFor.end() ? forced->second : answered;
+}
+
+int TestHost::post(void* target, unsigned int code, intptr_t param1, intptr_t param2)
+{
+    if (!current_)
+        return -1;
+    current_->posted.push_back({target, code, param1, param2, QByteArray()});
+    return 7;  // a value no code path produces by itself, so forwarding is visible
+}
+
+int TestHost::answer(void*, unsigned int code, intptr_t param1, intptr_t param2)
+{
+    switch (code) {
+    case HostMsg::RegisterModule: {
+        auto* record = reinterpret_cast<coreInterfaceRecord*>(param1);
+        if (replaceRegistration)
+            record->object = replaceRegistration;
+        return 0;
+    }
+    case HostMsg::FindInterface: {
+        auto* record = reinterpret_cast<coreInterfaceRecord*>(param1);
+        if (fieldBytes(record->name) == "MAINWINDOW")
+            *static_cast<void**>(record->object) = mainWindow();
+        return 0;
+    }
+    case HostMsg::CreateEvent:
+        reinterpret_cast<coreEventCreate*>(param1)->handle =
+            reinterpret_cast<void*>(intptr_t(nextEventHandle++));
+        return 0;
+    case HostMsg::LanguageCount:
+        *reinterpret_cast<int32_t*>(param1) = int32_t(languages.size());
+        return 0;
+    case HostMsg::LanguageList:
+        if (!languages.empty())
+            std::memcpy(reinterpret_cast<void*>(param1), languages.data(),
+                        languages.size() * sizeof(coreLanguage));
+        return 0;
+    case HostMsg::FolderByType: {
+        auto* record = reinterpret_cast<coreFolder*>(param1);
+        const auto found = folders.find(record->type);
+        if (found == folders.end())
+            return 1;
+        const QString& path = found->second;
+        const int units = qMin(path.size(), 1023);
+        std::memcpy(record->path, path.utf16(), sizeof(char16_t) * size_t(units));
+        record->path[units] = 0;
+        return 0;
+    }
+    case HostMsg::GetLogSink:
+        if (provideLogSink)
+            *reinterpret_cast<LogSink*>(param1) = &TestHost::logSink;
+        return 0;
+    case HostMsg::GetDateFormatters: {
+        if (!provideFormatters)
+            return 1;
+        auto* slots = reinterpret_cast<coreDateTimeFormatters*>(param1);
+        slots->formatDateTime = &TestHost::formatDateTime;
+        slots->formatTime = &TestHost::formatTime;
+        return 0;
+    }
+    case HostMsg::MainWindowId:
+        *reinterpret_cast<intptr_t*>(param1) = mainWindowId;
+        return 0;
+    case HostMsg::WorkFolder: {
+        auto* buffer = reinterpret_cast<char16_t*>(param1);
+        std::memcpy(buffer, workFolder.utf16(), sizeof(char16_t) * size_t(workFolder.size()));
+        return 0;
+    }
+    case HostMsg::ProxySettings:
+        std::memcpy(reinterpret_cast<void*>(param1), &proxy, sizeof proxy);
+        return 0;
+    default:
+        return extraHandler ? extraHandler(code, param1, param2) : 0;
+    }
+}
+
+int TestHost::logSink(const LogRecord* record)
+{
+    if (!current_)
+        return 1;
+    current_->logLines.push_back({QString::fromUtf16(record->source), record->type,
+                                  record->level, QString::fromUtf16(record->text)});
+    return 0;
+}
+
+int TestHost::formatDateTime(const QDateTime& time, const QString& format, QString* out)
+{
+    *out = QStringLiteral("dt:") + time.toString(format);
+    return 0;
+}
+
+int TestHost::formatTime(long time, const QString& format, bool flag, QString* out)
+{
+    *out = QStringLiteral("t:%1:%2:%3").arg(time).arg(format).arg(flag ? 1 : 0);
+    return 0;
+}
