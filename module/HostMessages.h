@@ -27,6 +27,13 @@ enum Code : unsigned int {
     GetLogSink = 3205,        // module -> host: LogSink*
     GetDateFormatters = 3207, // module -> host: coreDateTimeFormatters*
 
+    // Installed configurations and their module tables (update workflow);
+    // records in update/UpdateRecords.h
+    ConfigurationCount = 3086,  // module -> host: int32_t* (the host writes the count)
+    ConfigurationList = 3087,   // module -> host: coreConfigListRequest (fills coreNameConfig[])
+    ModuleTable = 3088,         // module -> host: coreModuleTableRequest (fills coreModuleEntry[])
+    PathToConfigFile = 3209,    // module -> host: corePathToConfig; 1 = no such configuration
+
     // Main window services
     MainWindowId = 3502,      // module -> main window: intptr_t*
     WorkFolder = 3503,        // module -> main window: char16_t[6144]
