@@ -1,0 +1,270 @@
+// The library as the host sees it at start: the information record,
+// registration with 3007, the text registration that follows it, and the
+// host's own codes handled by the module object.
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <QWidget>
+#include <gtest/gtest.h>
+
+#include "module/DownloadModule.h"
+#include "module/HostMessages.h"
+#include "module/ModuleApi.h"
+#include "module/RecordText.h"
+#include "support/TestHost.h"
+
+namespace {
+
+QByteArray infoBytes()
+{
+    MODULE_INFO info;
+    std::memset(&info, 0xAB, sizeof info);  // anything not written shows up as 0xAB
+    EXPECT_EQ(0, GetModuleInfo(&info));
+    return QByteArray(reinterpret_cast<const char*>(&info), sizeof info);
+}
+
+uint32_t wordAt(const QByteArray& bytes, int offset)
+{
+    uint32_t value;
+    std::memcpy(&value, bytes.constData() + offset, 4);
+    return value;
+}
+
+bool allZero(const QByteArray& bytes, int from, int length)
+{
+    for (int i = from; i < from + length; ++i)
+        if (bytes[i] != 0)
+            return false;
+    return true;
+}
+
+}  // namespace
+
+TEST(ModuleInfo, RecordIsByteExact)
+{
+    const QByteArray info = infoBytes();
+    ASSERT_EQ(2315, info.size());
+    EXPECT_EQ(QByteArray("Velmora.Download module"), QByteArray(info.constData()));
+    EXPECT_TRUE(allZero(info, 23, 255 - 23));
+    EXPECT_EQ(QByteArray("Update module"), QByteArray(info.constData() + 255));
+    EXPECT_TRUE(allZero(info, 255 + 13, 255 - 13));
+    EXPECT_TRUE(allZero(info, 510, 769));
+    // The constructor's numbers 1, 2, 9 are stored in reverse order.
+    EXPECT_EQ(9u, wordAt(info, 1279));
+    EXPECT_EQ(2u, wordAt(info, 1283));
+    EXPECT_EQ(1u, wordAt(info, 1287));
+    EXPECT_EQ(8u, wordAt(info, 1291));
+    EXPECT_EQ(QByteArray("CTransDownload"), QByteArray(info.constData() + 1295));
+    EXPECT_TRUE(allZero(info, 1295 + 14, 20 - 14));
+    EXPECT_EQ(57u, wordAt(info, 1315));
+    EXPECT_TRUE(allZero(info, 1319, 996));
+}
+
+TEST(ModuleInfo, NullTargetCopiesNothing)
+{
+    EXPECT_EQ(0, GetModuleInfo(nullptr));
+}
+
+TEST(ModuleInfo, BaseObjectCutsLongNamesAndKeepsItsDefaults)
+{
+    const std::string longName(300, 'n');
+    CModule module(longName.c_str(), 4, 5, 6, "Test", "AVeryLongContextNameOfMoreThanTwenty");
+    MODULE_INFO info;
+    module.GetModuleInfoWrap(&info);
+    EXPECT_EQ(std::string(254, 'n'), std::string(info.name));
+    EXPECT_EQ(0, info.name[254]);
+    EXPECT_STREQ("Noname module", info.description);
+    EXPECT_EQ(6u, info.numberThird);
+    EXPECT_EQ(4u, info.numberFirst);
+    EXPECT_EQ(20u, info.constant57);  // the base default; only the download module writes 57
+    EXPECT_EQ(QByteArray("AVeryLongContextName"), QByteArray(info.contextName, 20));
+}
+
+TEST(Registration, SendsInterfaceRecordThenAllTextsInOrder)
+{
+    int hostParam = 0;
+    TestHost host(reinterpret_cast<void*>(intptr_t(42)));
+    host.replaceRegistration = &hostParam;
+    char program[] = "terminal";
+    char* argv[] = {program, nullptr};
+    EXPECT_EQ(0, host.deliver(HostMsg::CommandLine, 1, reinterpret_cast<intptr_t>(argv)));
+
+    ASSERT_EQ(52u, host.messages.size());
+    const RecordedMessage& registration = host.messages.front();
+    EXPECT_EQ(HostMsg::RegisterModule, registration.code);
+    EXPECT_EQ(&host, registration.target);
+    coreInterfaceRecord record;
+    std::memcpy(&record, registration.record.constData(), sizeof record);
+    EXPECT_EQ(QByteArray("Download"), fieldBytes(record.name));
+    EXPECT_EQ(QByteArray("VELMORA"), fieldBytes(record.vendor));
+    EXPECT_EQ(QByteArray("vmDownload"), fieldBytes(record.key));
+    EXPECT_EQ(42, record.kind);
+    EXPECT_EQ(static_cast<void*>(GetModule()), record.object);
+    // The module keeps what the host left in the record as its registration.
+    EXPECT_EQ(static_cast<void*>(&hostParam), GetModule()->registration());
+
+    std::vector<std::string> keys;
+    for (size_t i = 1; i < host.messages.size(); ++i) {
+        ASSERT_EQ(HostMsg::RegisterTranslation, host.messages[i].code);
+        coreTranslate text;
+        std::memcpy(&text, host.messages[i].record.constData(), sizeof text);
+        EXPECT_STREQ("CTransDownload", text.context);
+        keys.push_back(text.key);
+        if (keys.back() == "MD0039Message") {
+            EXPECT_EQ(12u, std::strlen(text.text));
+            EXPECT_EQ('\x85', text.text[11]);
+        }
+        if (keys.back() == "MD0049Message") {
+            EXPECT_STREQ("File(s) was not found on download server.\r\nPlease contact to support.",
+                         text.text);
+        }
+    }
+    ASSERT_EQ(51u, keys.size());
+    EXPECT_EQ("C0007Cancel", keys.front());
+    EXPECT_EQ("C0109", keys[15]);
+    EXPECT_EQ("MD0003", keys[16]);
+    EXPECT_EQ("MD0039Message", keys[33]);
+    EXPECT_EQ("MD0053", keys[46]);
+    const std::vector<std::string> menuKeys(keys.end() - 4, keys.end());
+    EXPECT_EQ((std::vector<std::string>{"M0053", "M0054", "M0264", "M0177"}), menuKeys);
+}
+
+struct OfflineCase {
+    const char* name;
+    std::vector<const char*> arguments;  // nullptr entries are passed as null
+    int count;
+    bool offline;
+};
+
+void PrintTo(const OfflineCase& c, std::ostream* out)
+{
+    *out << c.name;
+}
+
+class OfflineSwitch : public ::testing::TestWithParam<OfflineCase> {};
+
+TEST_P(OfflineSwitch, FollowsTheHostsArguments)
+{
+    const OfflineCase& c = GetParam();
+    std::vector<char*> argv;
+    std::vector<std::vector<char>> buffers;
+    buffers.reserve(c.arguments.size());
+    for (const char* argument : c.arguments) {
+        if (!argument) {
+            argv.push_back(nullptr);
+            continue;
+        }
+        buffers.emplace_back(argument, argument + std::strlen(argument) + 1);
+        argv.push_back(buffers.back().data());
+    }
+    TestHost host;
+    CDownloadModule module("Velmora.Download module", 1, 2, 9);
+    module.InitializeWrap(&TestHost::send, &TestHost::post, &host, nullptr);
+    module.ReceiveMessageWrap(&host, HostMsg::CommandLine, c.count,
+                              reinterpret_cast<intptr_t>(argv.data()));
+    EXPECT_EQ(c.offline, module.isOffline());
+    EXPECT_EQ(1u, host.withCode(HostMsg::RegisterModule).size());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    CommandLine, OfflineSwitch,
+    ::testing::Values(
+        OfflineCase{"SecondArgument", {"app", "/offline"}, 2, true},
+        OfflineCase{"OnlyProgramName", {"/OFFLINE"}, 1, false},
+        OfflineCase{"ProgramNameNeverLookedAt", {"/opt/OFFLINE/host", "-x"}, 2, false},
+        OfflineCase{"InsideLongerArgument", {"app", "-x", "x/OffLine=1"}, 3, true},
+        OfflineCase{"NullEntriesSkipped", {"app", nullptr, "/OFFLINE"}, 3, true},
+        OfflineCase{"BeyondCountNotSeen", {"app", "-a", "/OFFLINE"}, 2, false},
+        OfflineCase{"PrefixOnly", {"app", "/OFFLIN"}, 2, false},
+        OfflineCase{"NoArguments", {}, 0, false}),
+    [](const ::testing::TestParamInfo<OfflineCase>& info) { return info.param.name; });
+
+TEST(Registration, WithoutCallbacksNothingIsSentAndNothingBreaks)
+{
+    CDownloadModule module("x", 1, 2, 3);
+    char program[] = "app";
+    char offline[] = "/OFFLINE";
+    char* argv[] = {program, offline};
+    EXPECT_EQ(0, module.ReceiveMessageWrap(nullptr, HostMsg::CommandLine, 2,
+                                           reinterpret_cast<intptr_t>(argv)));
+    EXPECT_TRUE(module.isOffline());
+    EXPECT_EQ(static_cast<void*>(&module), module.registration());
+    EXPECT_EQ(0, module.ReceiveMessageWrap(nullptr, HostMsg::HostReady, 0, 0));
+    EXPECT_EQ(-1, module.PostMessage(nullptr, 1, 2, 3));
+}
+
+TEST(ModuleObject, GlobalParametersAndPost)
+{
+    TestHost host;
+    EXPECT_EQ(1, host.deliver(HostMsg::ChangeGlobalParameters, 0));
+    int anything = 0;
+    EXPECT_EQ(0, host.deliver(HostMsg::ChangeGlobalParameters,
+                              reinterpret_cast<intptr_t>(&anything)));
+    EXPECT_EQ(0, host.deliver(9999, 1, 2));
+
+    CDownloadModule* module = GetModule<CDownloadModule>();
+    ASSERT_NE(nullptr, module);
+    EXPECT_EQ(7, module->PostMessage(&anything, 1234, 5, 6));
+    ASSERT_EQ(1u, host.posted.size());
+    EXPECT_EQ(&anything, host.posted[0].target);
+    EXPECT_EQ(1234u, host.posted[0].code);
+    EXPECT_EQ(5, host.posted[0].param1);
+    EXPECT_EQ(6, host.posted[0].param2);
+    EXPECT_TRUE(host.messages.empty());
+}
+
+TEST(ModuleObject, TypedAccessorChecksTheType)
+{
+    EXPECT_EQ(static_cast<CModule*>(GetModule<CDownloadModule>()), GetModule());
+}
+
+TEST(ModuleObject, ProxyDataIsDecodedAndAskedOfTheMainWindow)
+{
+    TestHost host;
+    pGloabalMainWindow = host.mainWindow();
+    host.proxy.state = 1;
+    host.proxy.port = 3128;
+    std::strcpy(host.proxy.host, "127.0.0.1");
+    std::strcpy(host.proxy.user, "dXNlcg==");              // "user"
+    std::strcpy(host.proxy.password, "cMOkc3M6d29yZA==");  // "päss:word" in UTF-8
+    mwiProxyState state;
+    std::memset(&state, 0x5A, sizeof state);
+    GetModule<CDownloadModule>()->GetProxyData(state);
+
+    ASSERT_EQ(1u, host.withCode(HostMsg::ProxySettings).size());
+    EXPECT_EQ(host.mainWindow(), host.withCode(HostMsg::ProxySettings)[0].target);
+    EXPECT_EQ(1, state.state);
+    EXPECT_EQ(3128, state.port);
+    EXPECT_STREQ("127.0.0.1", state.host);
+    EXPECT_STREQ("user", state.user);
+    EXPECT_STREQ("p\xc3\xa4ss:word", state.password);
+    EXPECT_EQ(0, state.user[254]);  // the rest of the field is cleared, not left over
+    pGloabalMainWindow = nullptr;
+}
+
+TEST(ModuleObject, ProxyCredentialsThatDoNotDecodeAreEmptyAndFullFieldsAreRead)
+{
+    TestHost host;
+    std::strcpy(host.proxy.user, "not base64!");
+    // A password field filled to its last byte, without a terminator: 257
+    // characters of which 256 form whole groups, decoding to 192 bytes.
+    std::memset(host.proxy.password, 'Q', sizeof host.proxy.password);
+    mwiProxyState state;
+    GetModule<CDownloadModule>()->GetProxyData(state);
+    EXPECT_STREQ("", state.user);
+    EXPECT_EQ(192u, std::strlen(state.password));
+}
+
+TEST(ModuleObject, MainWindowIsFoundByTheIdTheHostReports)
+{
+    TestHost host;
+    QWidget window;
+    host.mainWindowId = intptr_t(window.winId());
+    EXPECT_EQ(&window, GetModule<CDownloadModule>()->GetMainWindow());
+    host.mainWindowId = -1;
+    EXPECT_EQ(nullptr, GetModule<CDownloadModule>()->GetMainWindow());
+    host.mainWindowId = intptr_t(window.winId());
+    host.resultFor[HostMsg::MainWindowId] = 1;
+    EXPECT_EQ(nullptr, GetModule<CDownloadModule>()->GetMainWindow());
+}

@@ -1,0 +1,231 @@
+// The framework's services to the rest of the module: host readiness (3004),
+// events, interface lookup, folders and translation look-ups.
+#include <cstring>
+#include <stdexcept>
+#include <string>
+
+#include <QCoreApplication>
+#include <QDateTime>
+#include <gtest/gtest.h>
+
+#include "module/DateTime.h"
+#include "module/DownloadModule.h"
+#include "module/HostFolders.h"
+#include "module/HostMessages.h"
+#include "module/Log.h"
+#include "module/ModuleApi.h"
+#include "module/RecordText.h"
+#include "support/TestHost.h"
+
+namespace {
+
+CDownloadModule* module()
+{
+    return GetModule<CDownloadModule>();
+}
+
+}  // namespace
+
+TEST(HostReady, PicksTheCurrentLanguageAndKeepsAnUnchangedFontManager)
+{
+    TestHost host;
+    TestHost::addLanguage(host.languages, "English", false);
+    TestHost::addLanguage(host.languages, "Russian", true);
+    TestHost::addLanguage(host.languages, "German", true);
+    EXPECT_EQ(0, host.deliver(HostMsg::HostReady));
+    ASSERT_NE(nullptr, module()->getFontManager());
+    EXPECT_EQ(QStringLiteral("Russian"), module()->getFontManager()->language());
+    const CFontManager* first = module()->getFontManager();
+
+    EXPECT_EQ(0, host.deliver(HostMsg::HostReady));
+    EXPECT_EQ(first, module()->getFontManager());
+
+    host.languages.clear();
+    TestHost::addLanguage(host.languages, "Russian", false);
+    EXPECT_EQ(0, host.deliver(HostMsg::HostReady));
+    EXPECT_EQ(QStringLiteral("English"), module()->getFontManager()->language());
+    EXPECT_GT(module()->getFont(font::ecCaption).pointSize(),
+              module()->getFont(font::ecDefault).pointSize());
+}
+
+TEST(HostReady, FallsBackToEnglishWhenTheHostCannotList)
+{
+    TestHost host;
+    TestHost::addLanguage(host.languages, "Russian", true);
+    host.deliver(HostMsg::HostReady);
+    ASSERT_EQ(QStringLiteral("Russian"), module()->getFontManager()->language());
+
+    host.resultFor[HostMsg::LanguageList] = 1;
+    host.deliver(HostMsg::HostReady);
+    EXPECT_EQ(QStringLiteral("English"), module()->getFontManager()->language());
+
+    host.resultFor.clear();
+    host.deliver(HostMsg::HostReady);
+    ASSERT_EQ(QStringLiteral("Russian"), module()->getFontManager()->language());
+    host.languages.clear();  // a count of zero: nothing to list
+    host.deliver(HostMsg::HostReady);
+    EXPECT_EQ(QStringLiteral("English"), module()->getFontManager()->language());
+    // 3117 is asked only when there is something to list.
+    EXPECT_EQ(3u, host.withCode(HostMsg::LanguageList).size());
+}
+
+TEST(HostReady, SendsItsQuestionsInOrderAndReplacesDateFormatterAndSink)
+{
+    TestHost host;
+    host.deliver(HostMsg::HostReady);
+    EXPECT_EQ((std::vector<unsigned int>{HostMsg::LanguageCount, HostMsg::GetDateFormatters,
+                                         HostMsg::GetLogSink}),
+              host.codes());
+    Velmora::DateTime* first = module()->GetDateTime();
+    ASSERT_NE(nullptr, first);
+    const QDateTime when(QDate(2026, 3, 7), QTime(9, 5, 1), Qt::UTC);
+    EXPECT_EQ(QStringLiteral("dt:07.03.2026"), first->toString(when, "dd.MM.yyyy"));
+    EXPECT_EQ(QStringLiteral("t:86400:hh:1"), first->toString(86400L, "hh", true));
+
+    host.provideFormatters = false;
+    host.deliver(HostMsg::HostReady);
+    ASSERT_NE(first, module()->GetDateTime());
+    EXPECT_TRUE(module()->GetDateTime()->toString(when, "dd").isEmpty());
+    EXPECT_TRUE(module()->GetDateTime()->toString(1L, "dd", false).isEmpty());
+
+    // The log now reaches this host's sink, under the module's name.
+    module()->GetLog()->ShowLogInfo(logTypeMessage, logLevel2, QStringLiteral("hello"));
+    ASSERT_EQ(1u, host.logLines.size());
+    EXPECT_EQ(QStringLiteral("CDownloadModule"), host.logLines[0].source);
+    EXPECT_EQ(0, host.logLines[0].type);
+    EXPECT_EQ(2, host.logLines[0].level);
+    EXPECT_EQ(QStringLiteral("hello"), host.logLines[0].text);
+}
+
+TEST(HostReady, AnExceptionIsLoggedWithItsMarkerAndPassedOn)
+{
+    TestHost host;
+    host.deliver(HostMsg::HostReady);  // gives the log a sink
+    host.throwOnCode = HostMsg::GetDateFormatters;
+    EXPECT_THROW(host.deliver(HostMsg::HostReady), std::runtime_error);
+    ASSERT_EQ(1u, host.logLines.size());
+    EXPECT_EQ(1, host.logLines[0].type);
+    EXPECT_EQ(5, host.logLines[0].level);
+    EXPECT_EQ(QStringLiteral("Unknown throw in <CDownloadModule>|../Module.cpp|93"),
+              host.logLines[0].text);
+}
+
+TEST(Events, CreateEmitSubscribe)
+{
+    TestHost host;
+    host.deliver(HostMsg::HostReady);
+    const std::string longName(300, 'e');
+    void* handle = module()->CreateEvent(QString::fromStdString(longName));
+    ASSERT_EQ(1u, host.withCode(HostMsg::CreateEvent).size());
+    coreEventCreate created;
+    std::memcpy(&created, host.withCode(HostMsg::CreateEvent)[0].record.constData(),
+                sizeof created);
+    EXPECT_EQ(QByteArray(255, 'e'), QByteArray(created.name, 255));
+    EXPECT_EQ(reinterpret_cast<void*>(intptr_t(0x100)), handle);
+
+    // A second creation under the same name keeps the first handle for emitting.
+    module()->CreateEvent(QStringLiteral("tick"));
+    module()->CreateEvent(QStringLiteral("tick"));
+    VMEvent ev;
+    std::memset(&ev, 0x11, sizeof ev);
+    EXPECT_EQ(0, module()->EmitEvent(QStringLiteral("tick"), ev));
+    const auto raised = host.withCode(HostMsg::RaiseEvent);
+    ASSERT_EQ(1u, raised.size());
+    EXPECT_EQ(0x101, raised[0].param1);
+    EXPECT_EQ(reinterpret_cast<intptr_t>(&ev), raised[0].param2);
+    EXPECT_EQ(reinterpret_cast<void*>(intptr_t(0x101)), ev.handle);
+    EXPECT_STREQ("tick", ev.name);
+    EXPECT_EQ(0x11111111, ev.word0);  // the caller's words are left alone
+
+    const size_t before = host.messages.size();
+    EXPECT_EQ(1, module()->EmitEvent(QStringLiteral("never"), ev));
+    EXPECT_EQ(before, host.messages.size());
+    ASSERT_EQ(1u, host.logLines.size());
+    EXPECT_EQ(QStringLiteral("Can't emit event with name \"never\""), host.logLines[0].text);
+    EXPECT_EQ(1, host.logLines[0].type);
+    EXPECT_EQ(4, host.logLines[0].level);
+}
+
+TEST(Events, SubscriptionRecordsCarryTheRegistration)
+{
+    TestHost host;
+    char program[] = "app";
+    char* argv[] = {program};
+    host.deliver(HostMsg::CommandLine, 1, reinterpret_cast<intptr_t>(argv));
+    module()->SubscribeEvent(QStringLiteral("quotes"));
+    coreEventSubscribe subscribe;
+    std::memcpy(&subscribe, host.withCode(HostMsg::SubscribeEvent).at(0).record.constData(),
+                sizeof subscribe);
+    EXPECT_STREQ("quotes", subscribe.name);
+    EXPECT_EQ(0u, subscribe.zero);
+    EXPECT_EQ(module()->registration(), subscribe.registration);
+    EXPECT_EQ(static_cast<void*>(static_cast<CModule*>(module())), subscribe.module);
+    EXPECT_EQ(-1, subscribe.minusOne);
+
+    host.resultFor[HostMsg::UnsubscribeEvents] = 3;
+    EXPECT_EQ(3, module()->UnSubscribeEvent());
+    coreEventUnsubscribe unsubscribe;
+    std::memcpy(&unsubscribe, host.withCode(HostMsg::UnsubscribeEvents).at(0).record.constData(),
+                sizeof unsubscribe);
+    EXPECT_EQ(module()->registration(), unsubscribe.registration);
+}
+
+TEST(Lookup, InterfaceFieldsFollowTheArgumentOrder)
+{
+    TestHost host;
+    EXPECT_EQ(nullptr, module()->getInterface("Quotes", "qKey", "ACME"));
+    coreInterfaceRecord query;
+    std::memcpy(&query, host.withCode(HostMsg::FindInterface).at(0).record.constData(),
+                sizeof query);
+    EXPECT_STREQ("Quotes", query.name);
+    EXPECT_STREQ("qKey", query.key);
+    EXPECT_STREQ("ACME", query.vendor);
+    EXPECT_EQ(1, query.kind);
+    EXPECT_EQ(host.mainWindow(), module()->getInterface("MAINWINDOW", "", "VELMORA"));
+}
+
+TEST(Folders, ByTypeFromTheHostOrTheApplicationFolder)
+{
+    TestHost host;
+    host.folders[2] = QStringLiteral("/opt/terminal/config");
+    host.folders[101] = QString(1500, QLatin1Char('d'));  // cut to the record's 1023 units
+    EXPECT_EQ(QStringLiteral("/opt/terminal/config"), GetPathByFolderType(module(), vfConfiguration));
+    EXPECT_EQ(QString(1023, QLatin1Char('d')), GetPathByFolderType(module(), vfDownload));
+    EXPECT_EQ(QCoreApplication::applicationDirPath(), GetPathByFolderType(module(), vfConfigCopy));
+    EXPECT_EQ(QCoreApplication::applicationDirPath(),
+              GetPathByFolderType(nullptr, nullptr, vfConfiguration));
+    coreFolder asked;
+    std::memcpy(&asked, host.withCode(HostMsg::FolderByType).at(0).record.constData(),
+                sizeof asked);
+    EXPECT_EQ(2, asked.type);
+}
+
+TEST(Folders, UserDirAsksTheMainWindow)
+{
+    TestHost host;
+    host.workFolder = QStringLiteral("/home/trader/work");
+    EXPECT_EQ(QStringLiteral("/home/trader/work"), GetUserDir(module()));
+    const auto asked = host.withCode(HostMsg::WorkFolder);
+    ASSERT_EQ(1u, asked.size());
+    EXPECT_EQ(host.mainWindow(), asked[0].target);
+
+    host.resultFor[HostMsg::WorkFolder] = 1;
+    EXPECT_EQ(QString(), GetUserDir(module()));
+    EXPECT_EQ(QString(), GetUserDir(nullptr, nullptr));
+}
+
+TEST(Translation, UnknownKeysComeBackAsTheKey)
+{
+    EXPECT_EQ(QStringLiteral("C0030Propes"), module()->tr("C0030Propes"));
+    EXPECT_EQ(QStringLiteral("MD0003"), module()->tr(QStringLiteral("MD0003")));
+}
+
+TEST(TimeZone, SetTimeTzMakesLocalTimeUtc)
+{
+    CModule::SetTimeTz();
+    const std::time_t noon = 43200;
+    std::tm local{};
+    localtime_r(&noon, &local);
+    EXPECT_EQ(12, local.tm_hour);
+    EXPECT_STREQ("GST0", std::getenv("TZ"));
+}
