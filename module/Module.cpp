@@ -169,9 +169,12 @@ void* CModule::CreateEvent(const QString& name)
     std::memset(&record, 0, sizeof record);
     copyToField(record.name, name.toLatin1());
     sendToHost(host_, HostMsg::CreateEvent, reinterpret_cast<intptr_t>(&record), 0);
+    // Copied out of the packed record: QMap::insert binds a reference, and the
+    // handle is not aligned there.
+    void* const handle = record.handle;
     if (!events_.contains(name))
-        events_.insert(name, record.handle);
-    return record.handle;
+        events_.insert(name, handle);
+    return handle;
 }
 
 int CModule::EmitEvent(const QString& name, VMEvent& ev) const
