@@ -130,6 +130,13 @@ int HostBridge::answerHost(unsigned int code, intptr_t param1, intptr_t param2)
         return logSink(reinterpret_cast<LogSink*>(param1));
     case HostMsg::GetDateFormatters:
         return dateFormatters(reinterpret_cast<coreDateTimeFormatters*>(param1));
+    case HostMsg::MainWindowId:
+    case HostMsg::WorkFolder:
+    case HostMsg::ProxySettings:
+        // Sent to the wrong object: the module skipped its 3001 "MAINWINDOW".
+        printHostError(QStringLiteral("code %1 belongs to the main window, not the host; refused")
+                           .arg(code));
+        return 1;
     default:
         printHostLine(QStringLiteral("unhandled code %1").arg(code));
         return 0;

@@ -1,0 +1,225 @@
+// The host's answers, checked through the real module: the module objects are
+// linked into this test and talk to the reference host's bridge exactly as the
+// loaded library does in module-host, so every assertion is about what the
+// module receives from the host.
+#include <cstring>
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+#include "host/app/HostBridge.h"
+#include "host/app/HostLogPrinter.h"
+#include "host/app/HostProfile.h"
+#include "host/app/HostWindow.h"
+#include "module/DateTime.h"
+#include "module/DownloadModule.h"
+#include "module/HostFolders.h"
+#include "module/HostMessages.h"
+#include "module/Log.h"
+#include "module/ModuleApi.h"
+
+namespace {
+
+class HostBridgeTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(dir.isValid());
+        ASSERT_TRUE(logPrinter.open(dir.filePath("host.log")));
+        startWith(R"({
+            "folders": {"2": "run/config", "101": "run/download"},
+            "workFolder": "run/user",
+            "languages": [{"name": "English"}, {"name": "Deutsch", "current": true}],
+            "proxy": {"state": 3, "host": "proxy.example", "port": 3128,
+                      "user": "anna", "password": "s3cr:t \u00e9"}
+        })");
+    }
+
+    void TearDown() override
+    {
+        pGloabalMainWindow = nullptr;
+        ::Initialize(nullptr, nullptr, nullptr, nullptr);
+    }
+
+    // Loads the profile and starts the module on a fresh bridge, as
+    // module-host does: Initialize, 3007, 3004.
+    void startWith(const char* json)
+    {
+        bridge.reset();
+        ASSERT_TRUE(profile.parse(json, dir.path())) << qPrintable(profile.errorString());
+        bridge.reset(new HostBridge(profile, &window));
+        ::Initialize(&HostBridge::send, &HostBridge::post, bridge->hostObject(),
+                     reinterpret_cast<void*>(intptr_t(1)));
+        char program[] = "host-test";
+        char* argv[] = {program, nullptr};
+        ::ReceiveMessage(::GetModule(), HostMsg::CommandLine, 1, reinterpret_cast<intptr_t>(argv));
+        ::ReceiveMessage(::GetModule(), HostMsg::HostReady, 0, 0);
+    }
+
+    QStringList logLines() const
+    {
+        QFile file(dir.filePath("host.log"));
+        if (!file.open(QIODevice::ReadOnly))
+            return {};
+        return QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    }
+
+    CDownloadModule* module() const { return GetModule<CDownloadModule>(); }
+
+    QTemporaryDir dir;
+    HostLogPrinter logPrinter;
+    HostProfile profile;
+    HostWindow window;
+    std::unique_ptr<HostBridge> bridge;
+};
+
+TEST_F(HostBridgeTest, KeepsTheRegistrationAndAnswersTheRegisteredTexts)
+{
+    ASSERT_TRUE(bridge->registered());
+    const coreInterfaceRecord& record = bridge->registration();
+    EXPECT_STREQ(record.name, "Download");
+    EXPECT_STREQ(record.vendor, "VELMORA");
+    EXPECT_STREQ(record.key, "vmDownload");
+    // Copied out first: gtest binds references, and the record is packed.
+    const int32_t kind = record.kind;
+    void* const object = record.object;
+    EXPECT_EQ(kind, 1);
+    EXPECT_EQ(object, static_cast<void*>(::GetModule()));
+    EXPECT_EQ(bridge->textsRegistered(), 51);
+
+    // The module's look-ups reach the host's translator through Qt.
+    EXPECT_EQ(module()->tr("MD0003"), QStringLiteral("Updates"));
+    EXPECT_EQ(module()->tr("MD0039Message"), QStringLiteral("Downloading\u2026"));
+    EXPECT_EQ(module()->tr("MD0049Message"),
+              QStringLiteral("File(s) was not found on download server.\r\n"
+                             "Please contact to support."));
+    // A key nobody registered falls back to the key itself.
+    EXPECT_EQ(module()->tr("C0030Propes"), QStringLiteral("C0030Propes"));
+}
+
+TEST_F(HostBridgeTest, PrintsOneLinePerLogRecord)
+{
+    const int before = logLines().size();
+    module()->GetLog()->ShowLogInfo(logTypeMessage, logLevel2,
+                                    QStringLiteral("first\r\nsecond %2 \u00e9"));
+    VMEvent event{};
+    EXPECT_EQ(module()->EmitEvent(QStringLiteral("Nowhere"), event), 1);
+
+    EXPECT_EQ(logLines().mid(before),
+              QStringList({QStringLiteral("log: CDownloadModule type=0 level=2 "
+                                          "first\\r\\nsecond %2 \u00e9"),
+                           QStringLiteral("log: CDownloadModule type=1 level=4 "
+                                          "Can't emit event with name \"Nowhere\"")}));
+    EXPECT_EQ(logPrinter.linesWritten(), before + 2);
+}
+
+TEST_F(HostBridgeTest, NamedEventsKeepTheirHandleAndSubscriptions)
+{
+    void* quotes = module()->CreateEvent(QStringLiteral("Quotes"));
+    void* news = module()->CreateEvent(QStringLiteral("News"));
+    EXPECT_NE(quotes, nullptr);
+    EXPECT_NE(news, nullptr);
+    EXPECT_NE(quotes, news);
+    EXPECT_EQ(module()->CreateEvent(QStringLiteral("Quotes")), quotes);
+
+    VMEvent event{};
+    EXPECT_EQ(module()->EmitEvent(QStringLiteral("Quotes"), event), 0);
+    EXPECT_EQ(bridge->events().raisedCount("Quotes"), 1);
+    EXPECT_EQ(bridge->events().raisedCount("News"), 0);
+
+    module()->SubscribeEvent(QStringLiteral("Quotes"));
+    module()->SubscribeEvent(QStringLiteral("News"));
+    ASSERT_EQ(bridge->events().subscriptions().size(), 2u);
+    EXPECT_EQ(bridge->events().subscriptions()[0].name, QByteArray("Quotes"));
+    EXPECT_EQ(bridge->events().subscriptions()[0].module, static_cast<void*>(::GetModule()));
+    EXPECT_EQ(module()->UnSubscribeEvent(), 0);
+    EXPECT_TRUE(bridge->events().subscriptions().empty());
+
+    // A handle the host never gave out is refused.
+    int stranger = 0;
+    EXPECT_EQ(HostBridge::send(bridge->hostObject(), HostMsg::RaiseEvent,
+                               reinterpret_cast<intptr_t>(&stranger),
+                               reinterpret_cast<intptr_t>(&event)),
+              1);
+}
+
+TEST_F(HostBridgeTest, FoldersComeFromTheProfileAndAreCreatedOnDemand)
+{
+    const QString download = QDir(dir.path()).filePath("run/download");
+    ASSERT_TRUE(QDir(download).removeRecursively());
+    EXPECT_EQ(GetPathByFolderType(module(), vfDownload), download);
+    EXPECT_TRUE(QDir(download).exists());
+    EXPECT_EQ(GetPathByFolderType(module(), vfConfiguration),
+              QDir(dir.path()).filePath("run/config"));
+    // A type the profile does not name: the module falls back to its own folder.
+    EXPECT_EQ(GetPathByFolderType(module(), vfConfigCopy), QCoreApplication::applicationDirPath());
+
+    EXPECT_EQ(module()->getFontManager()->language(), QStringLiteral("Deutsch"));
+}
+
+TEST_F(HostBridgeTest, LongPathsAreCutToTheirBuffers)
+{
+    const QString deep = QStringLiteral("/") + QString(7000, QLatin1Char('w'));
+    const QString json = QStringLiteral(R"({"folders": {"101": "%1"}, "workFolder": "%1"})").arg(deep);
+    startWith(json.toUtf8().constData());
+    // 1024 units for a folder and 6144 for the work folder, NUL included.
+    EXPECT_EQ(GetPathByFolderType(module(), vfDownload), deep.left(1023));
+    EXPECT_EQ(GetUserDir(module()), deep.left(6143));
+}
+
+TEST_F(HostBridgeTest, MainWindowServicesAnswerTheWindowFoundByName)
+{
+    void* found = module()->getInterface(QStringLiteral("MAINWINDOW"), QString(),
+                                         QStringLiteral("VELMORA"));
+    EXPECT_EQ(found, static_cast<void*>(&window));
+    EXPECT_EQ(module()->getInterface(QStringLiteral("QUOTES"), QString(),
+                                     QStringLiteral("VELMORA")),
+              nullptr);
+
+    EXPECT_EQ(GetUserDir(module()), QDir(dir.path()).filePath("run/user"));
+
+    pGloabalMainWindow = found;
+    EXPECT_EQ(module()->GetMainWindow(), static_cast<QWidget*>(&window));
+
+    // The host hands the credentials over encoded; the module's decoding must
+    // give back exactly what the profile holds.
+    mwiProxyState proxy;
+    std::memset(&proxy, 0xAB, sizeof proxy);
+    module()->GetProxyData(proxy);
+    EXPECT_EQ(proxy.state, 3);
+    EXPECT_STREQ(proxy.host, "proxy.example");
+    EXPECT_EQ(proxy.port, 3128);
+    EXPECT_STREQ(proxy.user, "anna");
+    EXPECT_EQ(QString::fromLocal8Bit(proxy.password), QStringLiteral("s3cr:t \u00e9"));
+}
+
+TEST_F(HostBridgeTest, MainWindowCodesSentToTheHostAreRefused)
+{
+    mwiProxyState proxy{};
+    EXPECT_EQ(HostBridge::send(bridge->hostObject(), HostMsg::ProxySettings,
+                               reinterpret_cast<intptr_t>(&proxy), 0),
+              1);
+    EXPECT_EQ(proxy.port, 0);
+
+    // Without 3001 the module's main window is null, and so is its target.
+    pGloabalMainWindow = nullptr;
+    module()->GetProxyData(proxy);
+    EXPECT_STREQ(proxy.host, "");
+    EXPECT_EQ(module()->GetMainWindow(), nullptr);
+}
+
+TEST_F(HostBridgeTest, FormatsTimesForTheModule)
+{
+    const Velmora::DateTime* formatter = module()->GetDateTime();
+    ASSERT_NE(formatter, nullptr);
+    EXPECT_EQ(formatter->toString(86400L + 3600L, QStringLiteral("yyyy-MM-dd hh:mm"), false),
+              QStringLiteral("1970-01-02 01:00"));
+    const QDateTime time(QDate(2024, 2, 29), QTime(13, 5, 7));
+    EXPECT_EQ(formatter->toString(time, QStringLiteral("dd.MM.yyyy hh:mm:ss")),
+              QStringLiteral("29.02.2024 13:05:07"));
+}
+
+}  // namespace
