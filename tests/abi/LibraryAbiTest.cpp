@@ -13,6 +13,7 @@
 
 #include "module/HostMessages.h"
 #include "module/ModuleApi.h"
+#include "support/TestHost.h"
 
 namespace {
 
@@ -98,9 +99,9 @@ TEST_F(LoadedLibrary, EntryPointsAnswerAsAHostExpects)
     EXPECT_EQ(0, getModuleInfo(&info));
     EXPECT_STREQ("Velmora.Download module", info.name);
     EXPECT_STREQ("Update module", info.description);
-    EXPECT_EQ(1u, info.numberFirst);
-    EXPECT_EQ(9u, info.numberThird);
-    EXPECT_EQ(57u, info.constant57);
+    EXPECT_EQ(1u, value(info.numberFirst));
+    EXPECT_EQ(9u, value(info.numberThird));
+    EXPECT_EQ(57u, value(info.constant57));
     EXPECT_EQ(0, getModuleInfo(nullptr));
 
     // The library's own module object, not the one this test links.

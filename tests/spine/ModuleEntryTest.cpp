@@ -75,9 +75,9 @@ TEST(ModuleInfo, BaseObjectCutsLongNamesAndKeepsItsDefaults)
     EXPECT_EQ(std::string(254, 'n'), std::string(info.name));
     EXPECT_EQ(0, info.name[254]);
     EXPECT_STREQ("Noname module", info.description);
-    EXPECT_EQ(6u, info.numberThird);
-    EXPECT_EQ(4u, info.numberFirst);
-    EXPECT_EQ(20u, info.constant57);  // the base default; only the download module writes 57
+    EXPECT_EQ(6u, value(info.numberThird));
+    EXPECT_EQ(4u, value(info.numberFirst));
+    EXPECT_EQ(20u, value(info.constant57));  // the base default; only the download module writes 57
     EXPECT_EQ(QByteArray("AVeryLongContextName"), QByteArray(info.contextName, 20));
 }
 
@@ -99,8 +99,8 @@ TEST(Registration, SendsInterfaceRecordThenAllTextsInOrder)
     EXPECT_EQ(QByteArray("Download"), fieldBytes(record.name));
     EXPECT_EQ(QByteArray("VELMORA"), fieldBytes(record.vendor));
     EXPECT_EQ(QByteArray("vmDownload"), fieldBytes(record.key));
-    EXPECT_EQ(42, record.kind);
-    EXPECT_EQ(static_cast<void*>(GetModule()), record.object);
+    EXPECT_EQ(42, value(record.kind));
+    EXPECT_EQ(static_cast<void*>(GetModule()), value(record.object));
     // The module keeps what the host left in the record as its registration.
     EXPECT_EQ(static_cast<void*>(&hostParam), GetModule()->registration());
 
@@ -234,8 +234,8 @@ TEST(ModuleObject, ProxyDataIsDecodedAndAskedOfTheMainWindow)
 
     ASSERT_EQ(1u, host.withCode(HostMsg::ProxySettings).size());
     EXPECT_EQ(host.mainWindow(), host.withCode(HostMsg::ProxySettings)[0].target);
-    EXPECT_EQ(1, state.state);
-    EXPECT_EQ(3128, state.port);
+    EXPECT_EQ(1, value(state.state));
+    EXPECT_EQ(3128, value(state.port));
     EXPECT_STREQ("127.0.0.1", state.host);
     EXPECT_STREQ("user", state.user);
     EXPECT_STREQ("p\xc3\xa4ss:word", state.password);

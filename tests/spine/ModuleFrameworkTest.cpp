@@ -133,9 +133,9 @@ TEST(Events, CreateEmitSubscribe)
     ASSERT_EQ(1u, raised.size());
     EXPECT_EQ(0x101, raised[0].param1);
     EXPECT_EQ(reinterpret_cast<intptr_t>(&ev), raised[0].param2);
-    EXPECT_EQ(reinterpret_cast<void*>(intptr_t(0x101)), ev.handle);
+    EXPECT_EQ(reinterpret_cast<void*>(intptr_t(0x101)), value(ev.handle));
     EXPECT_STREQ("tick", ev.name);
-    EXPECT_EQ(0x11111111, ev.word0);  // the caller's words are left alone
+    EXPECT_EQ(0x11111111, value(ev.word0));  // the caller's words are left alone
 
     const size_t before = host.messages.size();
     EXPECT_EQ(1, module()->EmitEvent(QStringLiteral("never"), ev));
@@ -157,17 +157,17 @@ TEST(Events, SubscriptionRecordsCarryTheRegistration)
     std::memcpy(&subscribe, host.withCode(HostMsg::SubscribeEvent).at(0).record.constData(),
                 sizeof subscribe);
     EXPECT_STREQ("quotes", subscribe.name);
-    EXPECT_EQ(0u, subscribe.zero);
-    EXPECT_EQ(module()->registration(), subscribe.registration);
-    EXPECT_EQ(static_cast<void*>(static_cast<CModule*>(module())), subscribe.module);
-    EXPECT_EQ(-1, subscribe.minusOne);
+    EXPECT_EQ(0u, value(subscribe.zero));
+    EXPECT_EQ(module()->registration(), value(subscribe.registration));
+    EXPECT_EQ(static_cast<void*>(static_cast<CModule*>(module())), value(subscribe.module));
+    EXPECT_EQ(-1, value(subscribe.minusOne));
 
     host.resultFor[HostMsg::UnsubscribeEvents] = 3;
     EXPECT_EQ(3, module()->UnSubscribeEvent());
     coreEventUnsubscribe unsubscribe;
     std::memcpy(&unsubscribe, host.withCode(HostMsg::UnsubscribeEvents).at(0).record.constData(),
                 sizeof unsubscribe);
-    EXPECT_EQ(module()->registration(), unsubscribe.registration);
+    EXPECT_EQ(module()->registration(), value(unsubscribe.registration));
 }
 
 TEST(Lookup, InterfaceFieldsFollowTheArgumentOrder)
@@ -180,7 +180,7 @@ TEST(Lookup, InterfaceFieldsFollowTheArgumentOrder)
     EXPECT_STREQ("Quotes", query.name);
     EXPECT_STREQ("qKey", query.key);
     EXPECT_STREQ("ACME", query.vendor);
-    EXPECT_EQ(1, query.kind);
+    EXPECT_EQ(1, value(query.kind));
     EXPECT_EQ(host.mainWindow(), module()->getInterface("MAINWINDOW", "", "VELMORA"));
 }
 
@@ -197,7 +197,7 @@ TEST(Folders, ByTypeFromTheHostOrTheApplicationFolder)
     coreFolder asked;
     std::memcpy(&asked, host.withCode(HostMsg::FolderByType).at(0).record.constData(),
                 sizeof asked);
-    EXPECT_EQ(2, asked.type);
+    EXPECT_EQ(2, value(asked.type));
 }
 
 TEST(Folders, UserDirAsksTheMainWindow)

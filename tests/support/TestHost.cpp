@@ -124,7 +124,7 @@ int TestHost::answer(void*, unsigned int code, intptr_t param1, intptr_t param2)
         return 0;
     case HostMsg::FolderByType: {
         auto* record = reinterpret_cast<coreFolder*>(param1);
-        const auto found = folders.find(record->type);
+        const auto found = folders.find(int(record->type));
         if (found == folders.end())
             return 1;
         const QString& path = found->second;

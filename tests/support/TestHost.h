@@ -77,3 +77,11 @@ private:
 
     static TestHost* current_;
 };
+
+// A copy of a packed record's field. Test assertions take their arguments by
+// reference, which a packed field cannot bind to without misalignment.
+template <class T>
+T value(T field)
+{
+    return field;
+}
