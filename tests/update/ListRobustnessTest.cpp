@@ -1,0 +1,180 @@
+// Broken and oversized list files: random bytes, NUL bytes, very long lines,
+// very many lines and missing files give the lines before the first bad one
+// and nothing else.
+#include <random>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "UpdateTestSupport.h"
+#include "update/ConfigListParser.h"
+#include "update/InstalledProducts.h"
+#include "update/ModuleListParser.h"
+
+namespace {
+
+// Lines before the first one with fewer than `commas` commas, counted on the
+// raw bytes: what a parser that offers everything must return.
+int leadingWellFormedLines(const QByteArray& bytes, int commas)
+{
+    QList<QByteArray> lines = bytes.split('\n');
+    if (bytes.endsWith('\n'))
+        lines.removeLast();
+    int count = 0;
+    for (const QByteArray& line : lines) {
+        if (line.count(',') < commas)
+            break;
+        ++count;
+    }
+    return count;
+}
+
+QByteArray randomBytes(std::mt19937& random, int size)
+{
+    // Commas and line feeds are made frequent enough that well-formed lines
+    // occur; the first bytes are plain text so that nothing looks like a
+    // byte order mark.
+    std::uniform_int_distribution<int> byte(0, 255);
+    std::uniform_int_distribution<int> pick(0, 9);
+    QByteArray bytes("xx");
+    while (bytes.size() < size) {
+        const int kind = pick(random);
+        bytes += kind < 3 ? ',' : kind == 3 ? '\n' : char(byte(random));
+    }
+    return bytes;
+}
+
+class ListRobustness : public ::testing::Test {
+protected:
+    QTemporaryDir dir;
+    CInstalledProducts noHost{nullptr, nullptr};
+
+    dlListModule modules(const QByteArray& bytes)
+    {
+        dlListModule list;
+        parseFileList(writeListFile(dir, "moduleDesc.txt", bytes), list, QString(), {}, noHost);
+        return list;
+    }
+    dlListModule configs(const QByteArray& bytes)
+    {
+        dlListModule list;
+        parseConfigList(writeListFile(dir, "configDesc.txt", bytes), list, false, noHost);
+        return list;
+    }
+};
+
+void expectTerminatedFields(const dlListModule& list)
+{
+    for (int i = 0; i < list.count; ++i) {
+        const dlModule& m = list.modules[i];
+        for (const char* field : {m.name, m.version, m.versionExtra, m.type, m.serverPath,
+                                  m.descPath, m.localPath, m.auxPath, m.title, m.sizeText})
+            ASSERT_LT(qstrnlen(field, kDlTextSize), kDlTextSize);
+        ASSERT_EQ(m.state, -1);
+    }
+}
+
+}  // namespace
+
+TEST_F(ListRobustness, RandomBytesGiveTheWellFormedLeadingLines)
+{
+    std::mt19937 random(20240611);
+    int nonEmptyModuleLists = 0;
+    for (int round = 0; round < 200; ++round) {
+        const QByteArray bytes = randomBytes(random, 64 + round * 40);
+        const dlListModule moduleList = modules(bytes);
+        const dlListModule configList = configs(bytes);
+        EXPECT_EQ(moduleList.count, leadingWellFormedLines(bytes, 7)) << round;
+        EXPECT_EQ(configList.count, leadingWellFormedLines(bytes, 4)) << round;
+        expectTerminatedFields(moduleList);
+        expectTerminatedFields(configList);
+        nonEmptyModuleLists += moduleList.count > 0;
+    }
+    // The generator must produce well-formed lines for the check to mean anything.
+    EXPECT_GT(nonEmptyModuleLists, 20);
+}
+
+TEST_F(ListRobustness, NulBytesStayInsideTheirLineAndEndTheStoredText)
+{
+    const QByteArray bytes = QByteArray("a.so\0hidden", 11) + ",1.0.0,,0,/d,/f,"
+                             + QByteArray("Ti\0tle", 6) + "," + QByteArray("20\0" "48", 5) + "\n"
+                             + "b.so,1.0.0,,0,/d,/f,Title,5\n" + QByteArray("\0\0\0\n", 4)
+                             + "c.so,1.0.0,,0,/d,/f,Title,5\n";
+    ASSERT_EQ(bytes.count('\0'), 6);
+    const dlListModule list = modules(bytes);
+    EXPECT_EQ(names(list), (std::vector<QByteArray>{"a.so", "b.so"}));
+    EXPECT_EQ(dlText(list.modules[0].title), "Ti");
+    EXPECT_EQ(dlText(list.modules[0].sizeText), "0 kb");
+}
+
+TEST_F(ListRobustness, OneMegabyteLines)
+{
+    const QByteArray huge(1 << 20, 'z');
+    dlListModule list = modules("a.so,1.0.0,,0,/d,/f," + huge + ",5\n" + huge + "\nb.so,1,,0,/d,/f,T,5\n");
+    ASSERT_EQ(names(list), (std::vector<QByteArray>{"a.so"}));
+    EXPECT_EQ(dlText(list.modules[0].title), QByteArray(254, 'z'));
+    EXPECT_EQ(dlText(list.modules[0].sizeText), "5 kb");
+
+    list = configs("Stock,1.0.0,/m,/d," + huge + "\n" + huge + "\n");
+    ASSERT_EQ(names(list), (std::vector<QByteArray>{"Stock"}));
+    EXPECT_EQ(dlText(list.modules[0].title), QByteArray(254, 'z'));
+}
+
+TEST_F(ListRobustness, HundredThousandLinesAgainstAThousandInstalledModules)
+{
+    // Every module is installed at 1.0.0; every hundredth line offers 1.0.1.
+    std::vector<coreModuleEntry> installed;
+    for (int i = 0; i < 1000; ++i)
+        installed.push_back(installedModule(QByteArray("m" + QByteArray::number(i) + ".so"), 1, 0, 0));
+    QByteArray bytes;
+    for (int i = 0; i < 100000; ++i) {
+        bytes += "m" + QByteArray::number(i % 1000) + ".so," + (i % 100 == 99 ? "1.0.1" : "1.0.0")
+                 + ",,0,/d/" + QByteArray::number(i) + ",/f/" + QByteArray::number(i) + ",T,"
+                 + QByteArray::number(i) + "\n";
+    }
+    ModuleListSources sources;
+    sources.autoMode = true;
+    sources.autoModules = installed.data();
+    sources.autoModuleCount = int(installed.size());
+    dlListModule list;
+    parseFileList(writeListFile(dir, "moduleDesc.txt", bytes), list, QString(), sources, noHost);
+    ASSERT_EQ(list.count, 1000);
+    EXPECT_EQ(dlText(list.modules[999].name), "m999.so");
+    EXPECT_EQ(dlText(list.modules[999].serverPath), "/f/99999");
+    EXPECT_EQ(dlText(list.modules[999].sizeText), "97.0 Mb");
+
+    // A bad line near the end still ends the list there.
+    bytes += "bad line\nm5.so,9.0.0,,0,/d,/f,T,1\n";
+    dlListModule cut;
+    parseFileList(writeListFile(dir, "moduleDesc.txt", bytes), cut, QString(), sources, noHost);
+    EXPECT_EQ(cut.count, 1000);
+}
+
+TEST_F(ListRobustness, HundredThousandConfigurationLines)
+{
+    ProductsHost products;
+    products.configs = {installedConfig("Same", 1, 0, 0)};
+    QByteArray bytes;
+    for (int i = 0; i < 100000; ++i)
+        bytes += (i % 100 == 0 ? "New" + QByteArray::number(i) : QByteArray("Same"))
+                 + ",1.0.0,/m,/d,Title, with, commas\n";
+    dlListModule list;
+    parseConfigList(writeListFile(dir, "configDesc.txt", bytes), list, false, CInstalledProducts());
+    ASSERT_EQ(list.count, 1000);
+    EXPECT_EQ(dlText(list.modules[999].name), "New99900");
+}
+
+TEST_F(ListRobustness, MissingOrEmptyFilesGiveNothing)
+{
+    dlListModule list;
+    parseFileList(dir.filePath("none.txt"), list, QString(), {}, noHost);
+    parseConfigList(dir.filePath("none.txt"), list, false, noHost);
+    EXPECT_EQ(list.count, 0);
+    EXPECT_EQ(modules("").count, 0);
+    EXPECT_EQ(configs("").count, 0);
+    EXPECT_EQ(modules("\n\n").count, 0);
+    // A directory cannot be read as a list either.
+    parseFileList(dir.path(), list, QString(), {}, noHost);
+    parseConfigList(dir.path(), list, false, noHost);
+    EXPECT_EQ(list.count, 0);
+}

@@ -1,0 +1,72 @@
+#include "update/InstalledProducts.h"
+
+#include <cstring>
+
+#include "module/DownloadModule.h"
+#include "module/HostMessages.h"
+#include "module/RecordText.h"
+
+namespace {
+
+// The host's answer to 3209 when it knows no configuration of that name.
+constexpr int kUnknownConfiguration = 1;
+
+}  // namespace
+
+CInstalledProducts::CInstalledProducts(HostCallback send, void* host)
+    : send_(send)
+    , host_(host)
+{
+}
+
+CInstalledProducts::CInstalledProducts(const CModule* module)
+    : send_(module ? module->sendCallback() : nullptr)
+    , host_(module ? module->hostPointer() : nullptr)
+{
+}
+
+CInstalledProducts::CInstalledProducts()
+    : CInstalledProducts(GetModule<CDownloadModule>())
+{
+}
+
+int CInstalledProducts::send(unsigned int code, void* record) const
+{
+    return send_(host_, code, reinterpret_cast<intptr_t>(record), 0);
+}
+
+std::vector<coreNameConfig> CInstalledProducts::configurations() const
+{
+    if (!send_)
+        return {};
+    int32_t count = 0;
+    send(HostMsg::ConfigurationCount, &count);
+    if (count <= 0 || count > kMaxConfigurations)
+        return {};
+    std::vector<coreNameConfig> configs(static_cast<std::size_t>(count));
+    std::memset(configs.data(), 0, configs.size() * sizeof(coreNameConfig));
+    coreConfigListRequest request{count, configs.data()};
+    send(HostMsg::ConfigurationList, &request);
+    return configs;
+}
+
+std::vector<coreModuleEntry> CInstalledProducts::moduleTable(const coreNameConfig& config) const
+{
+    if (!send_ || config.moduleCount <= 0 || config.moduleCount > kMaxModuleEntries)
+        return {};
+    std::vector<coreModuleEntry> entries(static_cast<std::size_t>(config.moduleCount));
+    std::memset(entries.data(), 0, entries.size() * sizeof(coreModuleEntry));
+    coreModuleTableRequest request{config.moduleTableId, config.moduleCount, entries.data()};
+    send(HostMsg::ModuleTable, &request);
+    return entries;
+}
+
+QString CInstalledProducts::GetPathToConfigFile(const QString& name) const
+{
+    corePathToConfig request;
+    std::memset(&request, 0, sizeof request);
+    copyToField(request.name, name.toLocal8Bit());
+    if (send_ && send(HostMsg::PathToConfigFile, &request) == kUnknownConfiguration)
+        return QString();
+    return utf16FieldText(request.path, sizeof request.path / sizeof request.path[0]);
+}

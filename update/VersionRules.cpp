@@ -1,0 +1,61 @@
+#include "update/VersionRules.h"
+
+namespace {
+
+constexpr QChar kVersionSeparator = QLatin1Char('.');
+
+// Takes the next part off rest. Without a further dot the whole rest is the
+// part and stays the rest as well.
+int takeVersionPart(QString& rest)
+{
+    const int dot = rest.indexOf(kVersionSeparator);
+    if (dot < 0)
+        return rest.toInt(nullptr, 10);
+    const int part = rest.leftRef(dot).toInt(nullptr, 10);
+    rest = rest.mid(dot + 1);
+    return part;
+}
+
+}  // namespace
+
+VersionParts splitVersion(const QString& version)
+{
+    QString rest = version;
+    VersionParts parts;
+    parts.major = takeVersionPart(rest);
+    parts.minor = takeVersionPart(rest);
+    parts.build = rest.toInt(nullptr, 10);
+    return parts;
+}
+
+int32_t versionNumber(int major, int minor, int build)
+{
+    // Unsigned arithmetic wraps without undefined behaviour; the conversion
+    // back gives the two's complement result a 32-bit int sum would have.
+    const uint32_t number = uint32_t(major) * 10000u + uint32_t(minor) * 100u + uint32_t(build);
+    return int32_t(number);
+}
+
+bool isNewVersionModule(int major, int minor, int build, int /*fourth*/, const QString& version,
+                        const QString& /*versionExtra*/)
+{
+    const VersionParts offered = splitVersion(version);
+    return versionNumber(offered.major, offered.minor, offered.build)
+           > versionNumber(major, minor, build);
+}
+
+bool isGoodConfigForAuto(int major, int minor, int build, coreNameConfig cfg)
+{
+    return versionNumber(major, minor, build) >= versionNumber(cfg.major, cfg.minor, cfg.build);
+}
+
+int getCurrentConfigurationIndex(const coreNameConfig* configs, int count)
+{
+    if (!configs)
+        return -1;
+    for (int i = 0; i < count; ++i) {
+        if (configs[i].current == 1)
+            return i;
+    }
+    return -1;
+}
