@@ -1,0 +1,289 @@
+// The INI reader and writer against files written by hand and files it
+// writes itself.
+#include <string>
+
+#include <QByteArray>
+#include <QFile>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+#include "storage/IniFiles.h"
+
+namespace {
+
+QByteArray dataFile(const char* name)
+{
+    return QByteArray(DM_TEST_DATA_DIR "/") + name;
+}
+
+std::string read(inifiles& ini, const char* section, const char* key, const char* def = "<none>")
+{
+    char value[2048];
+    ini.ReadString(section, key, def, value, sizeof value);
+    return value;
+}
+
+QByteArray fileBytes(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return QByteArray("<missing>");
+    return file.readAll();
+}
+
+class IniWriteTest : public ::testing::Test {
+protected:
+    // A file holding bytes in a fresh temporary folder.
+    QByteArray fileWith(const QByteArray& bytes)
+    {
+        const QString path = dir.filePath("test.ini");
+        QFile file(path);
+        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(bytes);
+        return QFile::encodeName(path);
+    }
+    QByteArray missingFile() const { return QFile::encodeName(dir.filePath("missing.ini")); }
+
+    QTemporaryDir dir;
+};
+
+}  // namespace
+
+TEST(IniRead, FindsValuesInACrLfFileWithItsLastSectionAtTheEnd)
+{
+    inifiles ini(dataFile("ini-last-section-at-end-of-file.ini"), false);
+    EXPECT_EQ(read(ini, "Server", "URL"), "http://example.org/path");
+    EXPECT_EQ(read(ini, "Address", "path"), "value1");
+    EXPECT_EQ(read(ini, "Address", "case"), "Keep Me");  // the value keeps its case
+    EXPECT_EQ(read(ini, "Tail", "Last"), "end");
+    // The section ends at the next header: its keys are not found in others.
+    EXPECT_EQ(read(ini, "Server", "PATH"), "<none>");
+    EXPECT_EQ(read(ini, "Address", "Last"), "<none>");
+    EXPECT_EQ(read(ini, "address", "PATH"), "<none>");  // section names keep their case
+    EXPECT_EQ(read(ini, "Missing", "URL"), "<none>");
+}
+
+TEST(IniRead, ReturnCodesAndTypedReaders)
+{
+    inifiles ini(dataFile("ini-last-section-at-end-of-file.ini"), false);
+    char value[16];
+    EXPECT_EQ(ini.ReadString("Server", "Timeout", "x", value, sizeof value), 0);
+    EXPECT_STREQ(value, "30");
+    EXPECT_EQ(ini.ReadString("Server", "Nothing", "fallback", value, sizeof value), 1);
+    EXPECT_STREQ(value, "fallback");
+    EXPECT_EQ(ini.ReadString("Server", "Nothing", "a default too long", value, 5), 1);
+    EXPECT_STREQ(value, "a de");
+    EXPECT_EQ(ini.ReadString("Server", "URL", "", value, 8), 0);
+    EXPECT_STREQ(value, "http://");
+
+    EXPECT_EQ(ini.ReadInteger("Server", "Timeout", 9), 30);
+    EXPECT_EQ(ini.ReadInteger("Server", "Missing", 9), 9);
+    EXPECT_EQ(ini.ReadInteger("Address", "Number", 9), 12);  // strtol stops at the letters
+    EXPECT_EQ(ini.ReadInteger("Address", "Word", 9), 0);     // not a number: 0, not the default
+    EXPECT_FALSE(ini.ReadBool("Address", "Flag", true));     // 2 is not true
+    EXPECT_TRUE(ini.ReadBool("Address", "On", false));
+    EXPECT_TRUE(ini.ReadBool("Address", "Missing", true));
+    EXPECT_DOUBLE_EQ(ini.ReadFloat("Address", "Rate", 0.0), 2.5);
+    EXPECT_DOUBLE_EQ(ini.ReadFloat("Address", "Missing", 1.25), 1.25);
+    EXPECT_TRUE(ini.paramIsExist("Address", "ON"));
+    EXPECT_FALSE(ini.paramIsExist("Tail", "ON"));
+}
+
+TEST(IniRead, LfOnlyLineEnds)
+{
+    inifiles ini(dataFile("ini-lf-only-line-ends.ini"), false);
+    EXPECT_EQ(read(ini, "Server", "URL"), "http://lf.example");
+    EXPECT_EQ(ini.ReadInteger("Server", "Timeout", 0), 45);
+    EXPECT_EQ(read(ini, "Server", "x"), "<none>");
+    EXPECT_EQ(read(ini, "Other", "x"), "1");
+}
+
+TEST(IniRead, NoFinalLineBreak)
+{
+    inifiles ini(dataFile("ini-no-final-line-break.ini"), false);
+    EXPECT_EQ(read(ini, "Server", "URL"), "http://nobreak.example");
+    EXPECT_EQ(ini.ReadInteger("Server", "Timeout", 0), 12);
+}
+
+TEST(IniRead, SpacesAroundKeysAndValues)
+{
+    inifiles ini(dataFile("ini-spaces-around-equals.ini"), false);
+    EXPECT_EQ(read(ini, "Address", "path"), "value1");
+    EXPECT_EQ(read(ini, "Address", " PATH "), "value1");
+    EXPECT_EQ(read(ini, "Address", "inner key"), "a b c");  // inner spaces stay
+    EXPECT_EQ(read(ini, "Address", "InnerKey"), "<none>");
+    EXPECT_EQ(read(ini, "Address", "Tabbed"), "<none>");    // only spaces are trimmed
+    EXPECT_EQ(read(ini, "Address", "\tTabbed"), "1");
+    EXPECT_EQ(read(ini, "Address", "Empty"), "");
+    EXPECT_EQ(read(ini, "Address", ""), "no key");
+}
+
+TEST(IniRead, DuplicateSectionsFirstWins)
+{
+    inifiles ini(dataFile("ini-duplicate-sections.ini"), false);
+    EXPECT_EQ(read(ini, "Server", "URL"), "first");
+    EXPECT_EQ(read(ini, "Server", "OnlySecond"), "<none>");
+}
+
+TEST(IniRead, CrOnlyLineEndsReadAsOneLine)
+{
+    inifiles ini(dataFile("ini-cr-only-line-ends.ini"), false);
+    EXPECT_EQ(read(ini, "Server", "URL"), "http://cr.example");
+    EXPECT_EQ(ini.ReadInteger("Server", "Timeout", -3), -3);
+}
+
+TEST(IniRead, NulByteEndsTheLineItIsIn)
+{
+    inifiles ini(dataFile("ini-nul-byte.ini"), false);
+    EXPECT_EQ(read(ini, "Server", "URL"), "before");
+    EXPECT_EQ(ini.ReadInteger("Server", "Timeout", 0), 5);
+}
+
+TEST(IniRead, BinaryGarbageBeforeASection)
+{
+    inifiles ini(dataFile("ini-binary-garbage.ini"), false);
+    EXPECT_EQ(read(ini, "Server", "URL"), "after-garbage");
+    EXPECT_EQ(read(ini, "Other", "URL"), "<none>");
+}
+
+TEST(IniRead, EnumeratesSectionsAndParameters)
+{
+    inifiles ini(dataFile("ini-last-section-at-end-of-file.ini"), false);
+    char name[8];
+    std::vector<std::string> sections;
+    for (int r = ini.findFirstSection(name, sizeof name); r == 0; r = ini.findNextSection(name, sizeof name))
+        sections.push_back(name);
+    EXPECT_EQ(sections, (std::vector<std::string>{"Server", "Address", "Tail"}));
+    EXPECT_EQ(ini.findNextSection(name, sizeof name), 1);
+
+    char key[16];
+    char value[16];
+    ASSERT_EQ(ini.CopyNameParam("Address", 1, key, sizeof key, value, sizeof value), 0);
+    EXPECT_STREQ(key, "Case");
+    EXPECT_STREQ(value, "Keep Me");
+    ASSERT_EQ(ini.CopyNameParam("Address", 0, key, 3, value, 4), 0);
+    EXPECT_STREQ(key, "PA");
+    EXPECT_STREQ(value, "va");  // bounded first (" va"), then trimmed
+    EXPECT_EQ(ini.CopyNameParam("Tail", 1, key, sizeof key, value, sizeof value), 1);
+    EXPECT_EQ(ini.CopyNameParam("None", 0, key, sizeof key, value, sizeof value), 1);
+}
+
+TEST_F(IniWriteTest, OneMegabyteLineIsReadUpToTheLineLimit)
+{
+    const QByteArray big(1 << 20, 'v');
+    const QByteArray path = fileWith("[Big]\r\nKey=" + big + "\r\nAfter=ok\r\n");
+    inifiles ini(path, false);
+    EXPECT_EQ(read(ini, "Big", "Key"), std::string(inifiles::kMaxLine - 4, 'v'));
+    EXPECT_EQ(read(ini, "Big", "After"), "ok");
+    EXPECT_TRUE(ini.WriteString("Big", "After", "changed"));
+    EXPECT_EQ(fileBytes(path), "[Big]\r\nKey=" + big + "\r\nAfter=changed\r\n");
+}
+
+TEST_F(IniWriteTest, LongSectionNamesLoseThreeBytesFromTheLimitOn)
+{
+    const std::string name1020(1020, 's');
+    const std::string name1022(1022, 's');
+    const std::string name1023(1023, 's');
+    inifiles ini(fileWith(QByteArray("[") + name1020.c_str() + "]\r\nk=v\r\n"), false);
+    EXPECT_EQ(read(ini, name1020.c_str(), "k"), "v");
+    EXPECT_EQ(read(ini, name1022.c_str(), "k"), "<none>");  // just inside: looked for whole
+    EXPECT_EQ(read(ini, name1023.c_str(), "k"), "v");       // just past: cut to 1020 bytes
+}
+
+TEST_F(IniWriteTest, WritingIntoAnEmptyFile)
+{
+    const QByteArray path = fileWith("");
+    inifiles ini(path, false);
+    EXPECT_FALSE(ini.WriteInteger("S", "K", 5));
+    EXPECT_EQ(fileBytes(path), "\r\n[S]\r\nK=5\r\n");
+    EXPECT_FALSE(ini.WriteBool("S", "B", true));
+    EXPECT_FALSE(ini.WriteString("T", "Name", "text"));
+    EXPECT_EQ(fileBytes(path), "\r\n[S]\r\nK=5\r\nB=1\r\n[T]\r\nName=text\r\n");
+    EXPECT_TRUE(ini.WriteInteger("S", "k", 6));
+    EXPECT_EQ(fileBytes(path), "\r\n[S]\r\nk=6\r\nB=1\r\n[T]\r\nName=text\r\n");
+    EXPECT_EQ(ini.ReadInteger("S", "K", 0), 6);
+}
+
+TEST_F(IniWriteTest, ReplacesTheMatchingLineWhole)
+{
+    const QByteArray path = fileWith("[A]\r\n  Key = old value \r\nnext=1\r\n");
+    inifiles ini(path, false);
+    EXPECT_TRUE(ini.WriteString("A", "KEY", "new"));
+    EXPECT_EQ(fileBytes(path), "[A]\r\nKEY=new\r\nnext=1\r\n");
+}
+
+TEST_F(IniWriteTest, NewKeyAfterALastLineWithoutBreak)
+{
+    const QByteArray path = fileWith("[S]\r\nA=1");
+    inifiles ini(path, false);
+    EXPECT_FALSE(ini.WriteString("S", "B", "2"));
+    EXPECT_EQ(fileBytes(path), "[S]\r\nA=1\r\nB=2\r\n");
+}
+
+TEST_F(IniWriteTest, InsertionInTheMiddleLooksAtTheEndOfTheWholeFile)
+{
+    const QByteArray path = fileWith("[A]\r\nx=1\r\n[B]\r\ny=2");
+    inifiles ini(path, false);
+    EXPECT_FALSE(ini.WriteString("A", "z", "3"));
+    EXPECT_EQ(fileBytes(path), "[A]\r\nx=1\r\n\r\nz=3\r\n[B]\r\ny=2");
+    EXPECT_EQ(read(ini, "A", "z"), "3");
+    EXPECT_EQ(read(ini, "B", "y"), "2");
+}
+
+TEST_F(IniWriteTest, InsertionGoesBeforeTheNextSectionAfterBlankLines)
+{
+    const QByteArray path = fileWith("[A]\r\nx=1\r\n\r\n[B]\r\ny=2\r\n");
+    inifiles ini(path, false);
+    EXPECT_FALSE(ini.WriteString("A", "z", "3"));
+    EXPECT_EQ(fileBytes(path), "[A]\r\nx=1\r\n\r\nz=3\r\n[B]\r\ny=2\r\n");
+}
+
+TEST_F(IniWriteTest, WrittenLinesAreCutAtTheLineLimit)
+{
+    const QByteArray path = fileWith("");
+    inifiles ini(path, false);
+    const std::string longValue(2000, 'w');
+    ini.WriteString("S", "K", longValue.c_str());
+    const QByteArray expectedLine = "K=" + QByteArray(inifiles::kMaxWrittenLine - 2, 'w');
+    EXPECT_EQ(fileBytes(path), "\r\n[S]\r\n" + expectedLine);
+}
+
+TEST_F(IniWriteTest, CreateWritesDefaultsAsTheyAreRead)
+{
+    const QByteArray path = missingFile();
+    {
+        inifiles ini(path, true);
+        EXPECT_TRUE(QFile::exists(QString::fromLocal8Bit(path)));
+        EXPECT_EQ(ini.ReadInteger("Net", "Port", 8080), 8080);
+        char value[32];
+        EXPECT_EQ(ini.ReadString("Net", "Host", "example.org", value, sizeof value), 1);
+    }
+    EXPECT_EQ(fileBytes(path), "\r\n[Net]\r\nPort=8080\r\nHost=example.org\r\n");
+    inifiles again(path, true);
+    EXPECT_EQ(again.ReadInteger("Net", "Port", 1), 8080);
+}
+
+TEST_F(IniWriteTest, WithoutCreateAMissingFileStaysMissing)
+{
+    const QByteArray path = missingFile();
+    inifiles ini(path, false);
+    EXPECT_EQ(ini.ReadInteger("Net", "Port", 8080), 8080);
+    EXPECT_FALSE(QFile::exists(QString::fromLocal8Bit(path)));
+    ini.WriteInteger("Net", "Port", 1);  // a write does create it
+    EXPECT_EQ(fileBytes(path), "\r\n[Net]\r\nPort=1\r\n");
+}
+
+TEST_F(IniWriteTest, UnwritableFileKeepsChangesInMemory)
+{
+    const QByteArray path = QFile::encodeName(dir.filePath("no/such/folder/x.ini"));
+    inifiles ini(path, true);
+    ini.WriteString("S", "K", "kept");
+    EXPECT_EQ(read(ini, "S", "K"), "kept");
+    EXPECT_FALSE(QFile::exists(QString::fromLocal8Bit(path)));
+}
+
+TEST_F(IniWriteTest, AFolderIsNotReadAsAFile)
+{
+    inifiles ini(QFile::encodeName(dir.path()), false);
+    EXPECT_EQ(read(ini, "S", "K"), "<none>");
+}
