@@ -1,0 +1,147 @@
+#pragma once
+// Real servers for tests that are about a real server: Debian's nginx serving
+// a folder, and tinyproxy with Basic authentication. Each is started on a free
+// loopback port with a generated configuration in its own temporary folder,
+// and stopped when the object goes away.
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTemporaryDir>
+#include <QThread>
+
+inline quint16 freeLoopbackPort()
+{
+    QTcpServer probe;
+    probe.listen(QHostAddress::LocalHost, 0);
+    return probe.serverPort();
+}
+
+// True once something accepts connections on the port.
+inline bool waitForListener(quint16 port, QProcess& process)
+{
+    for (int attempt = 0; attempt < 500; ++attempt) {
+        if (process.state() == QProcess::NotRunning)
+            return false;
+        QTcpSocket socket;
+        socket.connectToHost(QHostAddress::LocalHost, port);
+        if (socket.waitForConnected(200))
+            return true;
+        QThread::msleep(20);
+    }
+    return false;
+}
+
+inline void writeText(const QString& path, const QByteArray& text)
+{
+    QFile file(path);
+    file.open(QIODevice::WriteOnly | QIODevice::Truncate);
+    file.write(text);
+}
+
+class NginxServer {
+public:
+    // Serves documentRoot; Range requests are answered with 206 by nginx itself.
+    explicit NginxServer(const QString& documentRoot)
+    {
+        port_ = freeLoopbackPort();
+        const QByteArray tmp = dir_.path().toLocal8Bit();
+        const QByteArray conf =
+            "daemon off;\n"
+            "master_process off;\n"
+            "worker_processes 1;\n"
+            "pid " + tmp + "/nginx.pid;\n"
+            "error_log " + tmp + "/error.log;\n"
+            "events { worker_connections 64; }\n"
+            "http {\n"
+            "  access_log " + tmp + "/access.log;\n"
+            "  client_body_temp_path " + tmp + "/body;\n"
+            "  proxy_temp_path " + tmp + "/proxy;\n"
+            "  fastcgi_temp_path " + tmp + "/fastcgi;\n"
+            "  default_type application/octet-stream;\n"
+            "  sendfile on;\n"
+            "  server {\n"
+            "    listen 127.0.0.1:" + QByteArray::number(port_) + ";\n"
+            "    root " + documentRoot.toLocal8Bit() + ";\n"
+            "  }\n"
+            "}\n";
+        writeText(dir_.filePath(QStringLiteral("nginx.conf")), conf);
+        process_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        process_.start(QStringLiteral("/usr/sbin/nginx"),
+                       {QStringLiteral("-p"), dir_.path(), QStringLiteral("-e"),
+                        dir_.filePath(QStringLiteral("error.log")), QStringLiteral("-c"),
+                        dir_.filePath(QStringLiteral("nginx.conf"))});
+        started_ = process_.waitForStarted() && waitForListener(port_, process_);
+    }
+    ~NginxServer()
+    {
+        process_.terminate();
+        if (!process_.waitForFinished(10000)) {
+            process_.kill();
+            process_.waitForFinished();
+        }
+    }
+    bool started() const { return started_; }
+    quint16 port() const { return port_; }
+    QString baseUrl() const { return QStringLiteral("http://127.0.0.1:%1").arg(port_); }
+    QString errorLog() const
+    {
+        QFile log(dir_.filePath(QStringLiteral("error.log")));
+        log.open(QIODevice::ReadOnly);
+        return QString::fromLocal8Bit(log.readAll());
+    }
+
+private:
+    QTemporaryDir dir_;
+    QProcess process_;
+    quint16 port_ = 0;
+    bool started_ = false;
+};
+
+class TinyProxy {
+public:
+    TinyProxy(const QByteArray& user, const QByteArray& password)
+    {
+        port_ = freeLoopbackPort();
+        const QByteArray tmp = dir_.path().toLocal8Bit();
+        const QByteArray conf =
+            "Port " + QByteArray::number(port_) + "\n"
+            "Listen 127.0.0.1\n"
+            "Timeout 60\n"
+            "LogFile \"" + tmp + "/tinyproxy.log\"\n"
+            "LogLevel Info\n"
+            "MaxClients 20\n"
+            "Allow 127.0.0.1\n"
+            "DisableViaHeader Yes\n"
+            "BasicAuth " + user + " " + password + "\n";
+        writeText(dir_.filePath(QStringLiteral("tinyproxy.conf")), conf);
+        process_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        process_.start(QStringLiteral("/usr/bin/tinyproxy"),
+                       {QStringLiteral("-d"), QStringLiteral("-c"),
+                        dir_.filePath(QStringLiteral("tinyproxy.conf"))});
+        started_ = process_.waitForStarted() && waitForListener(port_, process_);
+    }
+    ~TinyProxy()
+    {
+        process_.terminate();
+        if (!process_.waitForFinished(10000)) {
+            process_.kill();
+            process_.waitForFinished();
+        }
+    }
+    bool started() const { return started_; }
+    quint16 port() const { return port_; }
+    QString log() const
+    {
+        QFile log(dir_.filePath(QStringLiteral("tinyproxy.log")));
+        log.open(QIODevice::ReadOnly);
+        return QString::fromLocal8Bit(log.readAll());
+    }
+
+private:
+    QTemporaryDir dir_;
+    QProcess process_;
+    quint16 port_ = 0;
+    bool started_ = false;
+};

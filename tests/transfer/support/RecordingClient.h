@@ -1,0 +1,49 @@
+#pragma once
+// Stands where the update dialog will stand: records every call the HTTP file
+// client makes on its owner.
+#include <QString>
+#include <QStringList>
+#include <QVector>
+
+#include "transfer/DownloadHttpClient.h"
+
+struct ClientCall {
+    QString name;
+    QString file;
+    long number = 0;  // param, size or the not-found flag
+};
+
+class RecordingClient : public IDownloadHttpClient {
+public:
+    bool offline = false;
+    bool window = true;
+    QVector<ClientCall> calls;  // completions and getSizeFile, in order
+    QVector<QPair<QString, int>> statusMessages;
+    QVector<long> bytesOnDisk;
+    QVector<int> progress;
+
+    int completions() const { return calls.size(); }
+
+    bool isOffLine() override { return offline; }
+    bool hasWindow() override { return window; }
+    void showStatusMessage(const QString& text, int timeoutMs) override
+    {
+        statusMessages.append(qMakePair(text, timeoutMs));
+    }
+    void addBytesOnDisk(long bytes) override { bytesOnDisk.append(bytes); }
+    void setProgress(int bytesRead) override { progress.append(bytesRead); }
+    void getSizeFile(long size) override { calls.append({QStringLiteral("getSizeFile"), QString(), size}); }
+    void parseFileTxt(QString file, int param) override { calls.append({QStringLiteral("parseFileTxt"), file, param}); }
+    void parseFileTxt1(QString file, int param) override { calls.append({QStringLiteral("parseFileTxt1"), file, param}); }
+    void parseFileTxt2(QString file, int param) override { calls.append({QStringLiteral("parseFileTxt2"), file, param}); }
+    void downloadModule(QString file, bool notFound) override
+    {
+        calls.append({QStringLiteral("downloadModule"), file, notFound ? 1 : 0});
+    }
+    void getNewModule(QString file) override { calls.append({QStringLiteral("getNewModule"), file, 0}); }
+    void autoDownloadConfig(QString file) override { calls.append({QStringLiteral("autoDownloadConfig"), file, 0}); }
+    void autoDownloadConfigDescr(QString file, int param) override
+    {
+        calls.append({QStringLiteral("autoDownloadConfigDescr"), file, param});
+    }
+};

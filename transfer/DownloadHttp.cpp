@@ -1,0 +1,350 @@
+#include "transfer/DownloadHttp.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include <QFile>
+#include <QFileInfo>
+#include <QTimer>
+#include <QUrl>
+
+#include "module/DownloadModule.h"
+#include "module/HostRecords.h"
+#include "net/Base64.h"
+#include "transfer/DownloadHttpClient.h"
+
+namespace {
+
+const char kUserAgent[] = "DownloadHttp1.0.0 (1.0.0)";
+const char kCopyName[] = "copy.txt";
+
+template <std::size_t N>
+QByteArray fieldText(const char (&field)[N])
+{
+    return QByteArray(field, int(strnlen(field, N)));
+}
+
+QString basicCredentials(const QString& login, const QString& password)
+{
+    const QByteArray plain = (login + QLatin1Char(':') + password).toLocal8Bit();
+    char* encoded = nullptr;
+    const int length = base64_encode(plain.constData(), unsigned(plain.size()), &encoded);
+    const QString text = length >= 0 ? QString::fromLatin1(encoded, length) : QString();
+    std::free(encoded);
+    return QStringLiteral("Basic ") + text;
+}
+
+}  // namespace
+
+CDownloadHttp::CDownloadHttp(IDownloadHttpClient* owner_, QString baseUrl_)
+    : owner(owner_), baseUrl(std::move(baseUrl_))
+{
+    retryTimer = new QTimer(this);
+    retryTimer->setSingleShot(true);
+    connect(retryTimer, &QTimer::timeout, this, &CDownloadHttp::timerDone);
+}
+
+CDownloadHttp::~CDownloadHttp()
+{
+    delete http;
+    delete file;
+    delete copyFile;
+}
+
+// The request URL is baseUrl + name with back-slashes turned round; a fetch
+// also percent-decodes it. A URL without a scheme (Qt 4 called a bare
+// "host/path" a file URL; Qt 5 leaves its scheme empty) is taken as http.
+bool CDownloadHttp::buildTarget(QString name, bool decode, Target& target)
+{
+    url = baseUrl + name;
+    url.replace(QLatin1String("\\"), QLatin1String("/"));
+    if (decode)
+        url = QUrl::fromPercentEncoding(url.toLocal8Bit());
+    QUrl parsed(url);
+    if (parsed.scheme() == QLatin1String("file") || parsed.scheme().isEmpty()) {
+        url = QStringLiteral("http://") + url;
+        parsed = QUrl(url);
+    }
+    const QFileInfo pathInfo(parsed.path());
+    target.fileName = pathInfo.fileName();
+    target.dir = pathInfo.path();
+    target.hostName = parsed.host();
+    target.host = target.hostName;
+    if (parsed.port() > 0) {
+        target.port = quint16(parsed.port());
+        target.host += QLatin1Char(':') + QString::number(parsed.port());
+    }
+    // Absolute form, so that a proxy can pass the request on.
+    target.path = QStringLiteral("http://") + target.host + parsed.path(QUrl::FullyEncoded);
+    if (parsed.hasQuery())
+        target.path += QLatin1Char('?') + parsed.query(QUrl::FullyEncoded);
+    return true;
+}
+
+// Each request gets a fresh connection; the superseded one is dropped once
+// the event loop is done with it.
+void CDownloadHttp::newConnection()
+{
+    if (http) {
+        http->disconnect(this);
+        http->abort();
+        http->deleteLater();
+    }
+    http = new CHttpConnection;
+    connect(http, &CHttpConnection::stateChanged, this, &CDownloadHttp::StateChanged);
+    connect(http, &CHttpConnection::requestFinished, this, &CDownloadHttp::RequestFinished);
+    connect(http, &CHttpConnection::dataSendProgress, this, &CDownloadHttp::DataSendProgress);
+    connect(http, &CHttpConnection::responseHeaderReceived, this,
+            &CDownloadHttp::ResponseHeaderReceived);
+    connect(http, &CHttpConnection::dataReadProgress, this, &CDownloadHttp::DataReadProgress);
+    connect(http, &CHttpConnection::readyRead, this, &CDownloadHttp::ReadyRead);
+    connect(http, &CHttpConnection::done, this, &CDownloadHttp::Done);
+    connect(http, &CHttpConnection::requestStarted, this, &CDownloadHttp::RequestStarted);
+}
+
+QString CDownloadHttp::connectTo(const Target& target)
+{
+    mwiProxyState proxy;
+    std::memset(&proxy, 0, sizeof proxy);
+    if (CDownloadModule* module = GetModule<CDownloadModule>())
+        module->GetProxyData(proxy);
+    const int32_t state = proxy.state;
+    if (state != 1) {
+        http->setHost(target.hostName, target.port);
+        return QString();
+    }
+    const int32_t port = proxy.port;
+    http->setHost(QString::fromLocal8Bit(fieldText(proxy.host)), quint16(port));
+    return basicCredentials(QString::fromLocal8Bit(fieldText(proxy.user)),
+                            QString::fromLocal8Bit(fieldText(proxy.password)));
+}
+
+void CDownloadHttp::getFileSize(QString name)
+{
+    if (owner->isOffLine())
+        return;
+    Target target;
+    buildTarget(name, false, target);
+    ok = true;
+    busy = true;
+    newConnection();
+
+    CHttpRequestHeader header(QStringLiteral("GET"), target.path, 1, 1);
+    header.setValue(QStringLiteral("User-Agent"), QLatin1String(kUserAgent));
+    header.setValue(QStringLiteral("Accept"), QStringLiteral("*/*"));
+    // The misspelt name is what this client has always sent; servers ignore it.
+    header.setValue(QStringLiteral("Accept-Encodinlg"), QString());
+    const QString authorization = connectTo(target);
+    header.setValue(QStringLiteral("Range"), QStringLiteral("bytes"));
+    header.setValue(QStringLiteral("Referer"),
+                    QStringLiteral("http://") + target.host + target.dir + QLatin1Char('/'));
+    header.setValue(QStringLiteral("Host"), target.host);
+    if (!authorization.isEmpty())
+        header.setValue(QStringLiteral("Proxy-Authorization"), authorization);
+
+    sizeProbe = true;
+    http->request(header);
+}
+
+void CDownloadHttp::getFile(QString const& name, QString const& localDir, int param_, int kind_,
+                            int chunkArg_, bool showProgress_)
+{
+    // Copies first: name and localDir may be the retry fields themselves.
+    const QString nameCopy = name;
+    const QString dirCopy = localDir;
+    retryUrl = nameCopy;
+    retryDir = dirCopy;
+    param = param_;
+    kind = kind_;
+    chunkArg2 = chunkArg_;
+    retryProgress = showProgress_;
+    chunkArg = chunkArg_;
+    sizeProbe = false;
+    busy = true;
+    ok = true;
+    if (owner->isOffLine())
+        return;
+
+    Target target;
+    buildTarget(nameCopy, true, target);
+    localFile = dirCopy + QLatin1Char('/') + target.fileName;
+    newConnection();
+
+    delete file;
+    file = nullptr;
+    delete copyFile;
+    copyFile = nullptr;
+
+    QString range;
+    file = new QFile(localFile);
+    if (!file->exists()) {
+        if (!file->open(QIODevice::WriteOnly))
+            return;
+    } else if (file->size() <= kDroppedTail) {
+        file->remove();
+        if (!file->open(QIODevice::WriteOnly))
+            return;
+    } else {
+        if (!file->open(QIODevice::ReadOnly))
+            return;
+        copyFile = new QFile(dirCopy + QLatin1Char('/') + QLatin1String(kCopyName));
+        if (!copyFile->open(QIODevice::WriteOnly)) {
+            file->close();
+            return;
+        }
+        qint64 keep = file->size() - kDroppedTail;
+        char block[kDroppedTail];
+        while (keep > 0) {
+            const qint64 got = file->read(block, qMin<qint64>(keep, kDroppedTail));
+            if (got <= 0 || copyFile->write(block, got) != got)
+                break;
+            keep -= got;
+        }
+        file->close();
+        file->remove();
+        copyFile->close();
+        QFile::rename(copyFile->fileName(), localFile);
+        // Append: a plain write-only open would truncate the kept part, and
+        // the fetch would start over instead of resuming.
+        if (!file->open(QIODevice::WriteOnly | QIODevice::Append))
+            return;
+        file->flush();
+        const qint64 offset = file->size();
+        range = QStringLiteral("bytes=%1-").arg(offset);
+        owner->addBytesOnDisk(long(offset));
+    }
+
+    CHttpRequestHeader header(QStringLiteral("GET"), target.path, 1, 1);
+    header.setValue(QStringLiteral("User-Agent"), QLatin1String(kUserAgent));
+    header.setValue(QStringLiteral("Accept"), QStringLiteral("*/*"));
+    header.setValue(QStringLiteral("Accept-Encoding"), QString());
+    if (!range.isEmpty())
+        header.setValue(QStringLiteral("Range"), range);
+    header.setValue(QStringLiteral("Referer"),
+                    QStringLiteral("http://") + target.host + target.dir + QLatin1Char('/'));
+    header.setValue(QStringLiteral("Host"), target.host);
+    const QString authorization = connectTo(target);
+    if (!authorization.isEmpty())
+        header.setValue(QStringLiteral("Proxy-Authorization"), authorization);
+
+    showProgress = showProgress_;
+    http->request(header, QByteArray(), file);
+}
+
+int CDownloadHttp::abort()
+{
+    sizeProbe = false;
+    if (!http)
+        return -1;
+    http->abort();
+    return 0;
+}
+
+void CDownloadHttp::StateChanged(int) {}
+void CDownloadHttp::RequestFinished(int, bool) {}
+void CDownloadHttp::DataSendProgress(int, int) {}
+void CDownloadHttp::ReadyRead(const CHttpResponseHeader&) {}
+void CDownloadHttp::RequestStarted(int) {}
+
+void CDownloadHttp::ResponseHeaderReceived(const CHttpResponseHeader& header)
+{
+    if (sizeProbe) {
+        contentLength = header.value(QStringLiteral("Content-Length")).toLong();
+        // Only the header was wanted: the body is never read.
+        http->abort();
+        return;
+    }
+    if (header.statusCode() == 404)
+        ok = false;
+}
+
+void CDownloadHttp::DataReadProgress(int done, int)
+{
+    if (showProgress && owner->hasWindow())
+        owner->setProgress(done);
+}
+
+void CDownloadHttp::closeFile()
+{
+    if (file && file->isOpen())
+        file->close();
+}
+
+void CDownloadHttp::networkError(const char* name, int timeoutMs)
+{
+    closeFile();
+    if (owner->hasWindow())
+        owner->showStatusMessage(QStringLiteral("Download: Error ") + QLatin1String(name), timeoutMs);
+    retryTimer->start(retryInterval);
+}
+
+void CDownloadHttp::Done(bool)
+{
+    switch (http->error()) {
+    case CHttpConnection::NoError:
+    // An authentication answer is a complete response like any other: its
+    // page is what the owner gets.
+    case CHttpConnection::ProxyAuthenticationRequiredError:
+    case CHttpConnection::AuthenticationRequiredError: {
+        closeFile();
+        bool notFound = false;
+        if (!ok) {
+            ok = true;
+            QFile::remove(localFile);
+            notFound = true;
+        }
+        dispatch(notFound);
+        ok = true;
+        busy = false;
+        break;
+    }
+    // Host not found stays in the status bar until something replaces it.
+    case CHttpConnection::HostNotFound:
+        networkError("HostNotFound", 0);
+        break;
+    case CHttpConnection::ConnectionRefused:
+        networkError("ConnectionRefused", retryInterval);
+        break;
+    case CHttpConnection::UnexpectedClose:
+        networkError("UnexpectedClose", retryInterval);
+        break;
+    case CHttpConnection::InvalidResponseHeader:
+        networkError("InvalidResponseHeader", retryInterval);
+        break;
+    case CHttpConnection::WrongContentLength:
+        networkError("WrongContentLength", retryInterval);
+        break;
+    case CHttpConnection::Aborted:
+        closeFile();
+        if (sizeProbe) {
+            sizeProbe = false;
+            owner->getSizeFile(contentLength);
+        }
+        break;
+    case CHttpConnection::UnknownError:
+    default:
+        networkError("UnknownError", retryInterval);
+        break;
+    }
+}
+
+void CDownloadHttp::dispatch(bool notFound)
+{
+    switch (kind) {
+    case KindParseFileTxt: owner->parseFileTxt(localFile, param); break;
+    case KindParseFileTxt1: owner->parseFileTxt1(localFile, param); break;
+    case KindParseFileTxt2: owner->parseFileTxt2(localFile, param); break;
+    case KindDownloadModule: owner->downloadModule(localFile, notFound); break;
+    case KindGetNewModule: owner->getNewModule(localFile); break;
+    case KindAutoDownloadConfig: owner->autoDownloadConfig(localFile); break;
+    case KindAutoDownloadConfigDescr: owner->autoDownloadConfigDescr(localFile, param); break;
+    default: break;
+    }
+}
+
+// A retry resumes from what is on disk.
+void CDownloadHttp::timerDone()
+{
+    retryTimer->stop();
+    getFile(retryUrl, retryDir, param, kind, chunkArg2, retryProgress);
+}

@@ -1,0 +1,102 @@
+#pragma once
+// The HTTP file client of the update dialog: a size probe that learns a
+// remote file's length without reading its body, and a file fetch that
+// resumes a partial file already on disk. Requests go through the host's proxy
+// when the host says so; network errors are retried every retryInterval
+// milliseconds without limit. One request at a time; GUI thread only.
+#include <QObject>
+#include <QString>
+
+#include "transfer/HttpConnection.h"
+
+class QFile;
+class QTimer;
+class IDownloadHttpClient;
+
+class CDownloadHttp : public QObject {
+    Q_OBJECT
+public:
+    // Request kinds: which completion call of the owner a fetch ends in.
+    enum Kind {
+        KindParseFileTxt = 0,
+        KindParseFileTxt1 = 1,
+        KindParseFileTxt2 = 2,
+        KindDownloadModule = 3,
+        KindGetNewModule = 4,
+        KindAutoDownloadConfig = 5,
+        KindAutoDownloadConfigDescr = 6,
+    };
+    static constexpr int kRetryInterval = 20000;
+    // A partial file's last bytes are never trusted: they may be torn.
+    static constexpr qint64 kDroppedTail = 256;
+
+    CDownloadHttp(IDownloadHttpClient* owner, QString baseUrl);
+    ~CDownloadHttp() override;
+
+    // Both return before the request ends.
+    void getFileSize(QString name);
+    void getFile(QString const& name, QString const& localDir, int param, int kind, int chunkArg,
+                 bool showProgress);
+    // -1 when no request was ever made; otherwise ends the current one quietly.
+    int abort();
+
+    bool isBusy() const { return busy; }
+    int retryIntervalMs() const { return retryInterval; }
+    // Tests shorten the pause before a retry; the product keeps kRetryInterval.
+    void setRetryIntervalForTest(int ms) { retryInterval = ms; }
+    QString currentUrl() const { return url; }
+    QString currentLocalFile() const { return localFile; }
+
+public slots:
+    void StateChanged(int state);
+    void RequestFinished(int id, bool error);
+    void DataSendProgress(int done, int total);
+    void ResponseHeaderReceived(const CHttpResponseHeader& header);
+    void DataReadProgress(int done, int total);
+    void ReadyRead(const CHttpResponseHeader& header);
+    void Done(bool error);
+    void RequestStarted(int id);
+    void timerDone();
+
+private:
+    struct Target {
+        QString host;      // host, with ":port" when the URL names one
+        QString hostName;  // host alone
+        quint16 port = 80;
+        QString path;      // absolute request path
+        QString dir;
+        QString fileName;  // without the leading "/"
+    };
+    // False in off-line mode: nothing is to be done.
+    bool buildTarget(QString name, bool decode, Target& target);
+    void newConnection();
+    // Points the connection at the proxy or the server; returns the
+    // Proxy-Authorization value, empty without a proxy.
+    QString connectTo(const Target& target);
+    bool openTarget(CHttpRequestHeader& header);
+    void closeFile();
+    void dispatch(bool notFound);
+    void networkError(const char* name, int timeoutMs);
+
+    IDownloadHttpClient* owner;
+    CHttpConnection* http = nullptr;
+    QFile* file = nullptr;
+    QFile* copyFile = nullptr;
+    QString url;
+    int chunkArg = 0;
+    bool ok = true;
+    bool sizeProbe = false;
+    QString localFile;
+    bool showProgress = false;
+    long contentLength = 0;
+    QString baseUrl;
+    bool busy = false;
+    QTimer* retryTimer = nullptr;
+    int retryInterval = kRetryInterval;
+    QString retryUrl;
+    QString retryDir;
+    int param = 0;
+    int kind = -1;
+    int chunkArg2 = 0;
+    bool retryProgress = false;
+};
