@@ -1,5 +1,6 @@
 #include "update/InstalledProducts.h"
 
+#include <cstddef>
 #include <cstring>
 
 #include "module/DownloadModule.h"
@@ -68,5 +69,10 @@ QString CInstalledProducts::GetPathToConfigFile(const QString& name) const
     copyToField(request.name, name.toLocal8Bit());
     if (send_ && send(HostMsg::PathToConfigFile, &request) == kUnknownConfiguration)
         return QString();
-    return utf16FieldText(request.path, sizeof request.path / sizeof request.path[0]);
+    // The path starts at an odd offset of the packed block: copy it out
+    // before reading it as 16-bit characters.
+    char16_t path[sizeof request.path / sizeof(char16_t)];
+    std::memcpy(path, reinterpret_cast<const char*>(&request) + offsetof(corePathToConfig, path),
+                sizeof path);
+    return utf16FieldText(path, sizeof path / sizeof path[0]);
 }

@@ -57,17 +57,17 @@ TEST(InstalledModuleTable, AsksForTheConfigurationsTableByIdAndCount)
     const std::vector<coreModuleEntry> table = CInstalledProducts().moduleTable(config);
 
     ASSERT_EQ(products.tableRequests.size(), 1u);
-    EXPECT_EQ(products.tableRequests[0].tableId, 11);
-    EXPECT_EQ(products.tableRequests[0].count, 3);
+    EXPECT_EQ(value(products.tableRequests[0].tableId), 11);
+    EXPECT_EQ(value(products.tableRequests[0].count), 3);
     const auto sent = products.host.withCode(HostMsg::ModuleTable);
     ASSERT_EQ(sent.size(), 1u);
     EXPECT_EQ(sent[0].param2, 0);
     ASSERT_EQ(table.size(), 3u);
     EXPECT_EQ(fieldBytes(table[1].name), "b.so");
-    EXPECT_EQ(table[1].major, 5);
-    EXPECT_EQ(table[1].minor, 6);
-    EXPECT_EQ(table[1].build, 7);
-    EXPECT_EQ(table[1].fourth, 8);
+    EXPECT_EQ(value(table[1].major), 5);
+    EXPECT_EQ(value(table[1].minor), 6);
+    EXPECT_EQ(value(table[1].build), 7);
+    EXPECT_EQ(value(table[1].fourth), 8);
     EXPECT_EQ(fieldBytes(table[2].name), "") << "not filled by the host: zero";
 }
 

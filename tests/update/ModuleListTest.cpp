@@ -289,8 +289,8 @@ TEST_F(ModuleListAgainstHost, AsksForTheNamedConfigurationsTable)
 {
     const dlListModule list = parse(line("a.so", "2.0.0") + line("b.so", "1.0.0"), "Stock");
     ASSERT_EQ(products.tableRequests.size(), 1u);
-    EXPECT_EQ(products.tableRequests[0].tableId, 11);
-    EXPECT_EQ(products.tableRequests[0].count, 2);
+    EXPECT_EQ(value(products.tableRequests[0].tableId), 11);
+    EXPECT_EQ(value(products.tableRequests[0].count), 2);
     EXPECT_EQ(names(list), (std::vector<QByteArray>{"a.so"}));
 }
 
@@ -298,8 +298,8 @@ TEST_F(ModuleListAgainstHost, FallsBackToTheCurrentConfigurationsTable)
 {
     const dlListModule list = parse(line("a.so", "2.0.0") + line("b.so", "1.0.0"), QString());
     ASSERT_EQ(products.tableRequests.size(), 1u);
-    EXPECT_EQ(products.tableRequests[0].tableId, 22);
-    EXPECT_EQ(products.tableRequests[0].count, 1);
+    EXPECT_EQ(value(products.tableRequests[0].tableId), 22);
+    EXPECT_EQ(value(products.tableRequests[0].count), 1);
     // a.so 3.0.0 is installed in Bonds; b.so is not in its table.
     EXPECT_EQ(names(list), (std::vector<QByteArray>{"b.so"}));
 }

@@ -2,6 +2,7 @@
 // Helpers for the update tests: list files written as the update server
 // publishes them, installed configurations and module tables as the host
 // reports them, and a host that answers 3086-3088 and 3209 from them.
+#include <cstddef>
 #include <cstring>
 #include <map>
 #include <vector>
@@ -97,7 +98,8 @@ private:
             ++configListRequests;
             auto* request = reinterpret_cast<coreConfigListRequest*>(param1);
             const std::size_t n = qMin<std::size_t>(std::size_t(request->count), configs.size());
-            std::memcpy(request->configs, configs.data(), n * sizeof(coreNameConfig));
+            if (n > 0)
+                std::memcpy(request->configs, configs.data(), n * sizeof(coreNameConfig));
             return 0;
         }
         case HostMsg::ModuleTable: {
@@ -108,7 +110,8 @@ private:
                 return 1;
             const std::size_t n =
                 qMin<std::size_t>(std::size_t(request->count), found->second.size());
-            std::memcpy(request->entries, found->second.data(), n * sizeof(coreModuleEntry));
+            if (n > 0)
+                std::memcpy(request->entries, found->second.data(), n * sizeof(coreModuleEntry));
             return 0;
         }
         case HostMsg::PathToConfigFile: {
@@ -118,7 +121,8 @@ private:
             const auto found = configPaths.find(fieldBytes(request->name));
             if (found == configPaths.end())
                 return 1;
-            std::memcpy(request->path, found->second.utf16(),
+            std::memcpy(reinterpret_cast<char*>(request) + offsetof(corePathToConfig, path),
+                        found->second.utf16(),
                         sizeof(char16_t) * std::size_t(found->second.size()));
             return 0;
         }
