@@ -3,18 +3,25 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <QUrl>
+
 #include "module/HostMessages.h"
 #include "module/ModuleApi.h"
 #include "module/RecordText.h"
 #include "module/TextTable.h"
 #include "module/TranslateManager.h"
 #include "net/Base64.h"
+#include "net/TestProxyHttp.h"
+#include "module/HostFolders.h"
+#include "storage/IniFiles.h"
 
 void* pGloabalMainWindow = nullptr;
 
 namespace {
 
 const char kOfflineSwitch[] = "/OFFLINE";
+// The host of the default update server, tested when "download.cfg" names none.
+const char kDefaultUpdateHost[] = "update.velmora.org";
 
 // Decodes a base64 field of the host's proxy record into a plain-text field;
 // text that does not decode leaves the field empty.
@@ -57,6 +64,9 @@ int CDownloadModule::ReceiveMessageWrap(void* target, unsigned int code, intptr_
         return 0;
     case HostMsg::ChangeGlobalParameters:
         return ChangeGlobalParameters(reinterpret_cast<coreChangeGlobalParameters*>(param1));
+    case HostMsg::TestProxy:
+        DoProxyConnect(reinterpret_cast<mwiTesProxy*>(param1));
+        return 0;
     default:
         return 0;
     }
@@ -131,6 +141,42 @@ QWidget* CDownloadModule::GetMainWindow() const
         || windowId == -1)
         return nullptr;
     return QWidget::find(WId(windowId));
+}
+
+int CDownloadModule::DoProxyConnect(mwiTesProxy* test)
+{
+    if (!test)
+        return 0;
+    const QString folder = send_ ? GetPathByFolderType(this, vfConfiguration) : QString();
+    const QByteArray configPath = (folder + QStringLiteral("/download.cfg")).toLocal8Bit();
+    char address[1024] = {};
+    {
+        inifiles config(configPath.constData(), false);
+        config.ReadString("Address", "path", kDefaultUpdateHost, address, int(sizeof address));
+    }
+    // A bare "host/path" has no scheme in Qt 5 (Qt 4 called it a file URL).
+    QUrl url(QUrl::fromPercentEncoding(QByteArray(address)));
+    if (url.scheme() == QLatin1String("file") || url.scheme().isEmpty())
+        url = QUrl(QStringLiteral("http://") + QUrl::fromPercentEncoding(QByteArray(address)));
+
+    test->resultCount = 0;
+    mwiTesProxyResult& entry = test->results[0];
+    std::memset(&entry, 0, sizeof entry);
+    copyToField(entry.name, "Download server");
+    copyToField(entry.host, url.host().toLocal8Bit().left(255));
+    entry.port = 80;
+
+    const QByteArray proxyHost = fieldBytes(test->proxy.host);
+    const QByteArray user = fieldBytes(test->proxy.user);
+    const QByteArray password = fieldBytes(test->proxy.password);
+    const QByteArray testedHost = fieldBytes(entry.host);
+    const int32_t proxyType = test->proxyType;
+    const int32_t proxyPort = test->proxy.port;
+    CTestProxyHttp proxyTest(proxyType, testedHost.constData(), 80, proxyHost.constData(),
+                             proxyPort, user.constData(), password.constData());
+    entry.failed = proxyTest.doTest() ? 0 : 1;
+    test->resultCount = 1;
+    return 0;
 }
 
 template <>

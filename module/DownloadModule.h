@@ -26,6 +26,10 @@ public:
     // The host's proxy settings with user name and password decoded.
     void GetProxyData(mwiProxyState& state);
     QWidget* GetMainWindow() const;
+    // Tests the host's proxy against the update server (3517); fills exactly
+    // one result entry and always returns 0. Blocks, pumping events; the
+    // record's proxy type is handed to the test as its time limit in seconds.
+    int DoProxyConnect(mwiTesProxy* test);
 
     bool isOffline() const { return offline_; }
 

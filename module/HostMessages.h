@@ -38,6 +38,7 @@ enum Code : unsigned int {
     MainWindowId = 3502,      // module -> main window: intptr_t*
     WorkFolder = 3503,        // module -> main window: char16_t[6144]
     ProxySettings = 3516,     // module -> main window: mwiProxyState
+    TestProxy = 3517,         // host -> module: mwiTesProxy* (the module fills one result)
 };
 
 }  // namespace HostMsg
