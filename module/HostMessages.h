@@ -34,6 +34,17 @@ enum Code : unsigned int {
     ModuleTable = 3088,         // module -> host: coreModuleTableRequest (fills coreModuleEntry[])
     PathToConfigFile = 3209,    // module -> host: corePathToConfig; 1 = no such configuration
 
+    // Parameter files held by the host: a file loaded into a tree of named
+    // nodes with text parameters; records in storage/StorageRecords.h
+    LoadParameterFile = 3163,  // module -> host: coreXmlLoad (the host writes the file handle)
+    SaveParameterFile = 3164,  // module -> host: file handle; writes the file, releases the handle
+    ClearNode = 3165,          // module -> host: coreXmlNodeId
+    OpenNode = 3166,           // module -> host: coreXmlOpenNode (the host writes the child)
+    ReadNodeItems = 3167,      // module -> host: coreXmlNodeId, coreSzNode (the host fills it)
+    WriteNodeItems = 3168,     // module -> host: coreXmlNodeId, coreSzNode or null (no items)
+    NodeItemLengths = 3169,    // module -> host: coreXmlNodeId, coreSzLengths (the host fills it)
+    NodeItemCount = 3170,      // module -> host: coreXmlNodeId, int32_t* (the host writes it)
+
     // Main window services
     MainWindowId = 3502,      // module -> main window: intptr_t*
     WorkFolder = 3503,        // module -> main window: char16_t[6144]

@@ -1,0 +1,464 @@
+// The reference host's parameter store: its XML files and its answers to the
+// parameter-file codes, driven with the records the module sends.
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+#include "host/store/ParameterStore.h"
+#include "module/HostMessages.h"
+#include "module/RecordText.h"
+#include "storage/StorageRecords.h"
+
+namespace {
+
+QString dataFile(const char* name)
+{
+    return QStringLiteral(DM_TEST_DATA_DIR "/") + QLatin1String(name);
+}
+
+QByteArray fileBytes(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
+}
+
+void writeFile(const QString& path, const QByteArray& bytes)
+{
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(bytes);
+}
+
+QString everyKindOfText(int variant)
+{
+    switch (variant) {
+    case 0: return QString();
+    case 1: return QStringLiteral("  leading and trailing  ");
+    case 2: return QStringLiteral("<>&\"' and &amp; as text");
+    case 3: return QString::fromUtf8("Загрузка € 𝄞 日本");
+    case 4: return QString(10000, QChar('x')) + QStringLiteral("end");
+    case 5: return QStringLiteral("tab\there\nnewline\r\ncr lf\rcr");
+    case 6: return QStringLiteral("control") + QChar(1) + QChar(0x1f) + QStringLiteral("chars");
+    case 7: return QStringLiteral("lone ") + QChar(0xD800) + QStringLiteral(" surrogate ") + QChar(0xDC00);
+    case 8: return QStringLiteral("not a character ") + QChar(0xFFFF) + QChar(0xFFFE);
+    default: return QStringLiteral("]]> <!-- -->");
+    }
+}
+constexpr int kTextVariants = 10;
+
+// The module's side of the item exchange for one node, done by hand.
+struct ItemRead {
+    int32_t count = 0;
+    std::vector<coreSzItem> items;
+    std::vector<std::vector<char16_t>> values;
+};
+
+coreXmlNodeId nodeId(void* file, int32_t node)
+{
+    coreXmlNodeId id;
+    std::memset(&id, 0, sizeof id);
+    id.data = file;
+    id.node = node;
+    return id;
+}
+
+int32_t openChild(ParameterStore& store, void* file, int32_t parent, const char* name, int mode)
+{
+    coreXmlOpenNode open;
+    std::memset(&open, 0, sizeof open);
+    open.data = file;
+    open.node = parent;
+    copyToField(open.name, QByteArray(name));
+    open.mode = mode;
+    open.child = -5;
+    store.handleMessage(HostMsg::OpenNode, reinterpret_cast<intptr_t>(&open), 0);
+    return open.child;
+}
+
+void setPointer(coreSzItem& item, char16_t* pointer)
+{
+    std::memcpy(reinterpret_cast<char*>(&item) + offsetof(coreSzItem, value), &pointer, sizeof pointer);
+}
+
+ItemRead readItems(ParameterStore& store, void* file, int32_t node)
+{
+    ItemRead read;
+    coreXmlNodeId id = nodeId(file, node);
+    EXPECT_EQ(store.handleMessage(HostMsg::NodeItemCount, reinterpret_cast<intptr_t>(&id),
+                                  reinterpret_cast<intptr_t>(&read.count)),
+              0);
+    if (read.count <= 0)
+        return read;
+    std::vector<int32_t> lengths(std::size_t(read.count), 0);
+    coreSzLengths lengthRecord{read.count, lengths.data()};
+    EXPECT_EQ(store.handleMessage(HostMsg::NodeItemLengths, reinterpret_cast<intptr_t>(&id),
+                                  reinterpret_cast<intptr_t>(&lengthRecord)),
+              0);
+    read.items.resize(std::size_t(read.count), coreSzItem());
+    for (int32_t i = 0; i < read.count; ++i) {
+        read.values.emplace_back(std::size_t(lengths[std::size_t(i)]), u'#');
+        read.items[std::size_t(i)].length = lengths[std::size_t(i)];
+        setPointer(read.items[std::size_t(i)], read.values.back().data());
+    }
+    coreSzNode itemRecord{read.count, read.items.data()};
+    EXPECT_EQ(store.handleMessage(HostMsg::ReadNodeItems, reinterpret_cast<intptr_t>(&id),
+                                  reinterpret_cast<intptr_t>(&itemRecord)),
+              0);
+    return read;
+}
+
+QString valueOf(const ItemRead& read, std::size_t index)
+{
+    return QString::fromUtf16(read.values[index].data());
+}
+
+// Writes parameters into a node as the module does: separate value arrays.
+int writeParameters(ParameterStore& store, void* file, int32_t node,
+                    const std::vector<std::pair<QByteArray, QString>>& parameters)
+{
+    std::vector<coreSzItem> items(parameters.size(), coreSzItem());
+    std::vector<std::vector<char16_t>> values;
+    values.reserve(parameters.size());
+    for (std::size_t i = 0; i < parameters.size(); ++i) {
+        copyToField(items[i].name, parameters[i].first);
+        const QString& value = parameters[i].second;
+        values.emplace_back(reinterpret_cast<const char16_t*>(value.utf16()),
+                            reinterpret_cast<const char16_t*>(value.utf16()) + value.size() + 1);
+        setPointer(items[i], values.back().data());
+        items[i].length = value.size() + 1;
+        items[i].kind = coreSzParameter;
+        items[i].node = node;
+    }
+    coreXmlNodeId id = nodeId(file, node);
+    coreSzNode itemRecord{int32_t(items.size()), items.data()};
+    return store.handleMessage(HostMsg::WriteNodeItems, reinterpret_cast<intptr_t>(&id),
+                               items.empty() ? 0 : reinterpret_cast<intptr_t>(&itemRecord));
+}
+
+class ParameterStoreTest : public ::testing::Test {
+protected:
+    QString path(const char* name = "download.rdd") const { return dir.filePath(QLatin1String(name)); }
+
+    QTemporaryDir dir;
+    ParameterStore store;
+};
+
+}  // namespace
+
+TEST_F(ParameterStoreTest, LoadsAMissingFileAsAnEmptyTreeAndWritesItOnSave)
+{
+    void* file = store.load(path());
+    ASSERT_NE(file, nullptr);
+    EXPECT_EQ(store.openFileCount(), 1);
+    EXPECT_FALSE(QFile::exists(path()));
+    const int32_t root = openChild(store, file, 0, "ParametersDL", coreXmlOpenExisting);
+    ASSERT_GT(root, 0);
+    ASSERT_EQ(writeParameters(store, file, root, {{"Key", QStringLiteral("Value")}}), 0);
+    EXPECT_EQ(store.handleMessage(HostMsg::SaveParameterFile, reinterpret_cast<intptr_t>(file), 0), 0);
+    EXPECT_EQ(store.openFileCount(), 0);
+    EXPECT_EQ(fileBytes(path()),
+              "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+              "<parameters format=\"1\">\n"
+              "  <node name=\"ParametersDL\">\n"
+              "    <param name=\"Key\" value=\"Value\"/>\n"
+              "  </node>\n"
+              "</parameters>\n");
+    // The handle is gone with the save.
+    EXPECT_EQ(store.save(file), 1);
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files), QStringList{"download.rdd"});
+}
+
+TEST_F(ParameterStoreTest, EveryValueRoundTripsThroughTheFile)
+{
+    void* file = store.load(path());
+    ASSERT_NE(file, nullptr);
+    ParameterTree* tree = store.tree(file);
+    ParameterNode* node = tree->addChild(tree->top(), QStringLiteral("Values"));
+    for (int i = 0; i < kTextVariants; ++i) {
+        node->parameters.emplace_back(QStringLiteral("key %1 ").arg(i) + everyKindOfText(i),
+                                      everyKindOfText(i));
+        ParameterNode* child = tree->addChild(node, everyKindOfText(i));
+        child->value = everyKindOfText(kTextVariants - 1 - i);
+    }
+    node->parameters.emplace_back(QStringLiteral("duplicate"), QStringLiteral("first"));
+    node->parameters.emplace_back(QStringLiteral("duplicate"), QStringLiteral("second"));
+    const auto written = node->parameters;  // the tree goes away with the save
+    ASSERT_EQ(store.save(file), 0) << store.errorString().toStdString();
+
+    ParameterStore reloaded;
+    void* again = reloaded.load(path());
+    ASSERT_NE(again, nullptr) << reloaded.errorString().toStdString();
+    const ParameterNode* top = reloaded.tree(again)->top();
+    ASSERT_EQ(top->children.size(), 1u);
+    const ParameterNode& values = *top->children[0];
+    EXPECT_EQ(values.name, QStringLiteral("Values"));
+    ASSERT_EQ(values.parameters.size(), written.size());
+    ASSERT_EQ(values.children.size(), std::size_t(kTextVariants));
+    for (std::size_t i = 0; i < values.parameters.size(); ++i)
+        EXPECT_EQ(values.parameters[i], written[i]) << "parameter " << i;
+    for (int i = 0; i < kTextVariants; ++i) {
+        EXPECT_EQ(values.children[std::size_t(i)]->name, everyKindOfText(i)) << "child " << i;
+        EXPECT_EQ(values.children[std::size_t(i)]->value, everyKindOfText(kTextVariants - 1 - i));
+    }
+}
+
+TEST_F(ParameterStoreTest, TheFileIsReadableXmlWithNamesAndValues)
+{
+    void* file = store.load(path());
+    ParameterTree* tree = store.tree(file);
+    ParameterNode* node = tree->addChild(tree->top(), QStringLiteral("N"));
+    node->parameters.emplace_back(QStringLiteral("plain"), QStringLiteral(" <a & b> "));
+    node->parameters.emplace_back(QStringLiteral("control"), QStringLiteral("x") + QChar(1));
+    ASSERT_EQ(store.save(file), 0);
+    const QByteArray xml = fileBytes(path());
+    EXPECT_TRUE(xml.contains("<param name=\"plain\" value=\" &lt;a &amp; b&gt; \"/>")) << xml.constData();
+    // "x\x01" as UTF-16LE bytes 78 00 01 00, in base64.
+    EXPECT_TRUE(xml.contains("<param name=\"control\" valueUtf16=\"eAABAA==\"/>")) << xml.constData();
+}
+
+TEST_F(ParameterStoreTest, SavingReplacesTheFileByRenameNotInPlace)
+{
+    writeFile(path(), fileBytes(dataFile("rdd-written-by-hand.rdd")));
+    QFile old(path());
+    ASSERT_TRUE(old.open(QIODevice::ReadOnly));  // holds the old file's inode
+    void* file = store.load(path());
+    ASSERT_NE(file, nullptr);
+    store.tree(file)->clear(store.tree(file)->top());
+    ASSERT_EQ(store.save(file), 0);
+    // Whoever still has the old file open reads it whole; the path has the new one.
+    EXPECT_EQ(old.readAll(), fileBytes(dataFile("rdd-written-by-hand.rdd")));
+    EXPECT_EQ(fileBytes(path()), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<parameters format=\"1\"/>\n");
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files), QStringList{"download.rdd"});
+}
+
+TEST_F(ParameterStoreTest, ASaveIntoAMissingFolderFailsAndReleasesTheHandle)
+{
+    void* file = store.load(dir.filePath(QStringLiteral("gone/download.rdd")));
+    ASSERT_NE(file, nullptr);
+    EXPECT_EQ(store.save(file), 1);
+    EXPECT_FALSE(store.errorString().isEmpty());
+    EXPECT_EQ(store.openFileCount(), 0);
+}
+
+TEST_F(ParameterStoreTest, ReadsAFileWrittenByHand)
+{
+    void* file = store.load(dataFile("rdd-written-by-hand.rdd"));
+    ASSERT_NE(file, nullptr);
+    const int32_t root = openChild(store, file, 0, "ParametersDL", coreXmlOpenExisting);
+    const int32_t autoNode = openChild(store, file, root, "ParamAutoDL", coreXmlOpenExisting);
+    const ItemRead read = readItems(store, file, autoNode);
+    ASSERT_EQ(read.count, 3);
+    EXPECT_STREQ(read.items[1].name, "DelayAutoStart");
+    EXPECT_EQ(valueOf(read, 1), QStringLiteral("15"));
+    EXPECT_EQ(int32_t(read.items[1].kind), coreSzParameter);
+    EXPECT_EQ(int32_t(read.items[1].node), autoNode);
+
+    const ItemRead rootItems = readItems(store, file, root);
+    ASSERT_EQ(rootItems.count, 2);
+    EXPECT_STREQ(rootItems.items[1].name, "LastDownload");
+    EXPECT_EQ(int32_t(rootItems.items[1].kind), coreSzChild);
+    EXPECT_GT(int32_t(rootItems.items[1].node), 0);
+}
+
+TEST_F(ParameterStoreTest, ItemsComeParametersFirstWithLengthsIncludingTheNul)
+{
+    void* file = store.load(path());
+    const int32_t node = openChild(store, file, 0, "N", coreXmlOpenExisting);
+    const int32_t child = openChild(store, file, node, "Child", coreXmlOpenAppend);
+    ASSERT_EQ(writeParameters(store, file, node, {{"b", QStringLiteral("22")}, {"a", QString()}}), 0);
+
+    coreXmlNodeId id = nodeId(file, node);
+    std::vector<int32_t> lengths(4, -9);
+    coreSzLengths lengthRecord{4, lengths.data()};
+    ASSERT_EQ(store.handleMessage(HostMsg::NodeItemLengths, reinterpret_cast<intptr_t>(&id),
+                                  reinterpret_cast<intptr_t>(&lengthRecord)),
+              0);
+    EXPECT_EQ(lengths, (std::vector<int32_t>{3, 1, 1, 0}));
+
+    const ItemRead read = readItems(store, file, node);
+    ASSERT_EQ(read.count, 3);
+    EXPECT_STREQ(read.items[0].name, "b");  // in the order the module wrote them
+    EXPECT_STREQ(read.items[1].name, "a");
+    EXPECT_STREQ(read.items[2].name, "Child");
+    EXPECT_EQ(int32_t(read.items[2].kind), coreSzChild);
+    EXPECT_EQ(int32_t(read.items[2].node), child);
+    EXPECT_EQ(valueOf(read, 0), QStringLiteral("22"));
+    EXPECT_EQ(valueOf(read, 1), QString());
+}
+
+TEST_F(ParameterStoreTest, ValuesAreCutToTheRoomTheModuleGave)
+{
+    void* file = store.load(path());
+    const int32_t node = openChild(store, file, 0, "N", coreXmlOpenExisting);
+    ASSERT_EQ(writeParameters(store, file, node, {{"k", QStringLiteral("abcdef")}}), 0);
+    coreSzItem item;
+    std::memset(&item, 0, sizeof item);
+    std::vector<char16_t> room(4, u'#');
+    room.push_back(u'!');  // must stay untouched
+    setPointer(item, room.data());
+    item.length = 4;
+    coreXmlNodeId id = nodeId(file, node);
+    coreSzNode itemRecord{1, &item};
+    ASSERT_EQ(store.handleMessage(HostMsg::ReadNodeItems, reinterpret_cast<intptr_t>(&id),
+                                  reinterpret_cast<intptr_t>(&itemRecord)),
+              0);
+    EXPECT_EQ(QString::fromUtf16(room.data()), QStringLiteral("abc"));
+    EXPECT_EQ(room[4], u'!');
+
+    // The inline form holds up to 254 units and a NUL, both ways.
+    coreSzItem inlineItem;
+    std::memset(&inlineItem, 0, sizeof inlineItem);
+    inlineItem.inlineValue = 1;
+    inlineItem.length = kCoreSzInlineUnits;
+    ASSERT_EQ(writeParameters(store, file, node, {{"k", QString(300, QChar('y'))}}), 0);
+    itemRecord.items = &inlineItem;
+    ASSERT_EQ(store.handleMessage(HostMsg::ReadNodeItems, reinterpret_cast<intptr_t>(&id),
+                                  reinterpret_cast<intptr_t>(&itemRecord)),
+              0);
+    char16_t inlineText[kCoreSzInlineUnits];
+    std::memcpy(inlineText, reinterpret_cast<const char*>(&inlineItem) + offsetof(coreSzItem, value),
+                sizeof inlineText);
+    EXPECT_EQ(QString::fromUtf16(inlineText, 254), QString(254, QChar('y')));
+    EXPECT_EQ(inlineText[254], 0);
+
+    inlineItem.kind = coreSzParameter;
+    ASSERT_EQ(store.handleMessage(HostMsg::WriteNodeItems, reinterpret_cast<intptr_t>(&id),
+                                  reinterpret_cast<intptr_t>(&itemRecord)),
+              0);
+    ASSERT_EQ(store.tree(file)->node(node)->parameters.size(), 1u);
+    EXPECT_EQ(store.tree(file)->node(node)->parameters[0].second, QString(254, QChar('y')));
+}
+
+TEST_F(ParameterStoreTest, OpenModesClearingAndUnknownHandles)
+{
+    void* file = store.load(path());
+    const int32_t node = openChild(store, file, 0, "N", coreXmlOpenExisting);
+    EXPECT_EQ(openChild(store, file, 0, "N", coreXmlOpenExisting), node);
+    const int32_t first = openChild(store, file, node, "M", coreXmlOpenAppend);
+    const int32_t second = openChild(store, file, node, "M", coreXmlOpenAppend);
+    EXPECT_NE(first, second);
+    EXPECT_EQ(openChild(store, file, node, "M", coreXmlOpenExisting), first);
+    EXPECT_EQ(openChild(store, file, node, "M", 7), 0);
+    EXPECT_EQ(openChild(store, file, 999, "M", coreXmlOpenExisting), 0);
+    EXPECT_EQ(openChild(store, reinterpret_cast<void*>(intptr_t(77)), 0, "M", 0), 0);
+    const int32_t grandchild = openChild(store, file, first, "G", coreXmlOpenExisting);
+    ASSERT_GT(grandchild, 0);
+
+    coreXmlNodeId id = nodeId(file, node);
+    ASSERT_EQ(store.handleMessage(HostMsg::ClearNode, reinterpret_cast<intptr_t>(&id), 0), 0);
+    int32_t count = -1;
+    EXPECT_EQ(store.handleMessage(HostMsg::NodeItemCount, reinterpret_cast<intptr_t>(&id),
+                                  reinterpret_cast<intptr_t>(&count)),
+              0);
+    EXPECT_EQ(count, 0);
+    // The cleared children's handles, to any depth, no longer name a node.
+    coreXmlNodeId gone = nodeId(file, grandchild);
+    EXPECT_EQ(store.handleMessage(HostMsg::NodeItemCount, reinterpret_cast<intptr_t>(&gone),
+                                  reinterpret_cast<intptr_t>(&count)),
+              1);
+    EXPECT_EQ(count, 0);
+    EXPECT_EQ(store.handleMessage(HostMsg::ClearNode, reinterpret_cast<intptr_t>(&gone), 0), 1);
+    EXPECT_EQ(writeParameters(store, file, grandchild, {}), 1);
+    EXPECT_EQ(store.handleMessage(HostMsg::ClearNode, 0, 0), 1);
+    EXPECT_EQ(store.handleMessage(HostMsg::NodeItemCount, reinterpret_cast<intptr_t>(&id), 0), 1);
+    EXPECT_EQ(store.handleMessage(HostMsg::ReadNodeItems, reinterpret_cast<intptr_t>(&id), 0), 1);
+    EXPECT_EQ(store.handleMessage(HostMsg::OpenNode, 0, 0), 1);
+    EXPECT_EQ(store.handleMessage(HostMsg::LoadParameterFile, 0, 0), 1);
+    EXPECT_EQ(store.handleMessage(3999, 0, 0), -1);
+    coreSzNode negative{-1, nullptr};
+    EXPECT_EQ(store.handleMessage(HostMsg::WriteNodeItems, reinterpret_cast<intptr_t>(&id),
+                                  reinterpret_cast<intptr_t>(&negative)),
+              1);
+}
+
+TEST_F(ParameterStoreTest, LoadRecordCarriesThePathAndReturnsTheHandle)
+{
+    coreXmlLoad record;
+    std::memset(&record, 0, sizeof record);
+    const QString target = path();
+    ASSERT_LT(target.size(), 255);
+    std::memcpy(reinterpret_cast<char*>(&record), target.utf16(), sizeof(char16_t) * std::size_t(target.size()));
+    ASSERT_EQ(store.handleMessage(HostMsg::LoadParameterFile, reinterpret_cast<intptr_t>(&record), 0), 0);
+    void* loaded = record.data;  // copied out: the field is not aligned
+    ASSERT_NE(loaded, nullptr);
+    ASSERT_EQ(store.handleMessage(HostMsg::SaveParameterFile, reinterpret_cast<intptr_t>(loaded), 0), 0);
+    EXPECT_TRUE(QFile::exists(target));
+
+    writeFile(target, "<parameters>");
+    record.data = reinterpret_cast<void*>(intptr_t(1234));
+    EXPECT_EQ(store.handleMessage(HostMsg::LoadParameterFile, reinterpret_cast<intptr_t>(&record), 0), 1);
+    loaded = record.data;
+    EXPECT_EQ(loaded, nullptr);
+}
+
+class DamagedParameterFile : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(DamagedParameterFile, GivesNoHandle)
+{
+    ParameterStore store;
+    EXPECT_EQ(store.load(dataFile(GetParam())), nullptr);
+    EXPECT_FALSE(store.errorString().isEmpty());
+    EXPECT_EQ(store.openFileCount(), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Faults, DamagedParameterFile,
+                         ::testing::Values("xml-truncated.rdd", "xml-binary-garbage.rdd",
+                                           "xml-nul-byte.rdd", "xml-wrong-root-element.rdd",
+                                           "xml-odd-length-base64-value.rdd", "xml-empty-file.rdd"));
+
+class ReadableParameterFile : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(ReadableParameterFile, ReadsLikeTheCleanFile)
+{
+    ParameterStore store;
+    void* file = store.load(dataFile(GetParam()));
+    ASSERT_NE(file, nullptr) << store.errorString().toStdString();
+    ParameterStore clean;
+    void* reference = clean.load(dataFile("rdd-written-by-hand.rdd"));
+    EXPECT_EQ(store.tree(file)->write(), clean.tree(reference)->write());
+}
+
+INSTANTIATE_TEST_SUITE_P(Tolerated, ReadableParameterFile,
+                         ::testing::Values("xml-cr-only-line-ends.rdd", "xml-no-final-line-break.rdd",
+                                           "xml-unknown-elements-and-attributes.rdd"));
+
+TEST_F(ParameterStoreTest, EveryTruncationOfAFileIsRefusedOrReadWithoutHarm)
+{
+    const QByteArray whole = fileBytes(dataFile("rdd-written-by-hand.rdd"));
+    int loaded = 0;
+    for (int length = 0; length < whole.size(); ++length) {
+        writeFile(path(), whole.left(length));
+        void* file = store.load(path());
+        if (file) {
+            ++loaded;
+            store.save(file);
+        }
+    }
+    // Only cutting the final line break leaves a well-formed file.
+    EXPECT_EQ(loaded, 1);
+}
+
+TEST_F(ParameterStoreTest, AMegabyteLineAndNestingUpToTheLimit)
+{
+    const QByteArray big(1 << 20, 'v');
+    writeFile(path(), "<parameters><node name=\"n\"><param name=\"k\" value=\"" + big + "\"/></node></parameters>");
+    void* file = store.load(path());
+    ASSERT_NE(file, nullptr);
+    EXPECT_EQ(store.tree(file)->top()->children[0]->parameters[0].second.size(), big.size());
+
+    auto nested = [](int depth) {
+        return "<parameters>" + QByteArray("<node name=\"d\">").repeated(depth)
+               + QByteArray("</node>").repeated(depth) + "</parameters>";
+    };
+    writeFile(path(), nested(ParameterTree::kMaxDepth));
+    EXPECT_NE(store.load(path()), nullptr);
+    writeFile(path(), nested(ParameterTree::kMaxDepth + 1));
+    EXPECT_EQ(store.load(path()), nullptr);
+    writeFile(path(), nested(100000));
+    EXPECT_EQ(store.load(path()), nullptr);
+}
