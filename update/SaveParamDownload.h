@@ -1,0 +1,62 @@
+#pragma once
+// The download state kept between runs in "download.rdd": the automatic
+// update switches and the modules of the last download with the stage each
+// reached. The host holds the file; every call loads it (3163), reads or
+// edits its tree and hands it back to be saved (3164), so nothing is cached
+// between calls and each call writes the file back once, reads included.
+//
+// The tree, below the root node "ParametersDL":
+//   "ParamAutoDL":  "AutoDownload", "ShowWindow" (bool), "DelayAutoStart" (int,
+//                   set by hand only)
+//   "LastDownload": "LastDownloadCount" (int) and one "Module" child per
+//                   module, with the twelve parameters of writeModuleNode().
+//
+// Without a host callback nothing is loaded: getters leave their outputs
+// unchanged and count 0 (getCountLastDownloadModule: -1). Called on the GUI
+// thread.
+#include <QString>
+
+#include "update/DlModule.h"
+
+class CXMLWorkData;
+
+class CSaveParamDownload {
+public:
+    // folder is where "download.rdd" lives; it is created when missing.
+    explicit CSaveParamDownload(QString folder);
+
+    // The loaded file's root node, owned by the caller; null when the host
+    // cannot load the file even after the damaged file was deleted.
+    CXMLWorkData* getDefaultXml();
+    // Hands the file back to the host to be saved and deletes xml.
+    void saveDefaultXml(CXMLWorkData* xml);
+
+    // Replaces the whole "ParamAutoDL" node, so a "DelayAutoStart" put there
+    // by hand is dropped.
+    void saveStartParam(bool autoDownload, bool showWindow);
+    // Outputs keep the caller's values for whatever the file lacks.
+    void getStartParam(bool& autoDownload, bool& showWindow);
+    // delay is changed only by a stored value other than -1.
+    void getDelayAutoStart(int& delay);
+
+    // Starts a new list: drops every "Module" and sets the count. The caller
+    // then adds the modules with saveLastDownloadModule.
+    void createLastDownload(int count);
+    // Appends a "Module" child; state is the stage it reached. The count is
+    // not changed.
+    void saveLastDownloadModule(dlModule module, int state);
+    // Rewrites the first of the counted modules with the same name, version
+    // and versionExtra; nothing when none matches.
+    void changeStateLastDownloadModule(dlModule module, int state);
+    // Fills out[0..] with the counted modules whose stage is state, at most
+    // max of them; elements not reached keep their contents. Returns how many
+    // were filled.
+    int getLastDownloadModule(int state, int max, dlModule* out);
+    int getCountStateLastDownloadModule(int state);
+    // "LastDownloadCount"; -1 without a file or without the node.
+    int getCountLastDownloadModule();
+    void clearLastDownload();
+
+private:
+    QString folder;
+};
