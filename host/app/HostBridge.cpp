@@ -138,6 +138,8 @@ int HostBridge::answerHost(unsigned int code, intptr_t param1, intptr_t param2)
                            .arg(code));
         return 1;
     default:
+        if (profile_.installedProducts().answers(code))
+            return profile_.installedProducts().answer(code, param1);
         printHostLine(QStringLiteral("unhandled code %1").arg(code));
         return 0;
     }

@@ -176,7 +176,8 @@ bool HostProfile::parse(const QByteArray& json, const QString& baseFolder)
     if (!readString(root, QStringLiteral("name"), QString(), name_, error)
         || !readFolders(root, baseFolder, folders_, error)
         || !readString(root, QStringLiteral("workFolder"), QString(), workFolder, error)
-        || !readLanguages(root, languages_, error) || !readProxy(root, proxy_, error))
+        || !readLanguages(root, languages_, error) || !readProxy(root, proxy_, error)
+        || !installed_.read(root, baseFolder, folders_.count(2) ? folder(2) : baseFolder, error))
         return fail(error);
     if (!workFolder.isEmpty())
         workFolder_ = resolvePath(workFolder, baseFolder);

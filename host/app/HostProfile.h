@@ -11,6 +11,8 @@
 #include <QString>
 #include <QVector>
 
+#include "host/app/HostInstalledProducts.h"
+
 struct HostLanguage {
     QString name;
     bool current = false;
@@ -44,6 +46,7 @@ public:
     QString workFolder() const { return workFolder_; }  // absolute, or empty
     const QVector<HostLanguage>& languages() const { return languages_; }
     const HostProxy& proxy() const { return proxy_; }
+    const HostInstalledProducts& installedProducts() const { return installed_; }
 
 private:
     bool fail(const QString& message);
@@ -53,5 +56,6 @@ private:
     QString workFolder_;
     QVector<HostLanguage> languages_;
     HostProxy proxy_;
+    HostInstalledProducts installed_;
     QString error_;
 };

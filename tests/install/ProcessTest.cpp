@@ -1,0 +1,232 @@
+// The process class that launches the updater, and the waits around it.
+#include <cerrno>
+#include <chrono>
+
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <QFile>
+#include <QMetaMethod>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+#include "platform/ProcessWait.h"
+#include "platform/VmProcess.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+long long elapsedMs(Clock::time_point since)
+{
+    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - since).count();
+}
+
+// A child that sleeps until a signal ends it; the test reaps it.
+pid_t sleepingChild()
+{
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        for (;;)
+            ::pause();
+    }
+    return pid;
+}
+
+// Reaps pid and returns its wait status.
+int reap(int pid)
+{
+    int status = 0;
+    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    return status;
+}
+
+int countStartLines()
+{
+    QFile log("/tmp/frk.lg");
+    if (!log.open(QIODevice::ReadOnly))
+        return 0;
+    return log.readAll().count("start\n");
+}
+
+}  // namespace
+
+TEST(Sleep, SleepsTheMillisecondsAskedForBelowOneSecond)
+{
+    const auto start = Clock::now();
+    Sleep(5);
+    EXPECT_GE(elapsedMs(start), 5);
+}
+
+TEST(Sleep, ASecondOrMoreIsAnInvalidTimeAndDoesNotSleep)
+{
+    // 1500 ms as nanoseconds alone is out of nanosleep's range; splitting it
+    // into seconds would have made it valid.
+    errno = 0;
+    Sleep(1500);
+    EXPECT_EQ(EINVAL, errno);
+    errno = 0;
+    Sleep(999);
+    EXPECT_EQ(0, errno);
+}
+
+TEST(ProcessExistence, LiveZombieAndReapedProcesses)
+{
+    EXPECT_TRUE(IsProcessExist(::getpid()));
+    // Pid 1 exists whoever asks; an ordinary user is refused (EPERM), which
+    // still counts as existing.
+    EXPECT_TRUE(IsProcessExist(1));
+
+    const pid_t child = sleepingChild();
+    ASSERT_GT(child, 0);
+    EXPECT_TRUE(IsProcessExist(child));
+    EXPECT_TRUE(IsProcessRunning(child));
+
+    ::kill(child, SIGKILL);
+    // Not reaped yet: a zombie exists for the signal test but is not running.
+    siginfo_t info;
+    ASSERT_EQ(0, ::waitid(P_PID, id_t(child), &info, WEXITED | WNOWAIT));
+    EXPECT_TRUE(IsProcessExist(child));
+    EXPECT_FALSE(IsProcessRunning(child));
+
+    reap(child);
+    EXPECT_FALSE(IsProcessExist(child));
+    EXPECT_FALSE(IsProcessRunning(child));
+    EXPECT_FALSE(IsProcessRunning(0));
+}
+
+TEST(WaitProcess, WaitsOnlyTheRemainderOfTenMilliseconds)
+{
+    const pid_t child = sleepingChild();
+    ASSERT_GT(child, 0);
+
+    // 25 ms: one sleep of 5 ms, then a last test; the child is still there.
+    auto start = Clock::now();
+    EXPECT_FALSE(WaitProcess(child, 25, false));
+    EXPECT_GE(elapsedMs(start), 5);
+
+    EXPECT_FALSE(WaitProcess(child, 30, false));
+    EXPECT_TRUE(WaitProcess(child, 30, true));
+    EXPECT_TRUE(WaitProcess(child, 7, true));
+
+    ::kill(child, SIGKILL);
+    reap(child);
+    EXPECT_TRUE(WaitProcess(child, 30, false));
+    EXPECT_FALSE(WaitProcess(child, 3, true));
+}
+
+TEST(VmProcess, PassesProgramAndArgumentsAsTheyAreAndNotesTheLaunch)
+{
+    QTemporaryDir dir;
+    ASSERT_TRUE(dir.isValid());
+    const QString out = dir.filePath("args.txt");
+    const int startsBefore = countStartLines();
+
+    CVmProcess process(true);
+    EXPECT_EQ(0, process.pid());
+    // The quotes and the blank must reach the child unchanged: no shell
+    // between the module and the updater.
+    process.start("/bin/sh", {"-c", "printf '%s|' \"$0\" \"$1\" > \"$2\"", "\"quoted arg\"", "$HOME",
+                              out});
+    ASSERT_GT(process.pid(), 0);
+    EXPECT_EQ(0, process.error());
+    EXPECT_EQ(0, WEXITSTATUS(reap(process.pid())));
+
+    QFile file(out);
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    EXPECT_EQ(QByteArray("\"quoted arg\"|$HOME|"), file.readAll());
+    EXPECT_GT(countStartLines(), startsBefore);
+    EXPECT_EQ(0, process.exitCode());
+}
+
+TEST(VmProcess, StartsOnceWaitsBrieflyAndNeverReportsFailure)
+{
+    CVmProcess process(false);
+    process.start("/bin/sh", {"-c", "exec sleep 600"});
+    const int pid = process.pid();
+    ASSERT_GT(pid, 0);
+
+    process.start("/bin/true", {});
+    EXPECT_EQ(pid, process.pid());
+
+    EXPECT_TRUE(process.waitForStarted(30000));
+    // The child sleeps for minutes; the wait still succeeds at once.
+    EXPECT_TRUE(process.waitForFinished(1000));
+    EXPECT_TRUE(IsProcessRunning(pid));
+    EXPECT_EQ(0, process.error());
+    EXPECT_TRUE(process.errorString().isEmpty());
+
+    process.terminate();
+    reap(pid);
+}
+
+TEST(VmProcess, KillSendsSigtermAndTerminateSigkill)
+{
+    CVmProcess gentle(true);
+    gentle.start("/bin/sh", {"-c", "exec sleep 600"});
+    ASSERT_GT(gentle.pid(), 0);
+    gentle.kill();
+    int status = reap(gentle.pid());
+    ASSERT_TRUE(WIFSIGNALED(status));
+    EXPECT_EQ(SIGTERM, WTERMSIG(status));
+
+    CVmProcess hard(true);
+    hard.start("/bin/sh", {"-c", "exec sleep 600"});
+    ASSERT_GT(hard.pid(), 0);
+    hard.terminate();
+    status = reap(hard.pid());
+    ASSERT_TRUE(WIFSIGNALED(status));
+    EXPECT_EQ(SIGKILL, WTERMSIG(status));
+}
+
+TEST(VmProcess, SignalsNothingBeforeAStart)
+{
+    // With pid 0, kill(2) would signal the whole process group, this test
+    // program included.
+    CVmProcess process(true);
+    process.kill();
+    process.terminate();
+    EXPECT_TRUE(process.waitForFinished(5));
+    EXPECT_EQ(0, process.pid());
+}
+
+TEST(VmProcess, AMissingProgramShowsOnlyInTheChildsExitStatus)
+{
+    CVmProcess process(true);
+    process.start("/nonexistent/updater", {"-u", "\"x\"", "key"});
+    ASSERT_GT(process.pid(), 0);
+    EXPECT_EQ(0, process.error());
+    const int status = reap(process.pid());
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(1, WEXITSTATUS(status));
+    EXPECT_EQ(0, process.exitCode());
+}
+
+TEST(VmProcess, DestroyingTheObjectLeavesTheChildRunning)
+{
+    int pid = 0;
+    {
+        auto* process = new CVmProcess(true, nullptr);
+        EXPECT_EQ(nullptr, process->parent());
+        process->start("/bin/sh", {"-c", "exec sleep 600"});
+        pid = process->pid();
+        delete process;
+    }
+    ASSERT_GT(pid, 0);
+    EXPECT_TRUE(IsProcessRunning(pid));
+    ::kill(pid, SIGKILL);
+    reap(pid);
+}
+
+TEST(VmProcess, OffersKillThenTerminateAsSlots)
+{
+    const QMetaObject& meta = CVmProcess::staticMetaObject;
+    const int killSlot = meta.indexOfSlot("kill()");
+    const int terminateSlot = meta.indexOfSlot("terminate()");
+    ASSERT_GE(killSlot, 0);
+    ASSERT_GE(terminateSlot, 0);
+    EXPECT_LT(killSlot, terminateSlot);
+    EXPECT_EQ(QMetaMethod::Slot, meta.method(killSlot).methodType());
+}
