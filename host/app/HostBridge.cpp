@@ -140,6 +140,8 @@ int HostBridge::answerHost(unsigned int code, intptr_t param1, intptr_t param2)
     default:
         if (profile_.installedProducts().answers(code))
             return profile_.installedProducts().answer(code, param1);
+        if (ParameterStore::handles(code))
+            return parameterStore_.handleMessage(code, param1, param2);
         printHostLine(QStringLiteral("unhandled code %1").arg(code));
         return 0;
     }

@@ -12,6 +12,7 @@
 
 #include "host/app/HostEvents.h"
 #include "host/app/HostTranslator.h"
+#include "host/store/ParameterStore.h"
 #include "module/HostRecords.h"
 
 class HostProfile;
@@ -81,6 +82,7 @@ private:
     coreInterfaceRecord registration_{};
     bool registered_ = false;
     int textsRegistered_ = 0;
+    ParameterStore parameterStore_;  // the parameter files of 3163-3170
 
     static HostBridge* current_;
 };
