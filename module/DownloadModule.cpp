@@ -5,12 +5,16 @@
 
 #include <QUrl>
 
+#include <QCoreApplication>
+
 #include "module/HostMessages.h"
 #include "module/ModuleApi.h"
 #include "module/RecordText.h"
 #include "module/TextTable.h"
 #include "module/TranslateManager.h"
 #include "net/Base64.h"
+#include "ui/DialogRecords.h"
+#include "ui/DownloadWidget.h"
 #include "net/TestProxyHttp.h"
 #include "module/HostFolders.h"
 #include "storage/IniFiles.h"
@@ -52,7 +56,10 @@ CDownloadModule::CDownloadModule(const char* name, unsigned int first, unsigned 
     info_.constant57 = 57;
 }
 
-CDownloadModule::~CDownloadModule() = default;
+CDownloadModule::~CDownloadModule()
+{
+    deleteDialog();
+}
 
 int CDownloadModule::ReceiveMessageWrap(void* target, unsigned int code, intptr_t param1,
                                         intptr_t param2)
@@ -64,6 +71,20 @@ int CDownloadModule::ReceiveMessageWrap(void* target, unsigned int code, intptr_
         return 0;
     case HostMsg::ChangeGlobalParameters:
         return ChangeGlobalParameters(reinterpret_cast<coreChangeGlobalParameters*>(param1));
+    case HostMsg::OpenDialog:
+        openDialog();
+        return 0;
+    case HostMsg::CloseDialog:
+        if (widget_)
+            widget_->closeModule();
+        return 0;
+    case HostMsg::SetConnectState:
+        setStateConnect(reinterpret_cast<mwiSetStateConnect*>(param1));
+        return 0;
+    case HostMsg::MenuCommand:
+        if (widget_)
+            widget_->pressMenu(reinterpret_cast<mm_menu_item*>(param1));
+        return 0;
     case HostMsg::TestProxy:
         DoProxyConnect(reinterpret_cast<mwiTesProxy*>(param1));
         return 0;
@@ -104,6 +125,42 @@ void CDownloadModule::registerWithHost(int argumentCount, char** arguments)
     registration_ = record.object;
 
     translateData();
+}
+
+void CDownloadModule::openDialog()
+{
+    coreInterfaceRecord query;
+    std::memset(&query, 0, sizeof query);
+    copyToField(query.name, "MAINWINDOW");
+    copyToField(query.vendor, "VELMORA");
+    query.kind = 1;
+    query.object = &pGloabalMainWindow;
+    if (send_)
+        send_(host_, HostMsg::FindInterface, reinterpret_cast<intptr_t>(&query), 0);
+
+    auto* fresh = new CDownloadWidget;
+    if (widget_ != fresh)
+        deleteDialog();
+    widget_ = fresh;
+    // Widgets cannot outlive the application object: the dialog goes when the
+    // host's application quits, before the library's static objects are destroyed.
+    if (QCoreApplication::instance())
+        QObject::connect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit, widget_,
+                         [this] { deleteDialog(); });
+    widget_->startTimer();
+}
+
+void CDownloadModule::deleteDialog()
+{
+    CDownloadWidget* old = widget_;
+    widget_ = nullptr;
+    delete old;
+}
+
+void CDownloadModule::setStateConnect(mwiSetStateConnect* state)
+{
+    if (state && widget_)
+        widget_->setStateConnect(state->state);
 }
 
 int CDownloadModule::PostMessage(void* target, unsigned int code, intptr_t param1, intptr_t param2)

@@ -9,6 +9,8 @@
 extern void* pGloabalMainWindow;
 
 struct coreChangeGlobalParameters;
+struct mm_menu_item;
+class CDownloadWidget;
 
 class CDownloadModule : public CModule {
 public:
@@ -32,11 +34,19 @@ public:
     int DoProxyConnect(mwiTesProxy* test);
 
     bool isOffline() const { return offline_; }
+    // Passes the host's connection state to the open dialog.
+    void setStateConnect(mwiSetStateConnect* state);
+    // The update dialog object, null until the host opens it (3066).
+    CDownloadWidget* widget() const { return widget_; }
+    // Deletes the dialog object and its window, if any.
+    void deleteDialog();
 
 private:
     void registerWithHost(int argumentCount, char** arguments);
     static bool argumentsRequestOffline(int argumentCount, char** arguments);
+    void openDialog();
 
+    CDownloadWidget* widget_ = nullptr;
     bool offline_ = false;
 };
 

@@ -45,6 +45,17 @@ enum Code : unsigned int {
     NodeItemLengths = 3169,    // module -> host: coreXmlNodeId, coreSzLengths (the host fills it)
     NodeItemCount = 3170,      // module -> host: coreXmlNodeId, int32_t* (the host writes it)
 
+    // The update dialog
+    OpenDialog = 3066,          // host -> module: build the dialog object (window on demand)
+    CloseDialog = 3081,         // host -> module: keep the options, clear the download folder
+    QueryConnectState = 3530,   // module -> host: mwiSetStateConnect* (the host fills it)
+    SetConnectState = 3529,     // host -> module: mwiSetStateConnect*
+    AddMenuItem = 3075,         // module -> host: coreMenuItem (the host writes the id)
+    UpdateMenu = 3003,          // module -> host: no record; redraw the menus
+    ReleaseInterface = 3002,    // module -> host: coreInterfaceRecord of an earlier 3001
+    MenuCommand = 5511,         // host -> module: mm_menu_item*
+    QueryModuleVersion = 3089,  // module -> host: coreModuleQuery; -1 = unknown module
+
     // Main window services
     MainWindowId = 3502,      // module -> main window: intptr_t*
     WorkFolder = 3503,        // module -> main window: char16_t[6144]

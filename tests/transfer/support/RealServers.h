@@ -6,6 +6,7 @@
 #include <QDir>
 #include <QFile>
 #include <QProcess>
+#include <QStringList>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTemporaryDir>
@@ -55,7 +56,8 @@ public:
             "error_log " + tmp + "/error.log;\n"
             "events { worker_connections 64; }\n"
             "http {\n"
-            "  access_log " + tmp + "/access.log;\n"
+            "  log_format requests '$request|$status|$http_range';\n"
+            "  access_log " + tmp + "/access.log requests;\n"
             "  client_body_temp_path " + tmp + "/body;\n"
             "  proxy_temp_path " + tmp + "/proxy;\n"
             "  fastcgi_temp_path " + tmp + "/fastcgi;\n"
@@ -85,6 +87,13 @@ public:
     bool started() const { return started_; }
     quint16 port() const { return port_; }
     QString baseUrl() const { return QStringLiteral("http://127.0.0.1:%1").arg(port_); }
+    // One line per finished request: "GET /path HTTP/1.1|status|Range header".
+    QStringList accessLog() const
+    {
+        QFile log(dir_.filePath(QStringLiteral("access.log")));
+        log.open(QIODevice::ReadOnly);
+        return QString::fromLocal8Bit(log.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    }
     QString errorLog() const
     {
         QFile log(dir_.filePath(QStringLiteral("error.log")));

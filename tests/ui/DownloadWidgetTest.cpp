@@ -1,0 +1,237 @@
+// The dialog object and its window: what it asks the host, where it finds
+// the server, how the list chain fills the tree, and the window's controls.
+#include <QCheckBox>
+#include <QLabel>
+#include <QPointer>
+#include <QPushButton>
+#include <QStatusBar>
+#include <QTextEdit>
+
+#include "ui/TextEdit.h"
+#include "ui/UiFixture.h"
+#include "update/DownloadSettings.h"
+#include "update/SaveParamDownload.h"
+
+namespace {
+
+class Construction : public UiFixture {};
+class Window : public UiFixture {};
+
+}  // namespace
+
+TEST_F(Construction, AsksTheHostInOrderAndKeepsOnlyUnfinishedDownloads)
+{
+    QDir().mkpath(host->downloadDir);
+    writeText(downloaded("configDesc.txt"), "old list");
+    writeText(downloaded("notes.TXT"), "not a list");
+    writeText(downloaded("charts.so.gz"), "partial download");
+    writeSettings("[Address]\r\nPath=http://127.0.0.1:1/base\r\n");
+
+    CDownloadWidget* widget = openDialog();
+    ASSERT_NE(nullptr, widget);
+
+    std::vector<unsigned int> asked;
+    for (unsigned int code : host->codes())
+        if (code != HostMsg::FolderByType && !ParameterStore::handles(code))
+            asked.push_back(code);
+    const std::vector<unsigned int> expected = {
+        HostMsg::FindInterface,  // the module's own main-window lookup for 3066
+        HostMsg::QueryConnectState, HostMsg::FindInterface, HostMsg::AddMenuItem,
+        HostMsg::UpdateMenu,     HostMsg::ConfigurationCount, HostMsg::ConfigurationList,
+        HostMsg::ReleaseInterface};
+    EXPECT_EQ(expected, asked);
+    EXPECT_EQ(QStringLiteral("MD0003"), host->menuText);  // no translator: the key
+    EXPECT_EQ(UiTestHost::kMenuId, widget->menuIdentifier());
+
+    EXPECT_FALSE(QFile::exists(downloaded("configDesc.txt")));
+    EXPECT_TRUE(QFile::exists(downloaded("notes.TXT")));  // "*.txt" only, as a shell would
+    EXPECT_TRUE(QFile::exists(downloaded("charts.so.gz")));
+    EXPECT_EQ(QStringLiteral("http://127.0.0.1:1/base"), widget->serverBaseUrl());
+    EXPECT_EQ(QStringLiteral("http://127.0.0.1:1/base/Broker"), widget->brokerBaseUrl());
+    EXPECT_EQ(host->downloadDir + QStringLiteral("/Backup"), widget->getBackupDirPath());
+    EXPECT_TRUE(widget->settingsFileExisted());
+    EXPECT_EQ(nullptr, widget->dialogWindow());  // the window waits for the menu
+    EXPECT_EQ(300, widget->autoDelaySeconds());
+    EXPECT_TRUE(widget->autoStartTimer()->isActive());
+}
+
+TEST_F(Construction, CreatesAMissingDownloadFolderAndNeverWritesTheSettings)
+{
+    CDownloadWidget* widget = openDialog();
+    EXPECT_TRUE(QDir(host->downloadDir).exists());
+    EXPECT_FALSE(widget->settingsFileExisted());
+    EXPECT_FALSE(QFile::exists(host->configDir + QStringLiteral("/download.cfg")));
+    EXPECT_EQ(QStringLiteral("http://update.velmora.org/Win32_3.3.8"), widget->serverBaseUrl());
+}
+
+struct AddressCase {
+    const char* name;
+    QByteArray settings;
+    QString expected;
+};
+
+void PrintTo(const AddressCase& c, std::ostream* out)
+{
+    *out << c.name;
+}
+
+class ServerAddress : public UiFixture, public ::testing::WithParamInterface<AddressCase> {};
+
+TEST_P(ServerAddress, IsNormalisedAndCut)
+{
+    writeSettings(GetParam().settings);
+    CDownloadWidget* widget = openDialog();
+    EXPECT_EQ(GetParam().expected, widget->serverBaseUrl());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Settings, ServerAddress,
+    ::testing::Values(
+        AddressCase{"CapitalSchemeKept", "[Address]\nPath=HTTP://Host/x\n", "HTTP://Host/x"},
+        AddressCase{"BareHostGetsScheme", "[Address]\npath = host.example/up\n",
+                    "http://host.example/up"},
+        AddressCase{"OtherSchemeGetsPrefix", "[Address]\r\nPath=ftp://h/p\r\n",
+                    "http://ftp://h/p"},
+        AddressCase{"SectionNamesAreCaseSensitive", "[address]\nPath=http://other\n",
+                    "http://update.velmora.org/Win32_3.3.8"},
+        // The settings file is read in lines of at most 1024 bytes, "Path=" included.
+        AddressCase{"LongLineCutByTheReader", "[Address]\nPath=http://" + QByteArray(2000, 'a') + "\n",
+                    "http://" + QString(1024 - 5 - 7, 'a')},
+        AddressCase{"GarbageFile", QByteArray("\x01\x02[\xff\xfe=\n\0\0junk", 14),
+                    "http://update.velmora.org/Win32_3.3.8"}),
+    [](const ::testing::TestParamInfo<AddressCase>& info) { return info.param.name; });
+
+TEST(ServerAddressValue, SchemeIsAddedThenTheValueCutTo1023)
+{
+    EXPECT_EQ(QByteArray("http://") + QByteArray(1016, 'h'),
+              normalizeServerUrl(QByteArray(2000, 'h')));
+    EXPECT_EQ(QByteArray("hTTp://x"), normalizeServerUrl("hTTp://x"));
+    EXPECT_EQ(QByteArray("http://"), normalizeServerUrl(QByteArray()));
+}
+
+TEST_F(Window, ListChainShowsExactlyTheOfferedRows)
+{
+    startNginx();
+    CDownloadWidget* widget = openDialog();
+    ASSERT_TRUE(openWindowAndWaitForLists(widget));
+
+    // news.so is installed at the offered version; everything else is newer
+    // or not installed. The configuration carries its own newer module.
+    EXPECT_EQ((QStringList{"Standard|3.4.0 <quotes.so|2.1.0>", "charts.so|1.5.0",
+                           "orders.so|4.0.0"}),
+              topLevelRows(widget));
+    QTreeWidgetItem* orders = widget->tree()->topLevelItem(2);
+    EXPECT_EQ(QStringLiteral("2.0 Mb"), orders->text(1));  // 3000 kB >> 10 = 2
+    EXPECT_EQ(QStringLiteral("2026-11-10"), orders->text(2));
+    EXPECT_EQ(QStringLiteral("3.3.8"), orders->text(3));
+
+    EXPECT_EQ(QStringLiteral("MD0016Message\r\nMD0017Message"), widget->infoText()->text());
+    EXPECT_FALSE(widget->startControl()->isEnabled());
+    EXPECT_TRUE(widget->refreshControl()->isEnabled());
+
+    // Selecting a module shows its description; a module row of a
+    // configuration shows the configuration's.
+    widget->tree()->setCurrentItem(widget->tree()->topLevelItem(1));
+    EXPECT_EQ(QString::fromLocal8Bit("Charts with \xe9l\xe9gance."),
+              widget->descriptionView()->toPlainText());
+    widget->tree()->setCurrentItem(widget->tree()->topLevelItem(0)->child(0));
+    EXPECT_EQ(QStringLiteral("The standard set of modules."),
+              widget->descriptionView()->toPlainText());
+}
+
+TEST_F(Window, MissingListsAndDescriptionsLeaveAUsableWindow)
+{
+    QFile::remove(serverRoot + "/configDesc.txt");
+    QFile::remove(serverRoot + "/desc/charts.txt");
+    writeText(serverRoot + "/moduleDesc.txt", "<html><body>Not a list</body></html>\n");
+    startNginx();
+    CDownloadWidget* widget = openDialog();
+    ASSERT_TRUE(openWindowAndWaitForLists(widget));
+    EXPECT_TRUE(topLevelRows(widget).isEmpty());
+    EXPECT_EQ(QStringLiteral("MD0041Message"), widget->statusLine()->currentMessage());
+    EXPECT_EQ(QStringLiteral("MD0018Message\r\nMD0041Message"), widget->infoText()->text());
+    EXPECT_TRUE(widget->refreshControl()->isEnabled());
+    EXPECT_TRUE(widget->closeControl()->isEnabled());
+
+    // The module list comes back; its missing description reads as such.
+    put("/moduleDesc.txt",
+        "charts.so,1.5.0,3.3.8,1,/desc/charts.txt,/files/charts.so.gz,2026-10-01,20\n");
+    bool shown = false;
+    QObject::connect(widget, &CDownloadWidget::SignalListsShown, [&shown] { shown = true; });
+    widget->refreshControl()->click();
+    ASSERT_TRUE(waitFor([&shown] { return shown; }));
+    ASSERT_EQ((QStringList{"charts.so|1.5.0"}), topLevelRows(widget));
+    widget->tree()->setCurrentItem(widget->tree()->topLevelItem(0));
+    EXPECT_EQ(QStringLiteral("MD0042"), widget->descriptionView()->toPlainText());
+}
+
+TEST_F(Window, TickingDrivesStartAndRefresh)
+{
+    startNginx();
+    CDownloadWidget* widget = openDialog();
+    ASSERT_TRUE(openWindowAndWaitForLists(widget));
+    tick(widget, "charts.so");
+    EXPECT_TRUE(widget->startControl()->isEnabled());
+    EXPECT_FALSE(widget->refreshControl()->isEnabled());
+    EXPECT_TRUE(widget->isSelect());
+    tick(widget, "orders.so");  // two ticks decide as one
+    EXPECT_TRUE(widget->startControl()->isEnabled());
+    for (int i = 0; i < widget->tree()->topLevelItemCount(); ++i)
+        widget->tree()->topLevelItem(i)->setCheckState(0, Qt::Unchecked);
+    EXPECT_FALSE(widget->startControl()->isEnabled());
+    EXPECT_TRUE(widget->refreshControl()->isEnabled());
+    EXPECT_FALSE(widget->isSelect());
+}
+
+TEST_F(Window, MenuCommandsOfOthersOrOffLineAreIgnored)
+{
+    startNginx();
+    CDownloadWidget* widget = openDialog();
+    mm_menu_item other{};
+    other.id = UiTestHost::kMenuId + 1;
+    host->deliver(HostMsg::MenuCommand, reinterpret_cast<intptr_t>(&other));
+    EXPECT_EQ(nullptr, widget->dialogWindow());
+    host->deliver(HostMsg::MenuCommand, 0);
+    EXPECT_EQ(nullptr, widget->dialogWindow());
+
+    mwiSetStateConnect offLine{0};
+    host->deliver(HostMsg::SetConnectState, reinterpret_cast<intptr_t>(&offLine));
+    mm_menu_item ours{};
+    ours.id = UiTestHost::kMenuId;
+    host->deliver(HostMsg::MenuCommand, reinterpret_cast<intptr_t>(&ours));
+    EXPECT_EQ(nullptr, widget->dialogWindow());
+}
+
+TEST_F(Window, CloseStoresTheStartOptionsAndTheAutoBoxGuardsItsPartner)
+{
+    startNginx();
+    CDownloadWidget* widget = openDialog();
+    ASSERT_TRUE(openWindowAndWaitForLists(widget));
+    EXPECT_FALSE(widget->showWindowControl()->isEnabled());
+    widget->autoControl()->setChecked(true);
+    EXPECT_TRUE(widget->showWindowControl()->isEnabled());
+    widget->showWindowControl()->setChecked(true);
+    widget->autoControl()->setChecked(false);
+    EXPECT_FALSE(widget->showWindowControl()->isChecked());
+    widget->autoControl()->setChecked(true);
+
+    widget->closeControl()->click();
+    EXPECT_TRUE(waitFor([widget] { return widget->dialogWindow() == nullptr; }));
+    bool autoDownload = false;
+    bool showWindow = true;
+    CSaveParamDownload(host->downloadDir).getStartParam(autoDownload, showWindow);
+    EXPECT_TRUE(autoDownload);
+    EXPECT_FALSE(showWindow);
+}
+
+TEST_F(Window, OpeningTwiceKeepsOneDialogObject)
+{
+    CDownloadWidget* first = openDialog();
+    QPointer<CDownloadWidget> watch(first);
+    CDownloadWidget* second = openDialog();
+    EXPECT_NE(first, second);
+    EXPECT_TRUE(watch.isNull());
+    EXPECT_EQ(second, GetModule<CDownloadModule>()->widget());
+    host->deliver(HostMsg::CloseDialog);
+    EXPECT_EQ(second, GetModule<CDownloadModule>()->widget());
+}

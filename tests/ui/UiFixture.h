@@ -1,0 +1,163 @@
+#pragma once
+// A whole update setting for the dialog's tests: an update server tree served
+// by nginx, a host with an installed configuration, and helpers that open the
+// dialog and its window the way a host does.
+#include <memory>
+
+#include <QCryptographicHash>
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTreeWidget>
+#include <QUrl>
+#include <gtest/gtest.h>
+
+#include "module/DownloadModule.h"
+#include "module/HostMessages.h"
+#include "transfer/support/RealServers.h"
+#include "transfer/support/WaitFor.h"
+#include "ui/DownloadWidget.h"
+#include "ui/UiTestHost.h"
+
+inline void PrintTo(const QString& text, std::ostream* out)
+{
+    *out << '"' << text.toStdString() << '"';
+}
+
+inline QByteArray patternBytes(int size, char seed)
+{
+    QByteArray bytes(size, '\0');
+    char* data = bytes.data();
+    for (int i = 0; i < size; ++i)
+        data[i] = char(seed + (qint64(i) * 7919) % 251);
+    return bytes;
+}
+
+inline QByteArray fileBytes(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
+}
+
+class UiFixture : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(root.isValid());
+        serverRoot = root.filePath(QStringLiteral("server"));
+        publishServer();
+        host = std::make_unique<UiTestHost>(root.path());
+        // Installed: configuration Standard 3.3.8 in use, with an older charts
+        // and quotes module and news at the offered version.
+        host->addConfiguration("Standard", 3, 3, 8, true, 7,
+                               {UiTestHost::module("charts.so", 1, 4, 0),
+                                UiTestHost::module("news.so", 1, 0, 0),
+                                UiTestHost::module("quotes.so", 2, 0, 0)});
+    }
+
+    void TearDown() override
+    {
+        if (CDownloadModule* module = GetModule<CDownloadModule>())
+            module->deleteDialog();
+        host.reset();
+    }
+
+    void startNginx()
+    {
+        nginx = std::make_unique<NginxServer>(serverRoot);
+        ASSERT_TRUE(nginx->started()) << nginx->errorLog().toStdString();
+        writeSettings("[Address]\r\nPath=" + nginx->baseUrl().toLatin1() + "\r\n");
+    }
+
+    void writeSettings(const QByteArray& text)
+    {
+        writeText(host->configDir + QStringLiteral("/download.cfg"), text);
+    }
+
+    void put(const QString& relative, const QByteArray& bytes)
+    {
+        const QString path = serverRoot + relative;
+        QDir().mkpath(QFileInfo(path).path());
+        writeText(path, bytes);
+    }
+
+    // The server as a publisher would lay it out: one configuration with its
+    // own module list, a general module list and the description texts.
+    void publishServer()
+    {
+        put("/configDesc.txt",
+            "Standard,3.4.0,/configs/standard-modules.txt,/desc/standard.txt,Standard configuration\n");
+        put("/configs/standard-modules.txt",
+            "quotes.so,2.1.0,3.3.8,1,/desc/quotes.txt,/files/quotes.so.gz,2026-11-01,12\n");
+        put("/moduleDesc.txt",
+            "charts.so,1.5.0,3.3.8,1,/desc/charts.txt,/files/charts.so.gz,2026-10-01,20\n"
+            "news.so,1.0.0,3.3.8,1,/desc/news.txt,/files/news.so.gz,2026-09-01,5\n"
+            "orders.so,4.0.0,3.3.8,1,/desc/orders.txt,/files/orders.so.gz,2026-11-10,3000\n");
+        put("/desc/standard.txt", "The standard set of modules.");
+        put("/desc/quotes.txt", "Quotes, faster.");
+        put("/desc/charts.txt", "Charts with \xe9l\xe9gance.");
+        put("/desc/orders.txt", "Orders of every kind.");
+        put("/files/quotes.so.gz", patternBytes(12 * 1024, 'q'));
+        put("/files/charts.so.gz", patternBytes(20 * 1024, 'c'));
+        put("/files/orders.so.gz", patternBytes(3000 * 1024, 'o'));
+    }
+
+    CDownloadWidget* openDialog()
+    {
+        host->deliver(HostMsg::OpenDialog);
+        return GetModule<CDownloadModule>()->widget();
+    }
+
+    // Opens the window from the host's menu and waits until the lists are shown.
+    bool openWindowAndWaitForLists(CDownloadWidget* widget)
+    {
+        bool shown = false;
+        QObject::connect(widget, &CDownloadWidget::SignalListsShown, widget,
+                         [&shown] { shown = true; });
+        mm_menu_item item{};
+        item.id = UiTestHost::kMenuId;
+        host->deliver(HostMsg::MenuCommand, reinterpret_cast<intptr_t>(&item));
+        return widget->dialogWindow() && waitFor([&shown] { return shown; });
+    }
+
+    QStringList topLevelRows(CDownloadWidget* widget) const
+    {
+        QStringList rows;
+        for (int i = 0; i < widget->tree()->topLevelItemCount(); ++i) {
+            QTreeWidgetItem* row = widget->tree()->topLevelItem(i);
+            QString text = row->text(0) + '|' + row->text(4);
+            for (int c = 0; c < row->childCount(); ++c)
+                text += " <" + row->child(c)->text(0) + '|' + row->child(c)->text(4) + '>';
+            rows << text;
+        }
+        return rows;
+    }
+
+    void tick(CDownloadWidget* widget, const QString& name)
+    {
+        for (int i = 0; i < widget->tree()->topLevelItemCount(); ++i)
+            if (widget->tree()->topLevelItem(i)->text(0) == name)
+                widget->tree()->topLevelItem(i)->setCheckState(0, Qt::Checked);
+    }
+
+    // Requests nginx answered, as "path|status|range", without the list chain.
+    QStringList fileRequests() const
+    {
+        QStringList result;
+        for (const QString& line : nginx->accessLog()) {
+            const QStringList parts = line.split('|');
+            // The client asks for the absolute URI, as it would of a proxy.
+            const QString path = QUrl(parts.value(0).section(' ', 1, 1)).path();
+            if (path.startsWith(QLatin1String("/files/")))
+                result << path + '|' + parts.value(1) + '|' + parts.value(2);
+        }
+        return result;
+    }
+
+    QString downloaded(const QString& name) const { return host->downloadDir + '/' + name; }
+
+    QTemporaryDir root;
+    QString serverRoot;
+    std::unique_ptr<UiTestHost> host;
+    std::unique_ptr<NginxServer> nginx;
+};
