@@ -1,6 +1,7 @@
 // Compiled (not run) for i386 and for the native word size: every header of
 // host records is listed here, and their static_asserts do the checking.
 #include "module/HostRecords.h"
+#include "update/InstallRecords.h"
 #include "ui/DialogRecords.h"
 #include "storage/StorageRecords.h"
 
