@@ -52,6 +52,7 @@ QString pointerText(const void* pointer)
 HostBridge::HostBridge(const HostProfile& profile, HostWindow* window)
     : profile_(profile)
     , window_(window)
+    , online_(profile.online())
 {
     current_ = this;
 }
@@ -100,6 +101,9 @@ int HostBridge::dispatch(void* target, unsigned int code, intptr_t param1, intpt
 
 int HostBridge::answerHost(unsigned int code, intptr_t param1, intptr_t param2)
 {
+    // The only code without a record: this host draws its menus itself.
+    if (code == HostMsg::UpdateMenu)
+        return 0;
     if (!param1) {
         // Every code served here carries its record or slot in param1.
         printHostError(QStringLiteral("code %1 without its record; refused").arg(code));
@@ -130,6 +134,15 @@ int HostBridge::answerHost(unsigned int code, intptr_t param1, intptr_t param2)
         return logSink(reinterpret_cast<LogSink*>(param1));
     case HostMsg::GetDateFormatters:
         return dateFormatters(reinterpret_cast<coreDateTimeFormatters*>(param1));
+    case HostMsg::QueryConnectState:
+        return connectState(reinterpret_cast<mwiSetStateConnect*>(param1));
+    case HostMsg::AddMenuItem:
+        return addMenuItem(reinterpret_cast<coreMenuItem*>(param1));
+    case HostMsg::ReleaseInterface:
+        // Lookups hand out plain pointers that need no release.
+        return 0;
+    case HostMsg::QueryModuleVersion:
+        return moduleVersion(reinterpret_cast<coreModuleQuery*>(param1));
     case HostMsg::MainWindowId:
     case HostMsg::WorkFolder:
     case HostMsg::ProxySettings:
@@ -297,6 +310,70 @@ int HostBridge::proxySettings(mwiProxyState* state) const
     copyEncoded(state->user, proxy.user);
     copyEncoded(state->password, proxy.password);
     return 0;
+}
+
+int HostBridge::connectState(mwiSetStateConnect* state) const
+{
+    state->state = online_ ? 1 : 0;
+    return 0;
+}
+
+// One entry per request, each with a new id: a module that opens its dialog
+// object again gets a fresh entry, and the menu keeps only the latest.
+int HostBridge::addMenuItem(coreMenuItem* entry)
+{
+    menuId_ = nextMenuId_++;
+    menuText_ = QString::fromLocal8Bit(fieldBytes(entry->text));
+    entry->id = menuId_;
+    if (menuEntryAdded_)
+        menuEntryAdded_(menuText_, menuId_);
+    return 0;
+}
+
+int HostBridge::moduleVersion(coreModuleQuery* query) const
+{
+    const HostInstalledModule* module =
+        profile_.installedProducts().currentModule(QString::fromLocal8Bit(fieldBytes(query->name)));
+    if (!module)
+        return -1;
+    query->major = module->major;
+    query->minor = module->minor;
+    query->build = module->build;
+    return 0;
+}
+
+int HostBridge::toModule(unsigned int code, intptr_t param1)
+{
+    if (!toModule_)
+        return -1;
+    printHostLine(QStringLiteral("code %1 to the module").arg(code));
+    return toModule_(code, param1, 0);
+}
+
+int HostBridge::openDialogObject()
+{
+    return toModule(HostMsg::OpenDialog, 0);
+}
+
+int HostBridge::closeDialog()
+{
+    return toModule(HostMsg::CloseDialog, 0);
+}
+
+int HostBridge::pickMenuEntry(int32_t id)
+{
+    mm_menu_item item;
+    std::memset(&item, 0, sizeof item);
+    item.id = id;
+    copyToField(item.text, menuText_.toLocal8Bit());
+    return toModule(HostMsg::MenuCommand, reinterpret_cast<intptr_t>(&item));
+}
+
+int HostBridge::setOnline(bool online)
+{
+    online_ = online;
+    mwiSetStateConnect state{online ? 1 : 0};
+    return toModule(HostMsg::SetConnectState, reinterpret_cast<intptr_t>(&state));
 }
 
 int HostBridge::formatDateTime(const QDateTime& time, const QString& format, QString* out)

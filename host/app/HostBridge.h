@@ -9,16 +9,19 @@
 // separate objects would. Codes neither table knows are reported and answered
 // with 0. Called on the GUI thread, like every host callback.
 #include <cstdint>
+#include <functional>
+
+#include <QString>
 
 #include "host/app/HostEvents.h"
 #include "host/app/HostTranslator.h"
 #include "host/store/ParameterStore.h"
 #include "module/HostRecords.h"
+#include "ui/DialogRecords.h"
 
 class HostProfile;
 class HostWindow;
 class QDateTime;
-class QString;
 
 class HostBridge {
 public:
@@ -46,6 +49,27 @@ public:
     const HostTranslator& translator() const { return translator_; }
     const HostEvents& events() const { return events_; }
 
+    // The module's entry in the host's menu (3075): its id, 0 before the
+    // module asked for one, and its text.
+    int32_t menuId() const { return menuId_; }
+    QString menuText() const { return menuText_; }
+    bool online() const { return online_; }
+
+    // How the bridge reaches the module: ReceiveMessage on the module object.
+    using ModuleReceiver = std::function<int(unsigned int code, intptr_t param1, intptr_t param2)>;
+    void setModuleReceiver(ModuleReceiver receiver) { toModule_ = std::move(receiver); }
+    // Called when the module asks for a menu entry, with the entry's text and
+    // the id the host gave it; the main window puts it into its menu.
+    using MenuEntryAdded = std::function<void(const QString& text, int32_t id)>;
+    void setMenuEntryAdded(MenuEntryAdded added) { menuEntryAdded_ = std::move(added); }
+
+    // Messages to the module. Each returns the module's answer, -1 without a
+    // module. They may run a modal box of the module before they return.
+    int openDialogObject();              // 3066
+    int closeDialog();                   // 3081
+    int pickMenuEntry(int32_t id);       // 5511 with that id
+    int setOnline(bool online);          // 3529; later 3530 answers the same
+
 private:
     int dispatch(void* target, unsigned int code, intptr_t param1, intptr_t param2);
     int answerHost(unsigned int code, intptr_t param1, intptr_t param2);
@@ -70,6 +94,11 @@ private:
     int mainWindowId(intptr_t* id) const;
     int workFolder(char16_t* buffer) const;
     int proxySettings(mwiProxyState* state) const;
+    // The dialog's services
+    int connectState(mwiSetStateConnect* state) const;
+    int addMenuItem(coreMenuItem* entry);
+    int moduleVersion(coreModuleQuery* query) const;
+    int toModule(unsigned int code, intptr_t param1);
 
     static int formatDateTime(const QDateTime& time, const QString& format, QString* out);
     static int formatTime(long time, const QString& format, bool flag, QString* out);
@@ -83,6 +112,12 @@ private:
     bool registered_ = false;
     int textsRegistered_ = 0;
     ParameterStore parameterStore_;  // the parameter files of 3163-3170
+    bool online_ = true;
+    int32_t menuId_ = 0;
+    QString menuText_;
+    int32_t nextMenuId_ = 1001;
+    ModuleReceiver toModule_;
+    MenuEntryAdded menuEntryAdded_;
 
     static HostBridge* current_;
 };

@@ -226,3 +226,17 @@ int HostInstalledProducts::pathToConfigFile(corePathToConfig* request) const
     }
     return 1;
 }
+
+const HostInstalledModule* HostInstalledProducts::currentModule(const QString& name) const
+{
+    for (const HostInstalledConfiguration& config : configs_) {
+        if (!config.current)
+            continue;
+        for (const HostInstalledModule& module : config.modules) {
+            if (module.name == name)
+                return &module;
+        }
+        return nullptr;
+    }
+    return nullptr;
+}

@@ -36,6 +36,11 @@ public:
 
     const QVector<HostInstalledConfiguration>& configurations() const { return configs_; }
 
+    // The installed module of that name in the current configuration's
+    // table (3089); null when there is no current configuration or it has
+    // no such module.
+    const HostInstalledModule* currentModule(const QString& name) const;
+
     // Answers a code of the four; false when code is none of them.
     bool answers(unsigned int code) const;
     int answer(unsigned int code, intptr_t param1) const;

@@ -54,7 +54,15 @@ int HostLogPrinter::sink(const LogRecord* record)
     if (!currentPrinter)
         return 1;
     currentPrinter->write(line);
+    if (currentPrinter->keepLines_)
+        currentPrinter->kept_ << QString::fromUtf8(line.left(line.size() - 1));
     return 0;
+}
+
+QStringList HostLogPrinter::linesFrom(int first) const
+{
+    std::lock_guard<std::mutex> guard(printerMutex);
+    return first < kept_.size() ? kept_.mid(first) : QStringList();
 }
 
 QString HostLogPrinter::formatRecord(const LogRecord& record)

@@ -11,6 +11,7 @@
 // is gone (then it drops the record and answers 1).
 #include <QFile>
 #include <QString>
+#include <QStringList>
 
 #include "module/HostRecords.h"
 
@@ -27,6 +28,11 @@ public:
     bool open(const QString& path);
     QString errorString() const { return error_; }
     int linesWritten() const;
+    // The lines written so far, without the line break, for a script waiting
+    // for one; kept only after keepLines() (a terminal running for days must
+    // not keep its whole log in memory).
+    void keepLines() { keepLines_ = true; }
+    QStringList linesFrom(int first) const;
 
     static int sink(const LogRecord* record);
     static QString formatRecord(const LogRecord& record);
@@ -37,4 +43,6 @@ private:
     QFile file_;
     QString error_;
     int lines_ = 0;
+    bool keepLines_ = false;
+    QStringList kept_;
 };

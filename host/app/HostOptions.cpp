@@ -24,6 +24,19 @@ bool HostOptions::parse(int argc, const char* const* argv)
         } else if (argument == "--log" || argument.startsWith("--log=")) {
             if (!takeValue("--log", argc, argv, index, logPath_))
                 return false;
+        } else if (argument == "--script" || argument.startsWith("--script=")) {
+            if (!takeValue("--script", argc, argv, index, scriptPath_))
+                return false;
+        } else if (argument == "--script-timeout" || argument.startsWith("--script-timeout=")) {
+            QString seconds;
+            if (!takeValue("--script-timeout", argc, argv, index, seconds))
+                return false;
+            bool ok = false;
+            scriptTimeout_ = seconds.toInt(&ok, 10);
+            if (!ok || scriptTimeout_ <= 0) {
+                error_ = QStringLiteral("--script-timeout needs a whole number of seconds");
+                return false;
+            }
         } else {
             error_ = QStringLiteral("unknown option %1").arg(QString::fromLocal8Bit(argument));
             return false;
@@ -62,13 +75,17 @@ bool HostOptions::takeValue(const QByteArray& option, int argc, const char* cons
 QString HostOptions::usage()
 {
     return QStringLiteral(
-        "usage: module-host [--library PATH] [--log FILE] [--headless] PROFILE.json "
-        "[module arguments...]\n"
+        "usage: module-host [--library PATH] [--log FILE] [--headless] [--script FILE]\n"
+        "                   [--script-timeout SECONDS] PROFILE.json [module arguments...]\n"
         "  --library PATH  load this copy of libDownloadModule.so.1\n"
         "                  (default: next to the program's folder, then in it)\n"
         "  --log FILE      append the module's log lines to FILE instead of standard error\n"
         "  --headless      no window: register the module, print a summary and exit\n"
         "                  (also the default when there is no display)\n"
+        "  --script FILE   with --headless: run the user actions in FILE (\"-\": standard\n"
+        "                  input) against the Updates window, then exit\n"
+        "  --script-timeout SECONDS  give up on a script after this long (default 300)\n"
+        "                  with exit code 5\n"
         "Arguments after the profile go to the module as the host's command line,\n"
         "e.g. /OFFLINE.");
 }

@@ -1,7 +1,8 @@
 #pragma once
 // The host's command line:
 //
-//   module-host [--library PATH] [--log FILE] [--headless] PROFILE.json [module arguments...]
+//   module-host [--library PATH] [--log FILE] [--headless] [--script FILE]
+//               [--script-timeout SECONDS] PROFILE.json [module arguments...]
 //
 // Options are only recognised before the profile; everything after it is the
 // module's, passed on untouched with code 3007 (so "/OFFLINE" or even
@@ -24,6 +25,8 @@ public:
     QString libraryPath() const { return libraryPath_; }  // empty: the default beside the program
     QString logPath() const { return logPath_; }          // empty: standard error
     QString profilePath() const { return profilePath_; }
+    QString scriptPath() const { return scriptPath_; }  // empty: no script; "-": standard input
+    int scriptTimeout() const { return scriptTimeout_; }  // seconds
     const std::vector<QByteArray>& moduleArguments() const { return moduleArguments_; }
 
 private:
@@ -35,6 +38,8 @@ private:
     QString libraryPath_;
     QString logPath_;
     QString profilePath_;
+    QString scriptPath_;
+    int scriptTimeout_ = 300;
     std::vector<QByteArray> moduleArguments_;
     QString error_;
 };

@@ -177,6 +177,7 @@ bool HostProfile::parse(const QByteArray& json, const QString& baseFolder)
         || !readFolders(root, baseFolder, folders_, error)
         || !readString(root, QStringLiteral("workFolder"), QString(), workFolder, error)
         || !readLanguages(root, languages_, error) || !readProxy(root, proxy_, error)
+        || !readBool(root, QStringLiteral("online"), QString(), online_, error)
         || !installed_.read(root, baseFolder, folders_.count(2) ? folder(2) : baseFolder, error))
         return fail(error);
     if (!workFolder.isEmpty())

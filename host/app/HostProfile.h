@@ -46,6 +46,9 @@ public:
     QString workFolder() const { return workFolder_; }  // absolute, or empty
     const QVector<HostLanguage>& languages() const { return languages_; }
     const HostProxy& proxy() const { return proxy_; }
+    // The connection state the host starts in (3530); on-line unless the
+    // profile says "online": false.
+    bool online() const { return online_; }
     const HostInstalledProducts& installedProducts() const { return installed_; }
 
 private:
@@ -56,6 +59,7 @@ private:
     QString workFolder_;
     QVector<HostLanguage> languages_;
     HostProxy proxy_;
+    bool online_ = true;
     HostInstalledProducts installed_;
     QString error_;
 };

@@ -1,23 +1,30 @@
 // module-host: the reference host. Loads the update module library, hands it
-// the host callbacks, registers it (3007) and tells it the host is ready
-// (3004), then either prints a summary and exits (headless) or shows the main
-// window until it is closed.
+// the host callbacks, registers it (3007), tells it the host is ready (3004)
+// and has it build its dialog object (3066). Then it runs a script of user
+// actions (--script), prints a summary and exits (headless), or shows the
+// main window until it is closed.
 //
 // Exit codes: 0 success, 1 bad command line or log file, 2 bad profile,
-// 3 library cannot be loaded, 4 the module failed to start.
+// 3 library cannot be loaded, 4 the module failed to start, 5 the script
+// timed out, 6 the script is wrong or one of its commands failed; a script's
+// "quit N" exits with N.
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <memory>
 #include <vector>
 
 #include <QApplication>
 #include <QDir>
+#include <QFileInfo>
+#include <QTimer>
 
 #include "host/app/HostBridge.h"
 #include "host/app/HostConsole.h"
 #include "host/app/HostLogPrinter.h"
 #include "host/app/HostOptions.h"
 #include "host/app/HostProfile.h"
+#include "host/app/HostScript.h"
 #include "host/app/HostWindow.h"
 #include "host/app/ModuleLoader.h"
 #include "module/HostMessages.h"
@@ -112,6 +119,23 @@ bool startModule(const ModuleLoader& loader, std::vector<char*>& arguments)
     return true;
 }
 
+// The window's menu entry and on-line switch reach the module through the
+// bridge; closing the window tells the module its dialog goes (3081) before
+// the host quits.
+void connectWindow(HostWindow& window, HostBridge& bridge)
+{
+    window.setOnline(bridge.online());
+    bridge.setMenuEntryAdded([&window](const QString& text, int32_t id) {
+        window.setModuleEntry(text, id);
+    });
+    window.entryPicked = [&bridge](int id) { bridge.pickMenuEntry(id); };
+    window.onlineToggled = [&bridge](bool online) { bridge.setOnline(online); };
+    window.closing = [&bridge] {
+        bridge.closeDialog();
+        QTimer::singleShot(0, QCoreApplication::instance(), &QCoreApplication::quit);
+    };
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
@@ -154,6 +178,32 @@ int main(int argc, char** argv)
     // window, the callbacks and the application it may still use are alive.
     HostWindow window;
     HostBridge bridge(profile, &window);
+    connectWindow(window, bridge);
+
+    // A script is checked before anything is loaded: a wrong one costs no run.
+    std::unique_ptr<HostScript> script;
+    if (!options.scriptPath().isEmpty()) {
+        HostScript::Setup setup;
+        setup.bridge = &bridge;
+        setup.log = &logPrinter;
+        setup.downloadFolder = profile.folder(101);
+        setup.baseFolder = QFileInfo(options.profilePath()).absolutePath();
+        setup.timeoutSeconds = options.scriptTimeout();
+        setup.finish = [&bridge](int code) {
+            bridge.closeDialog();
+            QCoreApplication::exit(code);
+        };
+        const HostTranslator& translator = bridge.translator();
+        script = std::make_unique<HostScript>(setup, [&translator](const char* key) {
+            return translator.translate("CTransDownload", key);
+        });
+        if (!script->load(options.scriptPath())) {
+            printHostError(script->errorString());
+            return HostScript::ExitScript;
+        }
+        logPrinter.keepLines();
+    }
+
     ModuleLoader loader;
     const QString libraryPath = options.libraryPath().isEmpty()
         ? ModuleLoader::defaultLibraryPath(QCoreApplication::applicationDirPath())
@@ -169,6 +219,9 @@ int main(int argc, char** argv)
     printModuleInfo(loader, info);
     loader.initialize(&HostBridge::send, &HostBridge::post, bridge.hostObject(),
                       reinterpret_cast<void*>(kModuleSlot));
+    bridge.setModuleReceiver([&loader](unsigned int code, intptr_t param1, intptr_t param2) {
+        return loader.receiveMessage(loader.getModule(), code, param1, param2);
+    });
 
     // The module may keep the vector, so it and its strings live until the
     // end of main; it ends with a null entry, as a process's argv does.
@@ -179,14 +232,24 @@ int main(int argc, char** argv)
     moduleArgv.push_back(nullptr);
     if (!startModule(loader, moduleArgv))
         return ExitModule;
+    // The module builds its dialog object once; the object adds the menu
+    // entry and starts the automatic mode's timer.
+    bridge.openDialogObject();
 
+    printSummary(bridge);
+    if (script) {
+        if (!headless)
+            window.show();
+        script->start();
+        return QApplication::exec();
+    }
     if (headless) {
-        QCoreApplication::processEvents();
-        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-        printSummary(bridge);
+        // One turn of the event loop, so that what the module posted is
+        // answered and its objects see the application quit.
+        QTimer::singleShot(0, QCoreApplication::instance(), &QCoreApplication::quit);
+        QApplication::exec();
         return bridge.registered() ? ExitOk : ExitModule;
     }
-    printSummary(bridge);
     window.show();
     return QApplication::exec();
 }

@@ -20,6 +20,13 @@
 #include "module/HostMessages.h"
 #include "module/Log.h"
 #include "module/ModuleApi.h"
+#include "ui/DialogRecords.h"
+#include "support/TestHost.h"
+#include "ui/DownloadWidget.h"
+
+#include <QAction>
+#include <QDialog>
+#include <QMenu>
 
 namespace {
 
@@ -40,6 +47,8 @@ protected:
 
     void TearDown() override
     {
+        if (module())
+            module()->deleteDialog();
         pGloabalMainWindow = nullptr;
         ::Initialize(nullptr, nullptr, nullptr, nullptr);
     }
@@ -220,6 +229,97 @@ TEST_F(HostBridgeTest, FormatsTimesForTheModule)
     const QDateTime time(QDate(2024, 2, 29), QTime(13, 5, 7));
     EXPECT_EQ(formatter->toString(time, QStringLiteral("dd.MM.yyyy hh:mm:ss")),
               QStringLiteral("29.02.2024 13:05:07"));
+}
+
+// The dialog object's questions, answered as module-host wires its window:
+// the menu entry lands in the window's "Updates" menu and picking it reaches
+// the module, the on-line switch and the profile's state reach the dialog,
+// and module versions come from the current configuration only.
+TEST_F(HostBridgeTest, TheDialogObjectGetsItsMenuEntryConnectionAndModuleVersions)
+{
+    // An update server nobody listens on: the window's list search fails
+    // quietly on loopback.
+    QDir().mkpath(dir.filePath("run/config"));
+    QFile settings(dir.filePath("run/config/download.cfg"));
+    ASSERT_TRUE(settings.open(QIODevice::WriteOnly));
+    settings.write("[Address]\r\nPath=http://127.0.0.1:9\r\n");
+    settings.close();
+    startWith(R"({
+        "folders": {"2": "run/config", "101": "run/download"},
+        "online": false,
+        "installedConfigurations": [
+          {"name": "Futures", "version": "1.0.0",
+           "modules": [{"name": "orders.so", "version": "9.9.9"}]},
+          {"name": "Standard", "version": "3.3.8", "current": true,
+           "modules": [{"name": "charts.so", "version": "1.4.2"}]}
+        ]
+    })");
+    bridge->setModuleReceiver([](unsigned int code, intptr_t param1, intptr_t param2) {
+        return ::ReceiveMessage(::GetModule(), code, param1, param2);
+    });
+    int picked = 0;
+    bridge->setMenuEntryAdded([this](const QString& text, int32_t id) {
+        window.setModuleEntry(text, id);
+    });
+    window.entryPicked = [this, &picked](int id) {
+        ++picked;
+        bridge->pickMenuEntry(id);
+    };
+    window.onlineToggled = [this](bool online) { bridge->setOnline(online); };
+    window.setOnline(bridge->online());
+
+    EXPECT_EQ(bridge->openDialogObject(), 0);
+    CDownloadWidget* widget = module()->widget();
+    ASSERT_NE(widget, nullptr);
+    EXPECT_NE(bridge->menuId(), 0);
+    EXPECT_EQ(bridge->menuText(), QStringLiteral("Updates"));
+    ASSERT_NE(window.moduleEntry(), nullptr);
+    EXPECT_EQ(window.updatesMenu()->actions(), QList<QAction*>{window.moduleEntry()});
+    EXPECT_EQ(window.moduleEntry()->text(), QStringLiteral("Updates"));
+    // The profile started the host off-line: the entry opens nothing.
+    EXPECT_TRUE(widget->isOffLine());
+    window.moduleEntry()->trigger();
+    EXPECT_EQ(picked, 1);
+    EXPECT_EQ(widget->dialogWindow(), nullptr);
+
+    window.onlineAction()->setChecked(true);
+    EXPECT_TRUE(bridge->online());
+    EXPECT_FALSE(widget->isOffLine());
+    window.moduleEntry()->trigger();
+    ASSERT_NE(widget->dialogWindow(), nullptr);
+    EXPECT_TRUE(widget->dialogWindow()->isVisible());
+
+    // A second dialog object asks again; the menu keeps one entry, the newest.
+    const int32_t firstId = bridge->menuId();
+    EXPECT_EQ(bridge->openDialogObject(), 0);
+    EXPECT_NE(bridge->menuId(), firstId);
+    EXPECT_EQ(window.updatesMenu()->actions().size(), 1);
+
+    coreModuleQuery query;
+    std::memset(&query, 0, sizeof query);
+    std::strcpy(query.name, "charts.so");
+    EXPECT_EQ(HostBridge::send(bridge->hostObject(), HostMsg::QueryModuleVersion,
+                               reinterpret_cast<intptr_t>(&query), 0),
+              0);
+    EXPECT_EQ(1, value(query.major));
+    EXPECT_EQ(4, value(query.minor));
+    EXPECT_EQ(2, value(query.build));
+    // Known only in a configuration that is not in use.
+    std::memset(&query, 0, sizeof query);
+    std::strcpy(query.name, "orders.so");
+    EXPECT_EQ(HostBridge::send(bridge->hostObject(), HostMsg::QueryModuleVersion,
+                               reinterpret_cast<intptr_t>(&query), 0),
+              -1);
+    EXPECT_EQ(0, value(query.major));
+
+    // Menus are redrawn without a record; the connection state is what the
+    // switch says now.
+    EXPECT_EQ(HostBridge::send(bridge->hostObject(), HostMsg::UpdateMenu, 0, 0), 0);
+    mwiSetStateConnect state{7};
+    EXPECT_EQ(HostBridge::send(bridge->hostObject(), HostMsg::QueryConnectState,
+                               reinterpret_cast<intptr_t>(&state), 0),
+              0);
+    EXPECT_EQ(1, value(state.state));
 }
 
 }  // namespace
