@@ -42,6 +42,13 @@ CTestProxyHttp::CTestProxyHttp(int timeoutSeconds, char const* targetHost, int,
     connect(socket, &QAbstractSocket::errorOccurred, this, &CTestProxyHttp::errorSocket);
 }
 
+// The socket is a child and is deleted after this object's own part: it must
+// not signal into it.
+CTestProxyHttp::~CTestProxyHttp()
+{
+    socket->disconnect(this);
+}
+
 bool CTestProxyHttp::doTest()
 {
     const qint64 start = QDateTime::currentSecsSinceEpoch();

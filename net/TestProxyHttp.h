@@ -12,6 +12,7 @@ public:
     // The target port is not used: the request names the target by its URL.
     CTestProxyHttp(int timeoutSeconds, char const* targetHost, int targetPort,
                    char const* proxyHost, int proxyPort, char const* login, char const* password);
+    ~CTestProxyHttp() override;
 
     // True when the proxy passed the request on (status 200, 302 or 403).
     bool doTest();

@@ -12,6 +12,14 @@ CVMSockBase::CVMSockBase(QObject* parent) : QObject(parent)
     connect(&socket, &QAbstractSocket::errorOccurred, this, &CVMSockBase::socketError);
 }
 
+// The socket outlives the derived test object: closing it must not signal
+// into what is left of it.
+CVMSockBase::~CVMSockBase()
+{
+    socket.disconnect(this);
+    socket.abort();
+}
+
 void CVMSockBase::SetDestination(const QString& host, int port)
 {
     destinationHost = host;

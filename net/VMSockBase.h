@@ -22,6 +22,7 @@ public:
     static const int kMaxAnswer = 1024;
 
     explicit CVMSockBase(QObject* parent = nullptr);
+    ~CVMSockBase() override;
 
     void SetDestination(const QString& host, int port);
     void SetProxy(int type, const QString& host, int port, const QString& login,

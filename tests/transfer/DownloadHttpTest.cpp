@@ -279,6 +279,18 @@ TEST_F(DownloadHttpTest, RefusedConnectionKeepsTheProductIntervalAndNoWindowNoTe
     EXPECT_TRUE(second.isBusy());
 }
 
+TEST_F(DownloadHttpTest, HostNotFoundStaysInTheStatusBarAndIsRetried)
+{
+    // An invalid name is refused before any lookup leaves the machine.
+    CDownloadHttp http(&client, QStringLiteral("http://bad..name/Win32"));
+    http.setRetryIntervalForTest(10);
+    http.getFile(QStringLiteral("/r.txt"), dir.path(), 0, 0, 0, false);
+    ASSERT_TRUE(waitFor([&] { return client.statusMessages.size() >= 2; }));
+    EXPECT_EQ(QStringLiteral("Download: Error HostNotFound"), client.statusMessages[0].first);
+    EXPECT_EQ(0, client.statusMessages[0].second);
+    EXPECT_EQ(0, client.completions());
+}
+
 TEST_F(DownloadHttpTest, ProxyGetsTheAbsoluteRequestWithCredentialsLast)
 {
     FaultServer proxy({okReply("via proxy")});

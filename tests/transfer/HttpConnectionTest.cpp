@@ -151,6 +151,18 @@ TEST(HttpConnection, RefusedConnectionIsReported)
     EXPECT_EQ(CHttpConnection::ConnectionRefused, outcome.error);
 }
 
+TEST(HttpConnection, InvalidHostNameIsNotFound)
+{
+    // Refused by Qt's own name check: no lookup leaves the machine.
+    CHttpConnection connection;
+    int done = 0;
+    QObject::connect(&connection, &CHttpConnection::done, [&](bool) { ++done; });
+    connection.setHost(QStringLiteral("bad..name"), 80);
+    connection.request(plainGet());
+    waitFor([&] { return done > 0; });
+    EXPECT_EQ(CHttpConnection::HostNotFound, connection.error());
+}
+
 TEST(HttpConnection, AbortWhileTheServerNeverAnswersEndsOnceWithAborted)
 {
     FaultServer server({faultReply(Fault::NeverAnswers)});

@@ -69,7 +69,10 @@ public:
             "  }\n"
             "}\n";
         writeText(dir_.filePath(QStringLiteral("nginx.conf")), conf);
-        process_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        // Output to files: a server left behind by a crashed test must not
+        // hold the test runner's pipes open.
+        process_.setStandardOutputFile(dir_.filePath(QStringLiteral("stdout.log")));
+        process_.setStandardErrorFile(dir_.filePath(QStringLiteral("stderr.log")));
         process_.start(QStringLiteral("/usr/sbin/nginx"),
                        {QStringLiteral("-p"), dir_.path(), QStringLiteral("-e"),
                         dir_.filePath(QStringLiteral("error.log")), QStringLiteral("-c"),
@@ -125,7 +128,8 @@ public:
             "DisableViaHeader Yes\n"
             "BasicAuth " + user + " " + password + "\n";
         writeText(dir_.filePath(QStringLiteral("tinyproxy.conf")), conf);
-        process_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        process_.setStandardOutputFile(dir_.filePath(QStringLiteral("stdout.log")));
+        process_.setStandardErrorFile(dir_.filePath(QStringLiteral("stderr.log")));
         process_.start(QStringLiteral("/usr/bin/tinyproxy"),
                        {QStringLiteral("-d"), QStringLiteral("-c"),
                         dir_.filePath(QStringLiteral("tinyproxy.conf"))});
