@@ -55,6 +55,8 @@ enum Code : unsigned int {
     ReleaseInterface = 3002,    // module -> host: coreInterfaceRecord of an earlier 3001
     MenuCommand = 5511,         // host -> module: mm_menu_item*
     QueryModuleVersion = 3089,  // module -> host: coreModuleQuery; -1 = unknown module
+    ConfigFileArrived = 3090,   // module -> host: coreConfigFileArrived (installation)
+    ModuleUpdated = 3091,       // module -> host: coreModuleUpdated (installation)
 
     // Main window services
     MainWindowId = 3502,      // module -> main window: intptr_t*

@@ -1,7 +1,8 @@
 #pragma once
 // Records of the host messages that the update dialog sends or receives:
-// its menu entry (3075, 5511), the connection state (3530) and the question
-// about one installed module asked when a run is recorded (3089).
+// its menu entry (3075, 5511), the connection state (3530), the question
+// about one installed module asked when a run is recorded (3089), and what
+// installation tells the host (3090, 3091).
 // Compiled with -m32 by the tests: no Qt here.
 #include <cstdint>
 
@@ -45,3 +46,26 @@ DM_ASSERT_OFFSET(mm_menu_item, text, 4, 4);
 DM_ASSERT_SIZE(coreModuleQuery, 267, 267);
 DM_ASSERT_OFFSET(coreModuleQuery, major, 255, 255);
 DM_ASSERT_OFFSET(coreModuleQuery, build, 263, 263);
+
+#pragma pack(push, 1)
+
+// A configuration file that arrived with an update (3090): the host takes it
+// over before the module deletes it.
+struct coreConfigFileArrived {
+    char path[255];
+};
+
+// A module file the host should know in its new version (3091).
+struct coreModuleUpdated {
+    char fileName[255];  // the installed file's name, as the module's local path ends
+    int32_t major;
+    int32_t minor;
+    int32_t build;
+};
+
+#pragma pack(pop)
+
+DM_ASSERT_SIZE(coreConfigFileArrived, 255, 255);
+DM_ASSERT_SIZE(coreModuleUpdated, 267, 267);
+DM_ASSERT_OFFSET(coreModuleUpdated, major, 255, 255);
+DM_ASSERT_OFFSET(coreModuleUpdated, build, 263, 263);

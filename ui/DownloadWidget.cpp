@@ -13,10 +13,12 @@
 #include <QLabel>
 #include <QMessageBox>
 #include <QProgressBar>
+#include <QProgressDialog>
 #include <QPushButton>
 #include <QStatusBar>
 #include <QTabWidget>
 #include <QTextCodec>
+#include <QThread>
 #include <QTimer>
 #include <QTreeWidget>
 #include <QVBoxLayout>
@@ -28,6 +30,7 @@
 #include "module/RecordText.h"
 #include "transfer/DownloadHttp.h"
 #include "transfer/DownloadManager.h"
+#include "ui/ChangeModulesThread.h"
 #include "ui/DlCheckListItem.h"
 #include "ui/DlListViewItem.h"
 #include "ui/DownloadMessInfo.h"
@@ -996,15 +999,6 @@ void CDownloadWidget::downloadModule(QString, bool notFound)
     changeModules();
 }
 
-// Installation takes the fetched files from here (the installation step).
-void CDownloadWidget::changeModules()
-{
-    const int fetched = saveParam->getCountStateLastDownloadModule(dlStateFetched);
-    LogHelper::ShowLogInfo(logTypeMessage, logLevel2,
-                           QStringLiteral("Download complete: %1 file(s) ready to install")
-                               .arg(fetched));
-    emit SignalInstallationStarts(fetched);
-}
 
 void CDownloadWidget::errorRead()
 {

@@ -16,6 +16,7 @@
 #include "update/DlModule.h"
 #include "update/UpdateRecords.h"
 
+class ChangeModulesThread;
 class CDownloadHttp;
 class CFileToDl;
 class CSaveParamDownload;
@@ -67,7 +68,17 @@ public:
     void errorRead();
     void continueDownload();
     void startTimer();
+
+    // Installation: the fetched files are handed to the updater program on a
+    // worker thread while a progress dialog waits; then the report.
     void changeModules();
+    int changeModulesInnerWork(ChangeModulesThread* thread);
+    void setInfoAboutSuccessModuleUpdate(bool success, dlModule& record, int configIndex,
+                                         QString text);
+    // Moves source into destination, keeping a copy of what it replaces in
+    // backup; false when the file could not be put in place.
+    bool moveFiles(QString source, QString destination, QString backup, dlModule record);
+    void showUpdateReport(int count);
 
     // The automatic mode.
     void startAutoDownload();
@@ -88,6 +99,7 @@ public:
 
     // Read access for the host's scripted mode and for tests.
     QDialog* dialogWindow() const { return dialog; }
+    QDialog* updateReport() const { return reportDialog; }
     QTreeWidget* tree() const { return moduleTree; }
     QStatusBar* statusLine() const { return statusBar; }
     QProgressBar* progress() const { return progressBar; }
@@ -130,6 +142,9 @@ signals:
     // A run has fetched everything; installation takes over with this many
     // records in state 2.
     void SignalInstallationStarts(int fetched);
+    // Installation has ended with the worker's result (-1 failed, 0 nothing
+    // to install, else the records of the run); the report has been shown.
+    void SignalInstallationEnded(int result);
 
 private:
     void askHostAtStart();
@@ -158,6 +173,12 @@ private:
     void recordRun(int& count);
     void deleteRunFiles();
     bool askHostForModule(const dlModule& record);
+    // Runs f on the GUI thread, waiting for it when called from the worker:
+    // every host call and state-file change happens on the GUI thread.
+    template <class F>
+    void onGuiThread(F f);
+    QWidget* messageParent() const;
+    std::vector<dlModule> storedRecords(int state, int count);
     void takeOfferedForAuto(const dlListModule& offered);
 
     // Settings and folders.
@@ -224,6 +245,7 @@ private:
     int bytesOnDisk = 0;
     int lastDone = 0;
     std::vector<dlModule> lastModules;
+    int installCount = 0;
     bool autoRun = false;
     bool autoWait = false;
     int errorCount = 0;

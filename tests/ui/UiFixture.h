@@ -49,6 +49,10 @@ protected:
         host = std::make_unique<UiTestHost>(root.path());
         // Installed: configuration Standard 3.3.8 in use, with an older charts
         // and quotes module and news at the offered version.
+        // Runs end in installation; without an updater it says "Update failed",
+        // which the answerer dismisses. Installation tests name a real one.
+        qputenv("VELMORA_UPDATER", QFile::encodeName(root.filePath("no-updater")));
+        answerer = std::make_unique<ModalAnswerer>();
         host->addConfiguration("Standard", 3, 3, 8, true, 7,
                                {UiTestHost::module("charts.so", 1, 4, 0),
                                 UiTestHost::module("news.so", 1, 0, 0),
@@ -59,7 +63,9 @@ protected:
     {
         if (CDownloadModule* module = GetModule<CDownloadModule>())
             module->deleteDialog();
+        answerer.reset();
         host.reset();
+        qunsetenv("VELMORA_UPDATER");
     }
 
     void startNginx()
@@ -160,4 +166,5 @@ protected:
     QString serverRoot;
     std::unique_ptr<UiTestHost> host;
     std::unique_ptr<NginxServer> nginx;
+    std::unique_ptr<ModalAnswerer> answerer;  // every box the dialog opens, in order
 };

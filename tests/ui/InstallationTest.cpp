@@ -1,0 +1,162 @@
+// Installation through the dialog: the fetched files handed to the real
+// updater program, the report, and the failures a user can meet.
+#include <zlib.h>
+
+#include <QDirIterator>
+#include <QLabel>
+#include <QMessageBox>
+#include <QProgressDialog>
+#include <QPushButton>
+#include <QTextBlock>
+#include <QTextDocument>
+
+#include "ui/TextEdit.h"
+#include "ui/UiFixture.h"
+#include "update/SaveParamDownload.h"
+
+namespace {
+
+QByteArray gzipped(const QByteArray& bytes, const QString& path)
+{
+    gzFile out = gzopen(path.toLocal8Bit().constData(), "wb");
+    gzwrite(out, bytes.constData(), unsigned(bytes.size()));
+    gzclose(out);
+    return fileBytes(path);
+}
+
+// What the report showed, line by line, with each line's colour and weight.
+struct ReportLine {
+    QString text;
+    QColor colour;
+    int weight;
+};
+
+class Installation : public UiFixture {
+protected:
+    void SetUp() override
+    {
+        UiFixture::SetUp();
+        installDir = root.filePath(QStringLiteral("install/bin"));
+        QDir().mkpath(installDir);
+        host->folders[1] = installDir;
+        host->folders[150] = root.filePath(QStringLiteral("install/other"));
+        QDir().mkpath(host->folders[150]);
+        // The server publishes gzip files, as the publishing tool does.
+        for (const char* name : {"quotes.so", "charts.so", "orders.so"}) {
+            const QByteArray plain = patternBytes(64 * 1024, name[0]);
+            programs[name] = plain;
+            gzipped(plain, serverRoot + "/files/" + name + ".gz");
+        }
+        qputenv("VELMORA_UPDATER", DM_UPDATER_PATH);
+    }
+
+    // Starts a run of the ticked rows and answers what the dialog asks until
+    // installation has ended; the report's lines are kept.
+    int runAndInstall(CDownloadWidget* widget)
+    {
+        int result = -2;
+        QObject::connect(widget, &CDownloadWidget::SignalInstallationEnded, widget,
+                         [&result](int r) { result = r; });
+        QTimer watcher;
+        QObject::connect(&watcher, &QTimer::timeout, [this, widget] { answer(widget); });
+        watcher.start(20);
+        widget->startControl()->click();
+        waitFor([&result] { return result != -2; });
+        return result;
+    }
+
+    void answer(CDownloadWidget* widget)
+    {
+        if (QDialog* report = widget->updateReport(); report && report->isVisible()) {
+            auto* view = report->findChild<CTextEdit*>();
+            for (QTextBlock block = view->document()->begin(); block.isValid(); block = block.next()) {
+                const QTextCharFormat format = block.begin().atEnd()
+                    ? block.charFormat()
+                    : block.begin().fragment().charFormat();
+                reportLines.push_back({block.text(), format.foreground().color(),
+                                       format.fontWeight()});
+            }
+            report->findChild<QPushButton*>()->click();
+            return;
+        }
+        for (QWidget* window : QApplication::topLevelWidgets()) {
+            if (auto* progress = qobject_cast<QProgressDialog*>(window); progress && progress->isVisible())
+                progressSeen = true;
+        }
+    }
+
+    QString installDir;
+    std::map<QString, QByteArray> programs;
+    std::vector<ReportLine> reportLines;
+    QStringList boxes() const
+    {
+        QStringList seen;
+        for (const ModalAnswerer::Seen& box : answerer->seen)
+            seen << box.title + " | " + box.text;
+        return seen;
+    }
+    bool progressSeen = false;
+};
+
+}  // namespace
+
+TEST_F(Installation, FetchedFilesAreInstalledBackedUpAndReported)
+{
+    writeText(installDir + "/charts.so", "the old charts");
+    startNginx();
+    CDownloadWidget* widget = openDialog();
+    ASSERT_TRUE(openWindowAndWaitForLists(widget));
+    tick(widget, "Standard");
+    tick(widget, "charts.so");
+    tick(widget, "orders.so");
+
+    const int result = runAndInstall(widget);
+    EXPECT_EQ(3, result);
+    EXPECT_TRUE(boxes().isEmpty()) << boxes().join('\n').toStdString();
+    EXPECT_TRUE(progressSeen);
+    for (const auto& [name, bytes] : programs)
+        EXPECT_EQ(bytes, fileBytes(installDir + '/' + name)) << name.toStdString();
+    // The replaced file is kept under the backup folder, by its full path.
+    QStringList backups;
+    QDirIterator it(widget->getBackupDirPath(), {QStringLiteral("*.so")}, QDir::Files,
+                    QDirIterator::Subdirectories);
+    while (it.hasNext())
+        backups << it.next();
+    ASSERT_EQ(1, backups.size()) << backups.join('\n').toStdString();
+    EXPECT_TRUE(backups[0].endsWith(installDir + "/charts.so")) << backups[0].toStdString();
+    EXPECT_EQ(QByteArray("the old charts"), fileBytes(backups[0]));
+    EXPECT_FALSE(QFile::exists(downloaded("charts.so.gz")));  // unpacked, then handed over
+
+    ASSERT_EQ(6u, reportLines.size());
+    EXPECT_EQ(QStringLiteral("MD0025Message"), reportLines[0].text);
+    EXPECT_EQ(QColor(Qt::red), reportLines[0].colour);
+    EXPECT_EQ(75, reportLines[0].weight);
+    EXPECT_EQ(QStringLiteral("MD0024"), reportLines[1].text);
+    EXPECT_EQ(QColor(Qt::black), reportLines[1].colour);
+    EXPECT_EQ(50, reportLines[1].weight);
+    EXPECT_EQ(QString(), reportLines[2].text);
+    EXPECT_EQ(QStringLiteral(" - quotes.so          ver: 2.1.0"), reportLines[3].text);
+    EXPECT_EQ(QStringLiteral(" - charts.so          ver: 1.5.0"), reportLines[4].text);
+    EXPECT_EQ(QStringLiteral(" - orders.so          ver: 4.0.0"), reportLines[5].text);
+
+    // The finished run is forgotten once the report is closed.
+    EXPECT_EQ(0, CSaveParamDownload(host->downloadDir).getCountLastDownloadModule());
+}
+
+TEST_F(Installation, AMissingUpdaterSaysUpdateFailedAndChangesNothing)
+{
+    qputenv("VELMORA_UPDATER", QFile::encodeName(root.filePath("no-such-updater")));
+    writeText(installDir + "/charts.so", "the old charts");
+    startNginx();
+    CDownloadWidget* widget = openDialog();
+    ASSERT_TRUE(openWindowAndWaitForLists(widget));
+    tick(widget, "charts.so");
+
+    EXPECT_EQ(-1, runAndInstall(widget));
+    EXPECT_EQ(QStringList{"MD0050 | MD0053"}, boxes());
+    EXPECT_FALSE(progressSeen);
+    EXPECT_EQ(QByteArray("the old charts"), fileBytes(installDir + "/charts.so"));
+    EXPECT_TRUE(reportLines.empty());
+    // The fetched file waits for a later installation.
+    EXPECT_EQ(1, CSaveParamDownload(host->downloadDir).getCountStateLastDownloadModule(2));
+}
