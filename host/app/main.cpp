@@ -160,6 +160,9 @@ int main(int argc, char** argv)
     int qtArgc = 1;
     char* qtArgv[] = {argv[0], nullptr};
     QApplication application(qtArgc, qtArgv);
+    // The host quits when its main window closes (after 3081) or its script
+    // ends, never because the module's last window went.
+    QApplication::setQuitOnLastWindowClosed(false);
 
     HostProfile profile;
     if (!profile.load(options.profilePath())) {

@@ -320,6 +320,25 @@ TEST_F(HostBridgeTest, TheDialogObjectGetsItsMenuEntryConnectionAndModuleVersion
                                reinterpret_cast<intptr_t>(&state), 0),
               0);
     EXPECT_EQ(1, value(state.state));
+
+    // Closing the main window tells the module its dialog goes, once: the
+    // module then clears the list files from the download folder.
+    int closed = 0;
+    window.closing = [this, &closed] {
+        ++closed;
+        bridge->closeDialog();
+    };
+    const QString listFile = dir.filePath("run/download/moduleDesc.txt");
+    QFile list(listFile);
+    ASSERT_TRUE(list.open(QIODevice::WriteOnly));
+    list.close();
+    window.show();
+    window.close();
+    EXPECT_EQ(closed, 1);
+    EXPECT_FALSE(QFile::exists(listFile));
+    window.show();
+    window.close();
+    EXPECT_EQ(closed, 1);
 }
 
 }  // namespace

@@ -50,6 +50,17 @@ TEST(HostProfileTest, AnEmptyObjectIsAProfileWithoutAnything)
     EXPECT_TRUE(profile.workFolder().isEmpty());
     EXPECT_TRUE(profile.languages().isEmpty());
     EXPECT_EQ(profile.proxy().port, 0);
+    EXPECT_TRUE(profile.online());
+}
+
+TEST(HostProfileTest, TheConnectionStateIsABoolean)
+{
+    HostProfile profile;
+    ASSERT_TRUE(profile.parse(R"({"online": false})", QStringLiteral("/base")));
+    EXPECT_FALSE(profile.online());
+    EXPECT_FALSE(profile.parse(R"({"online": 0})", QStringLiteral("/base")));
+    EXPECT_TRUE(profile.errorString().contains(QStringLiteral("\"online\"")))
+        << qPrintable(profile.errorString());
 }
 
 struct BrokenProfile {
@@ -132,6 +143,24 @@ TEST(HostOptionsTest, OptionsEndAtTheProfile)
     EXPECT_EQ(options.profilePath(), QStringLiteral("-odd.json"));
     EXPECT_FALSE(options.headless());
     EXPECT_EQ(options.moduleArguments(), std::vector<QByteArray>{"x"});
+}
+
+TEST(HostOptionsTest, ScriptAndItsTimeLimit)
+{
+    HostOptions options;
+    ASSERT_TRUE(parseOptions(options, {"--headless", "p.json", "--script", "s.txt"}));
+    // After the profile it is the module's.
+    EXPECT_TRUE(options.scriptPath().isEmpty());
+    EXPECT_EQ(options.scriptTimeout(), 300);
+
+    ASSERT_TRUE(parseOptions(options, {"--script", "-", "--script-timeout=7", "p.json"}));
+    EXPECT_EQ(options.scriptPath(), QStringLiteral("-"));
+    EXPECT_EQ(options.scriptTimeout(), 7);
+
+    for (const char* limit : {"--script-timeout=0", "--script-timeout=soon", "--script-timeout=-3"}) {
+        EXPECT_FALSE(parseOptions(options, {limit, "p.json"})) << limit;
+        EXPECT_TRUE(options.errorString().contains(QStringLiteral("--script-timeout"))) << limit;
+    }
 }
 
 TEST(HostOptionsTest, RefusesWhatItCannotUse)

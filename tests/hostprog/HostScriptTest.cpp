@@ -281,12 +281,15 @@ TEST_F(HostScriptTest, OffLineTheMenuEntryOpensNothingUntilTheHostGoesOnLine)
         "open\n"
         "wait-lists\n"
         "print window\n"
-        "print tree\n",
+        "print tree\n"
+        "press close\n"
+        "print window\n",
         /*online=*/false);
     ASSERT_EQ(result.exitCode, 0) << qPrintable(result.out + result.err);
     EXPECT_EQ(printedBy(result.out, QStringLiteral("menu")), QStringList());
     const QStringList lines = result.out.split('\n').filter(QRegExp(QStringLiteral("^window: ")));
-    EXPECT_EQ(lines, QStringList({"window: hidden", "window: shown"})) << qPrintable(result.out);
+    EXPECT_EQ(lines, QStringList({"window: hidden", "window: shown", "window: hidden"}))
+        << qPrintable(result.out);
     EXPECT_EQ(printedBy(result.out, QStringLiteral("print tree")), kOfferedTree);
     EXPECT_TRUE(result.out.contains(QStringLiteral("module-host: code 3529 to the module")));
 }
