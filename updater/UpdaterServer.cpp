@@ -20,6 +20,10 @@ namespace {
 // request waits about a millisecond, long enough to leave the processor free.
 constexpr long kPollPauseNs = 1000000;
 
+// How long the segment stays idle before the updater checks that the module
+// still holds it.
+constexpr qint64 kPresenceCheckMs = 200;
+
 void pauseBriefly()
 {
     timespec request{0, kPollPauseNs};
@@ -29,6 +33,19 @@ void pauseBriefly()
 QString path(const char16_t* field)
 {
     return utf16FieldText(field, kUpdatePathUnits);
+}
+
+// Whether anybody else still holds the segment. The system releases a
+// segment when its last user detaches (QSharedMemory::detach), so detaching
+// and attaching again fails exactly when the module has dropped it. Its lock
+// tells nothing: Qt makes the semaphore anew when it finds it removed.
+bool othersHoldSegment(QSharedMemory& memory, umUpdateFile*& segment)
+{
+    memory.detach();
+    if (!memory.attach(QSharedMemory::ReadWrite))
+        return false;
+    segment = static_cast<umUpdateFile*>(memory.data());
+    return true;
 }
 
 }  // namespace
@@ -73,12 +90,12 @@ CUpdaterServer::Outcome CUpdaterServer::run()
 
     QElapsedTimer idle;
     idle.start();
+    QElapsedTimer sinceCheck;
+    sinceCheck.start();
     for (;;) {
-        // The module's segment takes its lock with it: a lock that fails
-        // means nobody is left to hand over files.
         if (!memory.lock()) {
             if (log_)
-                log_->write(QString("segment %1 is gone after %2 requests").arg(key_).arg(served_));
+                log_->write(QString("cannot lock segment %1: %2").arg(key_, memory.errorString()));
             return SegmentGone;
         }
         if (segment->finished != 0) {
@@ -100,9 +117,19 @@ CUpdaterServer::Outcome CUpdaterServer::run()
             segment->done = 1;
             memory.unlock();
             idle.restart();
+            sinceCheck.restart();
             continue;
         }
         memory.unlock();
+
+        if (sinceCheck.elapsed() >= kPresenceCheckMs) {
+            sinceCheck.restart();
+            if (!othersHoldSegment(memory, segment)) {
+                if (log_)
+                    log_->write(QString("segment %1 was dropped after %2 requests").arg(key_).arg(served_));
+                return SegmentGone;
+            }
+        }
 
         if (idle.elapsed() > idleLimitMs_) {
             if (log_)

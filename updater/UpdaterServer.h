@@ -5,9 +5,10 @@
 // ready and then polls: a request is pending while done is 0; it is copied
 // out under the segment's lock, served without the lock, and answered by
 // setting error (0 or an errno) and done, again under the lock. The server
-// ends when finished is set, when the segment's lock is gone (the module
-// dropped the segment), when the process that started it has ended, or after
-// a long time without a request.
+// ends when finished is set, when it finds itself the segment's last user
+// (the module dropped the segment; checked after 200 ms without a request),
+// when the process that started it has ended, or after a long time without
+// a request.
 #include <functional>
 
 #include <QString>
@@ -21,7 +22,7 @@ public:
     enum Outcome {
         Finished = 0,       // the module set finished
         AttachFailed = 1,   // no segment under that key
-        SegmentGone = 2,    // the module dropped the segment
+        SegmentGone = 2,    // the module dropped the segment, or its lock failed
         IdleTimeout = 3,    // no request for idleLimitMs
         ModuleGone = 4,     // the process that started the updater has ended
     };
