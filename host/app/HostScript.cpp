@@ -140,6 +140,7 @@ void HostScript::tick()
 {
     if (ended_)
         return;
+    ++ticks_;
     if (clock_.elapsed() > qint64(setup_.timeoutSeconds) * 1000) {
         const QString where = next_ < commands_.size()
             ? QStringLiteral("line %1: %2").arg(commands_[next_].line).arg(commands_[next_].text)
@@ -188,6 +189,7 @@ void HostScript::answerOpenBox()
     if (!DialogDriver::answerBox(box, answer_ == 1))
         box->reject();
     ++boxesAnswered_;
+    lastAnswerTick_ = ticks_;
 }
 
 HostScript::Step HostScript::run(const ScriptCommand& command)
@@ -248,7 +250,9 @@ HostScript::Step HostScript::run(const ScriptCommand& command)
     if (name == QLatin1String("wait-box")) {
         if (answer_ < 0)
             return fail(QStringLiteral("no answer given for boxes"));
-        if (boxesAnswered_ <= boxCursor_)
+        // Over from the next tick on: the module goes on after its box only
+        // once this tick has returned to the box's event loop.
+        if (boxesAnswered_ <= boxCursor_ || lastAnswerTick_ == ticks_)
             return Step::Waiting;
         ++boxCursor_;
         return Step::Done;

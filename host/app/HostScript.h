@@ -91,5 +91,7 @@ private:
     int logCursor_ = 0;         // log lines before this one were searched already
     int boxesAnswered_ = 0;
     int boxCursor_ = 0;         // boxes a wait-box has already seen
+    qint64 ticks_ = 0;
+    qint64 lastAnswerTick_ = -1;
     bool ended_ = false;
 };
