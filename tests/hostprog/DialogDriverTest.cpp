@@ -1,0 +1,75 @@
+// The dialog driver against the module's real boxes: the question box the
+// module asks with and a message box, answered as a script's "answer" does.
+#include <QApplication>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QTimer>
+#include <gtest/gtest.h>
+
+#include "host/app/DialogDriver.h"
+#include "ui/DownloadMessInfo.h"
+
+namespace {
+
+DialogDriver driver()
+{
+    return DialogDriver([](const char*) { return QString(); });
+}
+
+// Runs answer from the box's own event loop, as the script does.
+template <typename Answer>
+void whenOpen(Answer answer)
+{
+    QTimer::singleShot(0, [answer] { answer(); });
+}
+
+TEST(DialogDriverTest, AnswersTheModulesQuestionBoxYesWithItsFirstButtonAndNoWithItsLast)
+{
+    for (const bool yes : {true, false}) {
+        CDownloadMessInfo question(nullptr, QStringLiteral("Updates found"),
+                                   QStringLiteral("Download new version?"));
+        QString seen;
+        bool answered = false;
+        whenOpen([&] {
+            QDialog* box = driver().openBox();
+            ASSERT_EQ(box, &question);
+            seen = DialogDriver::boxTitle(box) + " | " + DialogDriver::boxText(box);
+            answered = DialogDriver::answerBox(box, yes);
+        });
+        // 0 is the box's OK, 1 its Cancel.
+        EXPECT_EQ(question.start(), yes ? 0 : 1);
+        EXPECT_TRUE(answered);
+        EXPECT_EQ(seen, QStringLiteral("Updates found | Download new version?"));
+        EXPECT_EQ(driver().openBox(), nullptr);
+    }
+}
+
+TEST(DialogDriverTest, AnswersAMessageBoxAndLeavesOtherWindowsAlone)
+{
+    // A visible window that is not modal is no box to answer.
+    QWidget plain;
+    plain.show();
+    EXPECT_EQ(driver().openBox(), nullptr);
+    EXPECT_EQ(driver().window(), nullptr);
+
+    QMessageBox box(QMessageBox::Question, QStringLiteral("Error"),
+                    QStringLiteral("Bad\r\nConfiguration"), QMessageBox::Yes | QMessageBox::No);
+    QString text;
+    whenOpen([&] {
+        QDialog* open = driver().openBox();
+        ASSERT_EQ(open, &box);
+        text = DialogDriver::oneLine(DialogDriver::boxText(open));
+        DialogDriver::answerBox(open, false);
+    });
+    const int pressed = box.exec();
+    EXPECT_EQ(text, QStringLiteral("Bad\\r\\nConfiguration"));
+    // The last button in screen order; which one that is depends on the
+    // style's button layout, so compare with what the screen shows.
+    QList<QAbstractButton*> buttons = box.buttons();
+    std::sort(buttons.begin(), buttons.end(), [](QAbstractButton* a, QAbstractButton* b) {
+        return a->mapToGlobal(QPoint()).x() < b->mapToGlobal(QPoint()).x();
+    });
+    EXPECT_EQ(pressed, int(box.standardButton(buttons.last())));
+}
+
+}  // namespace
