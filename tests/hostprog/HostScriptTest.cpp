@@ -276,6 +276,43 @@ TEST_F(HostScriptTest, AFileMissingOnTheServerEndsInTheErrorBoxAnsweredYes)
         << qPrintable(status);
 }
 
+// The automatic mode, switched on in the state file with no delay: the
+// dialog object's timer starts a run without the window, the module asks its
+// question box, and the newer and the new files arrive.
+TEST_F(HostScriptTest, AnAutomaticRunAsksItsQuestionAndFetchesWithoutTheWindow)
+{
+    startNginx();
+    QDir().mkpath(downloadDir);
+    writeText(downloadDir + QStringLiteral("/download.rdd"),
+              "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+              "<parameters format=\"1\">\n"
+              "  <node name=\"ParametersDL\">\n"
+              "    <node name=\"ParamAutoDL\">\n"
+              "      <param name=\"AutoDownload\" value=\"1\"/>\n"
+              "      <param name=\"ShowWindow\" value=\"0\"/>\n"
+              "      <param name=\"DelayAutoStart\" value=\"0\"/>\n"
+              "    </node>\n"
+              "  </node>\n"
+              "</parameters>\n");
+    const ScriptRun result = run(
+        "answer yes\n"
+        "wait-box\n"
+        "wait-log Download complete\n"
+        "print window\n");
+    ASSERT_EQ(result.exitCode, 0) << qPrintable(result.out + result.err);
+
+    EXPECT_EQ(result.out.split('\n').filter(QRegExp(QStringLiteral("^box: "))),
+              QStringList{QStringLiteral("box: Updates found | Download new version?")});
+    EXPECT_TRUE(result.out.contains(QStringLiteral("window: hidden")));
+    EXPECT_TRUE(hostLog().contains(QStringLiteral("Download complete: 3 file(s) ready to install")))
+        << qPrintable(hostLog());
+    for (const char* name : {"charts.so.gz", "orders.so.gz", "quotes.so.gz"})
+        EXPECT_EQ(fileBytes(downloadDir + '/' + name),
+                  fileBytes(serverRoot + QStringLiteral("/files/") + name))
+            << name;
+    EXPECT_FALSE(QFile::exists(downloadDir + QStringLiteral("/news.so.gz")));
+}
+
 TEST_F(HostScriptTest, OffLineTheMenuEntryOpensNothingUntilTheHostGoesOnLine)
 {
     startNginx();
