@@ -80,6 +80,9 @@ std::vector<dlModule> CDownloadWidget::storedRecords(int state, int count)
 void CDownloadWidget::changeModules()
 {
     const int fetched = saveParam->getCountStateLastDownloadModule(dlStateFetched);
+    LogHelper::ShowLogInfo(logTypeMessage, logLevel2,
+                           QStringLiteral("Download complete: %1 file(s) ready to install")
+                               .arg(fetched));
     emit SignalInstallationStarts(fetched);
     if (!QFile::exists(GetPathToUpdaterProgram()) || fetched < 1) {
         LogHelper::ShowLogInfo(logTypeError, logLevel4,
