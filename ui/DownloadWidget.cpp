@@ -970,7 +970,7 @@ void CDownloadWidget::setProgress(int done)
         progressBar->setValue(qMin(done + bytesOnDisk, progressBar->maximum()));
 }
 
-void CDownloadWidget::downloadModule(QString, bool notFound)
+void CDownloadWidget::downloadModule(QString file, bool notFound)
 {
     if (notFound) {
         errorRead();
@@ -978,6 +978,10 @@ void CDownloadWidget::downloadModule(QString, bool notFound)
     }
     dlModule arrived = emptyDlModule();
     fileToDl->getModuleInfo(moduleIndex - 1, arrived);
+    // Records the automatic mode chose carry no local path yet; installation
+    // needs to know where each file landed.
+    setDlText(arrived.localPath, file.toLocal8Bit());
+    fileToDl->changeStruct(moduleIndex - 1, arrived);
     saveParam->changeStateLastDownloadModule(arrived, dlStateFetched);
 
     if (moduleIndex < fileToDl->getModuleCount()) {

@@ -6,6 +6,8 @@
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QElapsedTimer>
+#include <QEventLoop>
 #include <QFile>
 #include <QFileInfo>
 #include <QMessageBox>
@@ -115,9 +117,17 @@ void CDownloadWidget::changeModules()
 
     int result = -1;
     if (answer == QDialog::Rejected && progress.wasCanceled()) {
-        // The hand-over stops between files; a file being served is finished first.
+        // The hand-over stops between files; a file being served is finished
+        // first. The worker may be waiting for this thread (host calls run
+        // here), so events are served while it is given its second.
         worker.requestStop();
-        if (!worker.isFinished() && !worker.wait(1000)) {
+        QElapsedTimer waited;
+        waited.start();
+        while (!worker.isFinished() && waited.elapsed() < 1000) {
+            QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+            worker.wait(5);
+        }
+        if (!worker.isFinished()) {
             worker.terminate();
             worker.wait();
         }
