@@ -2,6 +2,7 @@
 // host records is listed here, and their static_asserts do the checking.
 #include "module/HostRecords.h"
 #include "update/InstallRecords.h"
+#include "update/UpdateRecords.h"
 #include "ui/DialogRecords.h"
 #include "storage/StorageRecords.h"
 

@@ -1,0 +1,199 @@
+// A continued run's chosen set brought up to date with a fresh module list,
+// with the download state kept by the reference host's parameter store.
+#include <memory>
+
+#include <QDir>
+#include <QFile>
+#include <gtest/gtest.h>
+
+#include "UpdateTestSupport.h"
+#include "host/app/HostBridge.h"
+#include "host/app/HostProfile.h"
+#include "host/app/HostWindow.h"
+#include "module/ModuleApi.h"
+#include "update/ChosenModules.h"
+#include "update/FileToDl.h"
+#include "update/InstalledProducts.h"
+#include "update/ModuleListParser.h"
+#include "update/SaveParamDownload.h"
+
+namespace {
+
+class ChosenModules : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(dir.isValid());
+        ASSERT_TRUE(QDir().mkpath(downloadDir()));
+        ASSERT_TRUE(profile.parse(R"({"folders": {"101": "download"}})", dir.path()));
+        bridge.reset(new HostBridge(profile, &window));
+        ::Initialize(&HostBridge::send, &HostBridge::post, bridge->hostObject(), nullptr);
+        store.reset(new CSaveParamDownload(downloadDir()));
+    }
+    void TearDown() override { ::Initialize(nullptr, nullptr, nullptr, nullptr); }
+
+    QString downloadDir() const { return dir.filePath("download"); }
+
+    // A chosen record with a partly downloaded local file.
+    dlModule chosenRecord(const char* name, const char* version, const char* extra, int state,
+                          bool withFile = true)
+    {
+        dlModule module = emptyDlModule();
+        setDlText(module.name, name);
+        setDlText(module.version, version);
+        setDlText(module.versionExtra, extra);
+        setDlText(module.serverPath, QByteArray("/old/") + name + ".gz");
+        setDlText(module.title, "old title");
+        module.state = state;
+        const QString local = downloadDir() + "/" + name + ".gz";
+        setDlText(module.localPath, local.toLocal8Bit());
+        if (withFile) {
+            QFile file(local);
+            EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+            file.write("partial");
+        }
+        return module;
+    }
+
+    // Records the run as the download does before fetching.
+    void recordRun(const std::vector<dlModule>& modules)
+    {
+        store->createLastDownload(int(modules.size()));
+        for (const dlModule& module : modules) {
+            chosen.addToStuct(module);
+            store->saveLastDownloadModule(module, 1);
+        }
+    }
+
+    dlListModule freshList(const QByteArray& lines)
+    {
+        dlListModule list;
+        parseFileList(writeListFile(dir, "list.txt", lines), list, QString(), {},
+                      CInstalledProducts(nullptr, nullptr));
+        return list;
+    }
+
+    dlModule chosenAt(int index) const
+    {
+        dlModule out = emptyDlModule();
+        chosen.getModuleInfo(index, out);
+        return out;
+    }
+
+    std::vector<dlModule> storedInStateOne()
+    {
+        std::vector<dlModule> out(8, emptyDlModule());
+        out.resize(std::size_t(store->getLastDownloadModule(1, 8, out.data())));
+        return out;
+    }
+
+    QTemporaryDir dir;
+    HostProfile profile;
+    HostWindow window;
+    std::unique_ptr<HostBridge> bridge;
+    std::unique_ptr<CSaveParamDownload> store;
+    CFileToDl chosen;
+};
+
+}  // namespace
+
+TEST_F(ChosenModules, NewVersionDeletesTheStalePartialFile)
+{
+    recordRun({chosenRecord("a.so", "1.0.0", "x", 2)});
+    refreshChosenModules(freshList("a.so,1.1.0,x,0,/desc/a.txt,/new/a.gz,new title,2048\n"), chosen,
+                         *store);
+
+    EXPECT_FALSE(QFile::exists(downloadDir() + "/a.so.gz"));
+    const dlModule now = chosenAt(0);
+    EXPECT_EQ(dlText(now.version), "1.1.0");
+    EXPECT_EQ(dlText(now.serverPath), "/new/a.gz");
+    EXPECT_EQ(dlText(now.title), "new title");
+    EXPECT_EQ(dlText(now.sizeText), "2.0 Mb");
+    EXPECT_EQ(dlText(now.localPath), "");
+    EXPECT_EQ(now.state, 2) << "the chosen record's state is kept";
+    // The stored run names the old version, which the fresh record does not match.
+    const std::vector<dlModule> stored = storedInStateOne();
+    ASSERT_EQ(stored.size(), 1u);
+    EXPECT_EQ(dlText(stored[0].version), "1.0.0");
+    EXPECT_EQ(dlText(stored[0].title), "old title");
+}
+
+TEST_F(ChosenModules, OtherVersionExtraAloneMakesTheFileStale)
+{
+    recordRun({chosenRecord("a.so", "1.0.0", "x", 1)});
+    refreshChosenModules(freshList("a.so,1.0.0,y,0,/d,/f,T,1\n"), chosen, *store);
+    EXPECT_FALSE(QFile::exists(downloadDir() + "/a.so.gz"));
+    EXPECT_EQ(dlText(chosenAt(0).versionExtra), "y");
+    EXPECT_EQ(dlText(chosenAt(0).localPath), "");
+}
+
+TEST_F(ChosenModules, SameVersionKeepsTheFileAndRewritesTheStoredRecord)
+{
+    recordRun({chosenRecord("a.so", "1.0.0", "x", 3)});
+    store->changeStateLastDownloadModule(chosenAt(0), 2);
+    ASSERT_TRUE(storedInStateOne().empty());
+
+    refreshChosenModules(freshList("a.so,1.0.0,x,0,/desc/a.txt,/new/a.gz,new title,10\n"), chosen,
+                         *store);
+    const QString local = downloadDir() + "/a.so.gz";
+    EXPECT_TRUE(QFile::exists(local));
+    const dlModule now = chosenAt(0);
+    EXPECT_EQ(QString::fromLocal8Bit(dlText(now.localPath)), local);
+    EXPECT_EQ(dlText(now.serverPath), "/new/a.gz");
+    EXPECT_EQ(now.state, 3);
+    // Stored again as still to be fetched, with the fresh fields.
+    const std::vector<dlModule> stored = storedInStateOne();
+    ASSERT_EQ(stored.size(), 1u);
+    EXPECT_EQ(dlText(stored[0].title), "new title");
+    EXPECT_EQ(dlText(stored[0].serverPath), "/new/a.gz");
+    EXPECT_EQ(QString::fromLocal8Bit(dlText(stored[0].localPath)), local);
+    EXPECT_EQ(stored[0].state, 3);
+}
+
+TEST_F(ChosenModules, StaleRecordWithoutLocalFileKeepsItsPath)
+{
+    recordRun({chosenRecord("a.so", "1.0.0", "x", 1, false)});
+    refreshChosenModules(freshList("a.so,2.0.0,x,0,/d,/f,T,1\n"), chosen, *store);
+    EXPECT_EQ(QString::fromLocal8Bit(dlText(chosenAt(0).localPath)), downloadDir() + "/a.so.gz");
+    EXPECT_EQ(dlText(chosenAt(0).version), "2.0.0");
+}
+
+TEST_F(ChosenModules, OnlyTheFirstFreshRecordOfANameCountsAndAbsentOnesStay)
+{
+    recordRun({chosenRecord("a.so", "1.0.0", "", 1), chosenRecord("b.so", "1.0.0", "", 1)});
+    refreshChosenModules(freshList("c.so,9.0.0,,0,/d,/f,T,1\n"
+                                   "a.so,1.0.0,,0,/d,/first,T,1\n"
+                                   "a.so,5.0.0,,0,/d,/second,T,1\n"),
+                         chosen, *store);
+    EXPECT_EQ(chosen.getModuleCount(), 2);
+    EXPECT_EQ(dlText(chosenAt(0).serverPath), "/first");
+    EXPECT_TRUE(QFile::exists(downloadDir() + "/a.so.gz"));
+    EXPECT_EQ(dlText(chosenAt(1).serverPath), "/old/b.so.gz");
+    EXPECT_TRUE(QFile::exists(downloadDir() + "/b.so.gz"));
+}
+
+TEST_F(ChosenModules, GetNewModuleParsesAgainstTheCurrentConfiguration)
+{
+    // b.so 2.0.0 is installed in the current configuration, so the fresh
+    // list does not offer it and the chosen b.so stays as chosen.
+    std::vector<coreNameConfig> configs{installedConfig("Other", 1, 0, 0, false, 0, 1),
+                                        installedConfig("Main", 1, 0, 0, true, 1, 2)};
+    const std::vector<coreModuleEntry> table{installedModule("b.so", 2, 0, 0)};
+    ModuleListSources sources;
+    sources.configs = configs.data();
+    sources.configCount = 2;
+    sources.autoMode = true;
+    sources.autoModules = table.data();
+    sources.autoModuleCount = 1;
+    const QString list = writeListFile(dir, "moduleDesc.txt",
+                                       "a.so,3.0.0,,0,/d,/new-a,T,1\nb.so,2.0.0,,0,/d,/new-b,T,1\n");
+
+    EXPECT_FALSE(getNewModule(list, chosen, *store, sources, CInstalledProducts()));
+
+    recordRun({chosenRecord("a.so", "1.0.0", "", 1), chosenRecord("b.so", "1.0.0", "", 1)});
+    EXPECT_TRUE(getNewModule(list, chosen, *store, sources, CInstalledProducts()));
+    EXPECT_EQ(dlText(chosenAt(0).serverPath), "/new-a");
+    EXPECT_FALSE(QFile::exists(downloadDir() + "/a.so.gz"));
+    EXPECT_EQ(dlText(chosenAt(1).serverPath), "/old/b.so.gz");
+    EXPECT_TRUE(QFile::exists(downloadDir() + "/b.so.gz"));
+}
