@@ -35,6 +35,7 @@
 #include "ui/DlListViewItem.h"
 #include "ui/DownloadMessInfo.h"
 #include "ui/TextEdit.h"
+#include "update/ChosenModules.h"
 #include "update/ConfigListParser.h"
 #include "update/DownloadSettings.h"
 #include "update/FileToDl.h"
@@ -506,8 +507,7 @@ void CDownloadWidget::appendModuleRow(const dlModule& record)
     row->textSlot1 = getLocalPath(downloadDir, fieldText(record.descPath));
 }
 
-void CDownloadWidget::parseModuleListFile(const QString& file, dlListModule& list,
-                                          const QString& configName)
+ModuleListSources CDownloadWidget::listSources() const
 {
     ModuleListSources sources;
     sources.configs = installedConfigs.data();
@@ -515,7 +515,13 @@ void CDownloadWidget::parseModuleListFile(const QString& file, dlListModule& lis
     sources.autoMode = autoMode;
     sources.autoModules = autoModuleTable.data();
     sources.autoModuleCount = int(autoModuleTable.size());
-    parseFileList(file, list, configName, sources, CInstalledProducts(module()));
+    return sources;
+}
+
+void CDownloadWidget::parseModuleListFile(const QString& file, dlListModule& list,
+                                          const QString& configName)
+{
+    parseFileList(file, list, configName, listSources(), CInstalledProducts(module()));
 }
 
 void CDownloadWidget::parseConfigListFile(const QString& file, dlListModule& list)
@@ -1177,33 +1183,8 @@ void CDownloadWidget::clickRefreshDownload()
 
 void CDownloadWidget::getNewModule(QString file)
 {
-    dlListModule fresh;
-    parseModuleListFile(file, fresh, QString());
-    if (fileToDl->getModuleCount() <= 0)
+    if (!::getNewModule(file, *fileToDl, *saveParam, listSources(), CInstalledProducts(module())))
         return;
-    for (int i = 0; i < fileToDl->getModuleCount(); ++i) {
-        dlModule chosen = emptyDlModule();
-        fileToDl->getModuleInfo(i, chosen);
-        for (int f = 0; f < fresh.count; ++f) {
-            dlModule candidate = fresh.modules[f];
-            if (dlText(candidate.name) != dlText(chosen.name))
-                continue;
-            const bool stale = dlText(candidate.version) != dlText(chosen.version)
-                || dlText(candidate.versionExtra) != dlText(chosen.versionExtra);
-            if (stale) {
-                const QString local = fieldText(chosen.localPath);
-                if (!local.isEmpty() && QFile::exists(local)) {
-                    QFile::remove(local);
-                    setDlText(chosen.localPath, QByteArray());
-                }
-            }
-            std::memcpy(candidate.localPath, chosen.localPath, sizeof candidate.localPath);
-            candidate.state = chosen.state;
-            fileToDl->changeStruct(i, candidate);
-            saveParam->changeStateLastDownloadModule(candidate, dlStateToFetch);
-            break;
-        }
-    }
     moduleIndex = 0;
     totalBytes = 0;
     probeNext();

@@ -18,6 +18,7 @@
 
 class ChangeModulesThread;
 class CDownloadHttp;
+struct ModuleListSources;
 class CFileToDl;
 class CSaveParamDownload;
 class CTextEdit;
@@ -164,6 +165,7 @@ private:
     void collectChecked(std::vector<dlModule>& out) const;
     void showListResultTexts();
     void finishListChain();
+    ModuleListSources listSources() const;
     void parseModuleListFile(const QString& file, dlListModule& list, const QString& configName);
     void parseConfigListFile(const QString& file, dlListModule& list);
 
