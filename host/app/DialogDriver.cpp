@@ -7,9 +7,11 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QLabel>
+#include <QTextEdit>
 #include <QMessageBox>
 #include <QPixmap>
 #include <QProgressBar>
+#include <QProgressDialog>
 #include <QPushButton>
 #include <QStatusBar>
 #include <QTreeWidget>
@@ -221,8 +223,10 @@ QDialog* DialogDriver::openBox() const
     QDialog* updates = window();
     for (QWidget* widget : QApplication::topLevelWidgets()) {
         auto* dialog = qobject_cast<QDialog*>(widget);
-        if (dialog && dialog != updates && dialog->isVisible()
-            && (dialog->isModal() || dialog->windowModality() != Qt::NonModal))
+        // A progress window asks nothing: its one button cancels the work.
+        if (!dialog || dialog == updates || qobject_cast<QProgressDialog*>(dialog))
+            continue;
+        if (dialog->isVisible() && (dialog->isModal() || dialog->windowModality() != Qt::NonModal))
             return dialog;
     }
     return nullptr;
@@ -244,6 +248,9 @@ QString DialogDriver::boxText(QDialog* box)
         if (!label->text().isEmpty())
             texts << label->text();
     }
+    // A report shows its text in a text view.
+    for (QTextEdit* view : box->findChildren<QTextEdit*>())
+        texts << view->toPlainText();
     return texts.join(QLatin1Char(' '));
 }
 

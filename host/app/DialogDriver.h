@@ -48,8 +48,9 @@ public:
     QString statusText() const;
     QString infoText() const;
 
-    // A visible modal window other than the "Updates" window: a message box
-    // or the module's own question box. Null when there is none.
+    // A visible modal window other than the "Updates" window: a message box,
+    // the module's own question box or a report. Never a progress window.
+    // Null when there is none.
     QDialog* openBox() const;
     static QString boxTitle(QDialog* box);
     static QString boxText(QDialog* box);
