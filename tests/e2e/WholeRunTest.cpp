@@ -1,0 +1,401 @@
+// Whole updates as a terminal lives them: the built module-host loads the
+// module library, the module fetches the sample update server's lists and
+// files from nginx (directly or through tinyproxy), and the real updater
+// program replaces the files of a sandbox copy of the sample installed tree.
+// Every check is about what ends up on disk, in the servers' logs and in what
+// the host printed.
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QMap>
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QUrl>
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "transfer/support/RealServers.h"
+
+namespace {
+
+using FileTree = QMap<QString, QByteArray>;
+
+const QString kSamples = QStringLiteral(DM_SOURCE_DIR "/examples");
+
+QByteArray fileBytes(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing " + path.toUtf8() + ">");
+}
+
+// Every file under root by its relative path, with its bytes.
+FileTree readTree(const QString& root)
+{
+    FileTree tree;
+    QDirIterator it(root, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        tree.insert(QDir(root).relativeFilePath(path), fileBytes(path));
+    }
+    return tree;
+}
+
+bool copyTree(const QString& from, const QString& to)
+{
+    QDirIterator it(from, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    bool copied = QDir().mkpath(to);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        const QString target = to + QLatin1Char('/') + QDir(from).relativeFilePath(path);
+        copied = QDir().mkpath(QFileInfo(target).path()) && QFile::copy(path, target) && copied;
+    }
+    return copied;
+}
+
+// The sample release's module: what an installed file must be after its
+// update, byte for byte.
+QByteArray releaseModule(const QString& name)
+{
+    return fileBytes(kSamples + QStringLiteral("/release/modules/") + name);
+}
+
+struct HostRun {
+    int exitCode = -1;
+    QString out;
+    QString log;
+    QStringList boxes() const
+    {
+        return out.split(QLatin1Char('\n')).filter(QRegularExpression(QStringLiteral("^box: ")));
+    }
+    QString transcript() const { return out + QStringLiteral("\n--- module log ---\n") + log; }
+};
+
+// The automatic run's sample: the terminal's older installed tree against the
+// server's newer configuration and modules. Installed path -> release module.
+const QMap<QString, QString> kUpdatedByAutomaticRun = {
+    {"bin/core.so", "core.so"},       {"bin/quotes.so", "quotes.so"},
+    {"bin/charts.so", "charts.so"},   {"bin/orders.so", "orders.so"},
+    {"plugins/scanner.so", "scanner.so"}, {"share/export.so", "export.so"},
+    {"help/themes.pak", "themes.pak"}, {"share/fonts.pak", "fonts.pak"},
+};
+
+// Files in the installed tree before the run that an update replaces.
+const QStringList kReplacedByAutomaticRun = {"bin/core.so", "bin/quotes.so", "bin/charts.so",
+                                             "plugins/scanner.so", "help/themes.pak"};
+
+class WholeRunTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(dir.isValid()) << "no temporary folder";
+        ASSERT_TRUE(QFileInfo(QStringLiteral(DM_MODULE_HOST)).isExecutable())
+            << "module-host is missing: " DM_MODULE_HOST;
+        ASSERT_TRUE(QFileInfo(QStringLiteral(DM_UPDATER)).isExecutable())
+            << "the updater is missing: " DM_UPDATER;
+        installedDir = dir.filePath(QStringLiteral("host-run/installed"));
+        downloadDir = dir.filePath(QStringLiteral("host-run/download"));
+        ASSERT_TRUE(copyTree(kSamples + QStringLiteral("/installed"), installedDir))
+            << "copying the sample installed tree failed";
+        installedBefore = readTree(installedDir);
+        ASSERT_FALSE(installedBefore.isEmpty()) << "the sample installed tree is empty";
+        serverRoot = kSamples + QStringLiteral("/server");
+        writeProfile({});
+        // Until a server is started the settings name a port nobody listens on.
+        writeSettings("http://127.0.0.1:9");
+    }
+
+    // A copy of the sample server tree the test may change.
+    void useServerCopy()
+    {
+        serverRoot = dir.filePath(QStringLiteral("server"));
+        ASSERT_TRUE(copyTree(kSamples + QStringLiteral("/server"), serverRoot))
+            << "copying the sample server tree failed";
+    }
+
+    void startNginx()
+    {
+        nginx = std::make_unique<NginxServer>(serverRoot);
+        ASSERT_TRUE(nginx->started()) << "nginx did not start: " << nginx->errorLog().toStdString();
+        writeSettings(nginx->baseUrl().toLatin1());
+    }
+
+    void writeSettings(const QByteArray& url)
+    {
+        QDir().mkpath(dir.filePath(QStringLiteral("host-run/config")));
+        writeText(dir.filePath(QStringLiteral("host-run/config/download.cfg")),
+                  "[Address]\r\nPath=" + url + "\r\n");
+    }
+
+    // The sample profile, with some of its keys replaced.
+    void writeProfile(const QJsonObject& changes)
+    {
+        QJsonObject profile = QJsonDocument::fromJson(fileBytes(kSamples + QStringLiteral("/host-profile.json"))).object();
+        ASSERT_FALSE(profile.isEmpty()) << "the sample profile does not read";
+        for (auto it = changes.begin(); it != changes.end(); ++it)
+            profile.insert(it.key(), it.value());
+        profilePath = dir.filePath(QStringLiteral("host-profile.json"));
+        writeText(profilePath, QJsonDocument(profile).toJson());
+    }
+
+    // The stored start option that makes the module run by itself right after
+    // it starts.
+    void switchOnAutomaticRun()
+    {
+        QDir().mkpath(downloadDir);
+        writeText(downloadDir + QStringLiteral("/download.rdd"),
+                  "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+                  "<parameters format=\"1\">\n"
+                  "  <node name=\"ParametersDL\">\n"
+                  "    <node name=\"ParamAutoDL\">\n"
+                  "      <param name=\"AutoDownload\" value=\"1\"/>\n"
+                  "      <param name=\"ShowWindow\" value=\"1\"/>\n"
+                  "      <param name=\"DelayAutoStart\" value=\"0\"/>\n"
+                  "    </node>\n"
+                  "  </node>\n"
+                  "</parameters>\n");
+    }
+
+    // Runs module-host on the script to its end; module arguments follow the
+    // profile. The host's own script time limit ends a run that hangs.
+    void runHost(const QByteArray& script, HostRun& result, const QStringList& moduleArguments = {})
+    {
+        const QString scriptPath = dir.filePath(QStringLiteral("script.txt"));
+        const QString logPath = dir.filePath(QStringLiteral("host.log"));
+        QFile::remove(logPath);
+        writeText(scriptPath, script);
+        QProcess process;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("VELMORA_UPDATER"), QStringLiteral(DM_UPDATER));
+        environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+        process.setProcessEnvironment(environment);
+        process.setProcessChannelMode(QProcess::MergedChannels);
+        process.start(QStringLiteral(DM_MODULE_HOST),
+                      QStringList{QStringLiteral("--headless"), QStringLiteral("--script-timeout"),
+                                  QStringLiteral("120"), QStringLiteral("--log"), logPath,
+                                  QStringLiteral("--script"), scriptPath, profilePath}
+                          + moduleArguments);
+        ASSERT_TRUE(process.waitForStarted(-1)) << "module-host did not start: "
+                                                << process.errorString().toStdString();
+        ASSERT_TRUE(process.waitForFinished(-1));
+        result.out = QString::fromUtf8(process.readAll());
+        result.log = QString::fromUtf8(fileBytes(logPath));
+        ASSERT_EQ(process.exitStatus(), QProcess::NormalExit)
+            << "module-host crashed\n" << qPrintable(result.transcript());
+        result.exitCode = process.exitCode();
+    }
+
+    // Paths nginx was asked for, in order.
+    QStringList requestedPaths() const
+    {
+        QStringList paths;
+        for (const QString& line : nginx->accessLog())
+            paths << QUrl(line.section(QLatin1Char('|'), 0, 0).section(' ', 1, 1)).path();
+        return paths;
+    }
+
+    // The copy of a replaced installed file the updater keeps:
+    // <download folder>/Backup/<run>/<absolute path of the installed file>.
+    QStringList backupsOf(const QString& relative) const
+    {
+        const QString absolute = QFileInfo(installedDir + QLatin1Char('/') + relative).absoluteFilePath();
+        QStringList found;
+        const QDir backup(downloadDir + QStringLiteral("/Backup"));
+        for (const QString& run : backup.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+            const QString candidate = backup.filePath(run) + absolute;
+            if (QFile::exists(candidate))
+                found << candidate;
+        }
+        return found;
+    }
+
+    void expectBackedUp(const QString& relative)
+    {
+        const QStringList backups = backupsOf(relative);
+        ASSERT_EQ(backups.size(), 1) << qPrintable(relative) << " has no single backup under "
+                                     << qPrintable(downloadDir + QStringLiteral("/Backup"));
+        EXPECT_EQ(fileBytes(backups.first()), installedBefore.value(relative)) << qPrintable(relative);
+    }
+
+    // Every installed file: the updated ones equal the release's modules, all
+    // others as they were.
+    void expectInstalled(const QMap<QString, QString>& updated)
+    {
+        const FileTree after = readTree(installedDir);
+        for (auto it = updated.begin(); it != updated.end(); ++it) {
+            ASSERT_TRUE(after.contains(it.key())) << qPrintable(it.key()) << " was not installed";
+            EXPECT_TRUE(after.value(it.key()) == releaseModule(it.value()))
+                << qPrintable(it.key()) << " differs from the release's " << qPrintable(it.value())
+                << "; it starts with: " << after.value(it.key()).left(24).constData();
+        }
+        for (auto it = installedBefore.begin(); it != installedBefore.end(); ++it) {
+            if (!updated.contains(it.key())) {
+                EXPECT_TRUE(after.value(it.key()) == it.value()) << qPrintable(it.key()) << " changed";
+            }
+        }
+        QStringList unexpected;
+        for (const QString& name : after.keys()) {
+            if (!installedBefore.contains(name) && !updated.contains(name))
+                unexpected << name;
+        }
+        EXPECT_EQ(unexpected, QStringList()) << "files nobody asked for";
+    }
+
+    QTemporaryDir dir;
+    QString installedDir;
+    QString downloadDir;
+    QString serverRoot;
+    QString profilePath;
+    FileTree installedBefore;
+    std::unique_ptr<NginxServer> nginx;
+};
+
+const QByteArray kAutomaticScript = "answer yes\n"
+                                    "wait-log Installation ended\n"
+                                    "quit\n";
+
+TEST_F(WholeRunTest, AManualRunInstallsTheTwoTickedModulesAndKeepsTheOldOne)
+{
+    ASSERT_NO_FATAL_FAILURE(startNginx());
+    HostRun run;
+    ASSERT_NO_FATAL_FAILURE(runHost("answer yes\n"
+                                    "open\n"
+                                    "wait-lists\n"
+                                    "tick charts.so\n"
+                                    "tick orders.so\n"
+                                    "press start\n"
+                                    "wait-log Installation ended\n"
+                                    "quit\n",
+                                    run));
+    ASSERT_EQ(run.exitCode, 0) << qPrintable(run.transcript());
+    EXPECT_TRUE(run.log.contains(QStringLiteral("Download complete: 2 file(s) ready to install")))
+        << qPrintable(run.log);
+    EXPECT_TRUE(run.log.contains(QStringLiteral("Installation ended: 2"))) << qPrintable(run.log);
+
+    expectInstalled({{"bin/charts.so", "charts.so"}, {"bin/orders.so", "orders.so"}});
+    expectBackedUp(QStringLiteral("bin/charts.so"));
+    // orders.so is new to the terminal: nothing was replaced, nothing kept.
+    EXPECT_EQ(backupsOf(QStringLiteral("bin/orders.so")), QStringList());
+
+    QStringList files = requestedPaths().filter(QRegularExpression(QStringLiteral("^/files/")));
+    files.removeDuplicates();
+    files.sort();
+    EXPECT_EQ(files, QStringList({"/files/charts.so.gz", "/files/orders.so.gz"}));
+}
+
+TEST_F(WholeRunTest, AnAutomaticRunBringsTheWholeTreeToTheRelease)
+{
+    ASSERT_NO_FATAL_FAILURE(startNginx());
+    switchOnAutomaticRun();
+    HostRun run;
+    ASSERT_NO_FATAL_FAILURE(runHost(kAutomaticScript, run));
+    ASSERT_EQ(run.exitCode, 0) << qPrintable(run.transcript());
+    EXPECT_TRUE(run.log.contains(QStringLiteral("Download complete: 8 file(s) ready to install")))
+        << qPrintable(run.log);
+    EXPECT_TRUE(run.log.contains(QStringLiteral("Installation ended: 8"))) << qPrintable(run.log);
+
+    const QStringList boxes = run.boxes();
+    ASSERT_EQ(boxes.size(), 2) << qPrintable(run.out);
+    EXPECT_EQ(boxes[0], QStringLiteral("box: Updates found | Download new version?"));
+    EXPECT_TRUE(boxes[1].startsWith(QStringLiteral("box: End updating | "))) << qPrintable(boxes[1]);
+    EXPECT_TRUE(boxes[1].contains(QStringLiteral("scanner.so          ver: 1.1.0"))) << qPrintable(boxes[1]);
+
+    expectInstalled(kUpdatedByAutomaticRun);
+    for (const QString& replaced : kReplacedByAutomaticRun)
+        expectBackedUp(replaced);
+}
+
+TEST_F(WholeRunTest, AnAutomaticRunThroughAnAuthenticatingProxy)
+{
+    ASSERT_NO_FATAL_FAILURE(startNginx());
+    TinyProxy proxy("u", "p");
+    ASSERT_TRUE(proxy.started()) << "tinyproxy did not start: " << proxy.log().toStdString();
+    ASSERT_NO_FATAL_FAILURE(writeProfile(
+        {{"proxy", QJsonObject{{"state", 1}, {"host", "127.0.0.1"}, {"port", int(proxy.port())},
+                               {"user", "u"}, {"password", "p"}}}}));
+    switchOnAutomaticRun();
+    HostRun run;
+    ASSERT_NO_FATAL_FAILURE(runHost(kAutomaticScript, run));
+    ASSERT_EQ(run.exitCode, 0) << qPrintable(run.transcript());
+    EXPECT_TRUE(run.log.contains(QStringLiteral("Installation ended: 8"))) << qPrintable(run.log);
+    expectInstalled(kUpdatedByAutomaticRun);
+
+    // The proxy forwarded the lists and every file, and nginx saw them come.
+    const QString proxyLog = proxy.log();
+    const QString origin = nginx->baseUrl();
+    for (const char* path : {"/configDesc.txt", "/moduleDesc.txt", "/files/core.so.gz", "/files/fonts.pak.gz"})
+        EXPECT_TRUE(proxyLog.contains(origin + QLatin1String(path))) << path << "\n" << qPrintable(proxyLog);
+    EXPECT_TRUE(requestedPaths().contains(QStringLiteral("/files/core.so.gz")));
+}
+
+TEST_F(WholeRunTest, FilesMissingOnTheServerEndTheRunInTheErrorBoxWithNothingInstalled)
+{
+    ASSERT_NO_FATAL_FAILURE(useServerCopy());
+    for (const char* name : {"charts.so.gz", "export.so.gz", "themes.pak.gz"})
+        ASSERT_TRUE(QFile::remove(serverRoot + QStringLiteral("/files/") + name)) << name;
+    ASSERT_NO_FATAL_FAILURE(startNginx());
+    switchOnAutomaticRun();
+    HostRun run;
+    // A missing file makes the automatic run search and ask again; the
+    // fourth failed attempt in a row ends it with the error box.
+    ASSERT_NO_FATAL_FAILURE(runHost("answer yes\n"
+                                    "wait-box\n"
+                                    "wait-box\n"
+                                    "wait-box\n"
+                                    "wait-box\n"
+                                    "wait-box\n"
+                                    "quit\n",
+                                    run));
+    ASSERT_EQ(run.exitCode, 0) << qPrintable(run.transcript());
+    const QString question = QStringLiteral("box: Updates found | Download new version?");
+    EXPECT_EQ(run.boxes(),
+              QStringList({question, question, question, question,
+                           QStringLiteral("box: Download error. | File(s) was not found on "
+                                          "download server.\\r\\nPlease contact to support.")}))
+        << qPrintable(run.out);
+
+    EXPECT_FALSE(run.log.contains(QStringLiteral("Download complete"))) << qPrintable(run.log);
+    EXPECT_FALSE(run.log.contains(QStringLiteral("Installation ended"))) << qPrintable(run.log);
+    expectInstalled({});
+    EXPECT_FALSE(QDir(downloadDir + QStringLiteral("/Backup")).exists());
+    // Each attempt asked for the missing files again: the error is the
+    // server's answer, not a run that gave up early.
+    EXPECT_EQ(requestedPaths().count(QStringLiteral("/files/themes.pak.gz")), 4);
+}
+
+TEST_F(WholeRunTest, StartedOffLineTheModuleAsksNothingUntilTheHostGoesOnLine)
+{
+    ASSERT_NO_FATAL_FAILURE(startNginx());
+    switchOnAutomaticRun();
+    const QStringList offline{QStringLiteral("/OFFLINE")};
+
+    // Off-line the automatic run waits: no question, no request.
+    HostRun waiting;
+    ASSERT_NO_FATAL_FAILURE(runHost("answer yes\n"
+                                    "sleep 1500\n"
+                                    "quit\n",
+                                    waiting, offline));
+    ASSERT_EQ(waiting.exitCode, 0) << qPrintable(waiting.transcript());
+    EXPECT_EQ(nginx->accessLog(), QStringList());
+    EXPECT_EQ(waiting.boxes(), QStringList());
+    expectInstalled({});
+
+    // Going on-line lets the run go to its end.
+    HostRun run;
+    ASSERT_NO_FATAL_FAILURE(runHost("answer yes\n"
+                                    "sleep 500\n"
+                                    "online 1\n"
+                                    "wait-log Installation ended\n"
+                                    "quit\n",
+                                    run, offline));
+    ASSERT_EQ(run.exitCode, 0) << qPrintable(run.transcript());
+    EXPECT_TRUE(run.log.contains(QStringLiteral("Installation ended: 8"))) << qPrintable(run.log);
+    expectInstalled(kUpdatedByAutomaticRun);
+}
+
+}  // namespace
