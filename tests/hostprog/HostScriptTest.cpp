@@ -147,6 +147,12 @@ protected:
             arguments << QStringLiteral("--script") << scriptPath;
         arguments << writeProfile(online);
         QProcess process;
+        // These runs are about fetching: whatever the machine has installed,
+        // the installation that follows finds no updater and says so.
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("VELMORA_UPDATER"),
+                           dir.filePath(QStringLiteral("no-updater")));
+        process.setProcessEnvironment(environment);
         process.start(QStringLiteral(DM_MODULE_HOST), arguments);
         process.write(input);
         process.closeWriteChannel();
