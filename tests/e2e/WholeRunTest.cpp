@@ -18,9 +18,13 @@
 #include <QUrl>
 #include <gtest/gtest.h>
 
+#include <zlib.h>
+
 #include <memory>
 
+#include "ThrottledNginx.h"
 #include "transfer/support/RealServers.h"
+#include "transfer/support/WaitFor.h"
 
 namespace {
 
@@ -63,6 +67,35 @@ bool copyTree(const QString& from, const QString& to)
 QByteArray releaseModule(const QString& name)
 {
     return fileBytes(kSamples + QStringLiteral("/release/modules/") + name);
+}
+
+// Bytes that do not compress, so that their gzip file is as large as they are.
+QByteArray noiseBytes(int size, quint32 seed)
+{
+    QByteArray bytes(size, '\0');
+    for (int i = 0; i < size; ++i) {
+        seed ^= seed << 13;
+        seed ^= seed >> 17;
+        seed ^= seed << 5;
+        bytes[i] = char(seed);
+    }
+    return bytes;
+}
+
+QByteArray gzipped(const QByteArray& bytes)
+{
+    z_stream stream{};
+    // 16 + 15 window bits: a gzip wrapper rather than a zlib one.
+    deflateInit2(&stream, Z_BEST_SPEED, Z_DEFLATED, 16 + 15, 8, Z_DEFAULT_STRATEGY);
+    QByteArray out(int(deflateBound(&stream, uLong(bytes.size()))), '\0');
+    stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(bytes.constData()));
+    stream.avail_in = uInt(bytes.size());
+    stream.next_out = reinterpret_cast<Bytef*>(out.data());
+    stream.avail_out = uInt(out.size());
+    const int result = deflate(&stream, Z_FINISH);
+    out.resize(result == Z_STREAM_END ? int(stream.total_out) : 0);
+    deflateEnd(&stream);
+    return out;
 }
 
 struct HostRun {
@@ -165,11 +198,22 @@ protected:
     // profile. The host's own script time limit ends a run that hangs.
     void runHost(const QByteArray& script, HostRun& result, const QStringList& moduleArguments = {})
     {
+        QProcess process;
+        ASSERT_NO_FATAL_FAILURE(startHost(process, script, moduleArguments));
+        ASSERT_TRUE(process.waitForFinished(-1));
+        result.out = QString::fromUtf8(process.readAll());
+        result.log = QString::fromUtf8(fileBytes(dir.filePath(QStringLiteral("host.log"))));
+        ASSERT_EQ(process.exitStatus(), QProcess::NormalExit)
+            << "module-host crashed\n" << qPrintable(result.transcript());
+        result.exitCode = process.exitCode();
+    }
+
+    void startHost(QProcess& process, const QByteArray& script, const QStringList& moduleArguments = {})
+    {
         const QString scriptPath = dir.filePath(QStringLiteral("script.txt"));
         const QString logPath = dir.filePath(QStringLiteral("host.log"));
         QFile::remove(logPath);
         writeText(scriptPath, script);
-        QProcess process;
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(QStringLiteral("VELMORA_UPDATER"), QStringLiteral(DM_UPDATER));
         environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
@@ -182,19 +226,15 @@ protected:
                           + moduleArguments);
         ASSERT_TRUE(process.waitForStarted(-1)) << "module-host did not start: "
                                                 << process.errorString().toStdString();
-        ASSERT_TRUE(process.waitForFinished(-1));
-        result.out = QString::fromUtf8(process.readAll());
-        result.log = QString::fromUtf8(fileBytes(logPath));
-        ASSERT_EQ(process.exitStatus(), QProcess::NormalExit)
-            << "module-host crashed\n" << qPrintable(result.transcript());
-        result.exitCode = process.exitCode();
     }
 
     // Paths nginx was asked for, in order.
-    QStringList requestedPaths() const
+    QStringList requestedPaths() const { return pathsOf(nginx->accessLog()); }
+
+    static QStringList pathsOf(const QStringList& accessLog)
     {
         QStringList paths;
-        for (const QString& line : nginx->accessLog())
+        for (const QString& line : accessLog)
             paths << QUrl(line.section(QLatin1Char('|'), 0, 0).section(' ', 1, 1)).path();
         return paths;
     }
@@ -226,12 +266,20 @@ protected:
     // others as they were.
     void expectInstalled(const QMap<QString, QString>& updated)
     {
+        FileTree expected;
+        for (auto it = updated.begin(); it != updated.end(); ++it)
+            expected.insert(it.key(), releaseModule(it.value()));
+        expectInstalledBytes(expected);
+    }
+
+    void expectInstalledBytes(const FileTree& updated)
+    {
         const FileTree after = readTree(installedDir);
         for (auto it = updated.begin(); it != updated.end(); ++it) {
             ASSERT_TRUE(after.contains(it.key())) << qPrintable(it.key()) << " was not installed";
-            EXPECT_TRUE(after.value(it.key()) == releaseModule(it.value()))
-                << qPrintable(it.key()) << " differs from the release's " << qPrintable(it.value())
-                << "; it starts with: " << after.value(it.key()).left(24).constData();
+            EXPECT_TRUE(after.value(it.key()) == it.value())
+                << qPrintable(it.key()) << " is not the server's file; it starts with: "
+                << after.value(it.key()).left(24).constData();
         }
         for (auto it = installedBefore.begin(); it != installedBefore.end(); ++it) {
             if (!updated.contains(it.key())) {
@@ -396,6 +444,70 @@ TEST_F(WholeRunTest, StartedOffLineTheModuleAsksNothingUntilTheHostGoesOnLine)
     ASSERT_EQ(run.exitCode, 0) << qPrintable(run.transcript());
     EXPECT_TRUE(run.log.contains(QStringLiteral("Installation ended: 8"))) << qPrintable(run.log);
     expectInstalled(kUpdatedByAutomaticRun);
+}
+
+// The terminal dies (SIGKILL) while the second file of the automatic run is
+// half way. Started again, the module continues the stored run: the file that
+// had arrived is not fetched again, the half one is resumed where it stopped.
+TEST_F(WholeRunTest, AHostKilledMidDownloadContinuesTheStoredRunWhenStartedAgain)
+{
+    ASSERT_NO_FATAL_FAILURE(useServerCopy());
+    const QByteArray bigQuotes = "quotes.so 2.1.0\n" + noiseBytes(1536 * 1024, 0x2545F491u);
+    const QByteArray bigQuotesGz = gzipped(bigQuotes);
+    ASSERT_GT(bigQuotesGz.size(), 1024 * 1024);
+    writeText(serverRoot + QStringLiteral("/files/quotes.so.gz"), bigQuotesGz);
+    ThrottledNginx server(serverRoot, QStringLiteral("/files/quotes.so.gz"), 256 * 1024);
+    ASSERT_TRUE(server.started()) << "nginx did not start: " << server.errorLog().toStdString();
+    writeSettings(server.baseUrl().toLatin1());
+    switchOnAutomaticRun();
+
+    const QString partial = downloadDir + QStringLiteral("/quotes.so.gz");
+    {
+        QProcess host;
+        ASSERT_NO_FATAL_FAILURE(startHost(host, "answer yes\nwait-log Installation ended\nquit\n"));
+        const bool halfWay = waitFor([&] {
+            host.readAll();
+            return QFileInfo(partial).size() > 4096
+                && pathsOf(server.accessLog()).contains(QStringLiteral("/files/core.so.gz"));
+        });
+        ASSERT_TRUE(halfWay) << "quotes.so.gz never began arriving after core.so.gz\n"
+                             << qPrintable(server.accessLog().join('\n'));
+        host.kill();
+        host.waitForFinished(-1);
+    }
+    const qint64 heldBytes = QFileInfo(partial).size();
+    ASSERT_LT(heldBytes, bigQuotesGz.size()) << "the kill came after the whole file had arrived";
+    EXPECT_TRUE(readTree(installedDir) == installedBefore) << "installed before the kill";
+    const int before = server.accessLog().size();
+
+    HostRun run;
+    ASSERT_NO_FATAL_FAILURE(runHost(kAutomaticScript, run));
+    ASSERT_EQ(run.exitCode, 0) << qPrintable(run.transcript());
+    EXPECT_TRUE(run.log.contains(QStringLiteral("Installation ended: 8"))) << qPrintable(run.log);
+    FileTree updated;
+    for (auto it = kUpdatedByAutomaticRun.begin(); it != kUpdatedByAutomaticRun.end(); ++it)
+        updated.insert(it.key(), releaseModule(it.value()));
+    updated.insert(QStringLiteral("bin/quotes.so"), bigQuotes);
+    expectInstalledBytes(updated);
+    expectBackedUp(QStringLiteral("bin/quotes.so"));
+
+    // After the restart (the log also holds the killed host's cut requests):
+    // core.so's body is not sent again, and quotes.so.gz is asked for from
+    // the bytes already held.
+    const QStringList after = server.accessLog().mid(before);
+    qint64 coreBytesAgain = 0;
+    QStringList quotesRanges;
+    for (const QString& line : after) {
+        const QString path = pathsOf({line}).value(0);
+        if (path == QLatin1String("/files/core.so.gz"))
+            coreBytesAgain += line.section(QLatin1Char('|'), 3, 3).toLongLong();
+        if (path == QLatin1String("/files/quotes.so.gz"))
+            quotesRanges << line.section(QLatin1Char('|'), 2, 2);
+    }
+    EXPECT_EQ(coreBytesAgain, 0) << qPrintable(after.join('\n'));
+    // The last 256 bytes held are dropped as a possibly torn tail.
+    EXPECT_TRUE(quotesRanges.contains(QStringLiteral("bytes=%1-").arg(heldBytes - 256)))
+        << "held " << heldBytes << "\n" << qPrintable(after.join('\n'));
 }
 
 }  // namespace
