@@ -510,4 +510,60 @@ TEST_F(WholeRunTest, AHostKilledMidDownloadContinuesTheStoredRunWhenStartedAgain
         << "held " << heldBytes << "\n" << qPrintable(after.join('\n'));
 }
 
+// The server goes away in the middle of a file and comes back: the client
+// tries again after its pause (20 s, so this test takes that long) and
+// resumes the file; the run ends installed as if nothing had happened.
+TEST_F(WholeRunTest, AServerStoppedMidFileIsTriedAgainAndTheFileResumed)
+{
+    ASSERT_NO_FATAL_FAILURE(useServerCopy());
+    const QByteArray bigQuotes = "quotes.so 2.1.0\n" + noiseBytes(1536 * 1024, 0x9E3779B9u);
+    writeText(serverRoot + QStringLiteral("/files/quotes.so.gz"), gzipped(bigQuotes));
+    ThrottledNginx server(serverRoot, QStringLiteral("/files/quotes.so.gz"), 256 * 1024);
+    ASSERT_TRUE(server.started()) << "nginx did not start: " << server.errorLog().toStdString();
+    writeSettings(server.baseUrl().toLatin1());
+    switchOnAutomaticRun();
+
+    QProcess host;
+    ASSERT_NO_FATAL_FAILURE(startHost(host, kAutomaticScript));
+    QByteArray out;
+    const QString partial = downloadDir + QStringLiteral("/quotes.so.gz");
+    const bool halfWay = waitFor([&] {
+        out += host.readAll();
+        return QFileInfo(partial).size() > 4096
+            && pathsOf(server.accessLog()).contains(QStringLiteral("/files/core.so.gz"));
+    });
+    ASSERT_TRUE(halfWay) << "quotes.so.gz never began arriving after core.so.gz\n"
+                         << qPrintable(server.accessLog().join('\n'));
+    server.stop();
+    const int before = server.accessLog().size();
+    ASSERT_TRUE(server.start()) << "nginx did not start again: " << server.errorLog().toStdString();
+
+    ASSERT_TRUE(host.waitForFinished(-1));
+    out += host.readAll();
+    const QString log = QString::fromUtf8(fileBytes(dir.filePath(QStringLiteral("host.log"))));
+    ASSERT_EQ(host.exitStatus(), QProcess::NormalExit) << qPrintable(out);
+    ASSERT_EQ(host.exitCode(), 0) << qPrintable(out + log);
+    EXPECT_TRUE(log.contains(QStringLiteral("Installation ended: 8"))) << qPrintable(log);
+    FileTree updated;
+    for (auto it = kUpdatedByAutomaticRun.begin(); it != kUpdatedByAutomaticRun.end(); ++it)
+        updated.insert(it.key(), releaseModule(it.value()));
+    updated.insert(QStringLiteral("bin/quotes.so"), bigQuotes);
+    expectInstalledBytes(updated);
+
+    // The second server saw quotes.so.gz asked for from an offset, never
+    // from the start, and core.so.gz not at all.
+    const QStringList after = server.accessLog().mid(before);
+    QStringList quotesRanges;
+    for (const QString& line : after) {
+        if (pathsOf({line}).value(0) == QLatin1String("/files/quotes.so.gz"))
+            quotesRanges << line.section(QLatin1Char('|'), 2, 2);
+    }
+    EXPECT_FALSE(pathsOf(after).contains(QStringLiteral("/files/core.so.gz"))) << qPrintable(after.join('\n'));
+    ASSERT_FALSE(quotesRanges.isEmpty()) << qPrintable(after.join('\n'));
+    for (const QString& range : quotesRanges) {
+        EXPECT_TRUE(range.startsWith(QLatin1String("bytes=")) && range.mid(6).chopped(1).toLongLong() > 4096 - 256)
+            << qPrintable(range);
+    }
+}
+
 }  // namespace
