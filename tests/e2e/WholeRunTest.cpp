@@ -22,7 +22,6 @@
 
 #include <memory>
 
-#include "ThrottledNginx.h"
 #include "transfer/support/RealServers.h"
 #include "transfer/support/WaitFor.h"
 
@@ -456,7 +455,7 @@ TEST_F(WholeRunTest, AHostKilledMidDownloadContinuesTheStoredRunWhenStartedAgain
     const QByteArray bigQuotesGz = gzipped(bigQuotes);
     ASSERT_GT(bigQuotesGz.size(), 1024 * 1024);
     writeText(serverRoot + QStringLiteral("/files/quotes.so.gz"), bigQuotesGz);
-    ThrottledNginx server(serverRoot, QStringLiteral("/files/quotes.so.gz"), 256 * 1024);
+    NginxServer server(serverRoot, QStringLiteral("/files/quotes.so.gz"), 256 * 1024);
     ASSERT_TRUE(server.started()) << "nginx did not start: " << server.errorLog().toStdString();
     writeSettings(server.baseUrl().toLatin1());
     switchOnAutomaticRun();
@@ -518,7 +517,7 @@ TEST_F(WholeRunTest, AServerStoppedMidFileIsTriedAgainAndTheFileResumed)
     ASSERT_NO_FATAL_FAILURE(useServerCopy());
     const QByteArray bigQuotes = "quotes.so 2.1.0\n" + noiseBytes(1536 * 1024, 0x9E3779B9u);
     writeText(serverRoot + QStringLiteral("/files/quotes.so.gz"), gzipped(bigQuotes));
-    ThrottledNginx server(serverRoot, QStringLiteral("/files/quotes.so.gz"), 256 * 1024);
+    NginxServer server(serverRoot, QStringLiteral("/files/quotes.so.gz"), 256 * 1024);
     ASSERT_TRUE(server.started()) << "nginx did not start: " << server.errorLog().toStdString();
     writeSettings(server.baseUrl().toLatin1());
     switchOnAutomaticRun();

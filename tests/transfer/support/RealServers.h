@@ -43,11 +43,19 @@ inline void writeText(const QString& path, const QByteArray& text)
 
 class NginxServer {
 public:
-    // Serves documentRoot; Range requests are answered with 206 by nginx itself.
-    explicit NginxServer(const QString& documentRoot)
+    // Serves documentRoot; Range requests are answered with 206 by nginx
+    // itself. With slowPath, that one file is sent at bytesPerSecond, so that
+    // a test can act while it is half way.
+    explicit NginxServer(const QString& documentRoot, const QString& slowPath = QString(),
+                         int bytesPerSecond = 0)
     {
         port_ = freeLoopbackPort();
         const QByteArray tmp = dir_.path().toLocal8Bit();
+        const QByteArray throttle = slowPath.isEmpty()
+            ? QByteArray()
+            : "    location = " + slowPath.toLocal8Bit() + " {\n"
+              "      limit_rate " + QByteArray::number(bytesPerSecond) + ";\n"
+              "    }\n";
         const QByteArray conf =
             "daemon off;\n"
             "master_process off;\n"
@@ -56,7 +64,7 @@ public:
             "error_log " + tmp + "/error.log;\n"
             "events { worker_connections 64; }\n"
             "http {\n"
-            "  log_format requests '$request|$status|$http_range';\n"
+            "  log_format requests '$request|$status|$http_range|$body_bytes_sent';\n"
             "  access_log " + tmp + "/access.log requests;\n"
             "  client_body_temp_path " + tmp + "/body;\n"
             "  proxy_temp_path " + tmp + "/proxy;\n"
@@ -66,31 +74,45 @@ public:
             "  server {\n"
             "    listen 127.0.0.1:" + QByteArray::number(port_) + ";\n"
             "    root " + documentRoot.toLocal8Bit() + ";\n"
+            + throttle +
             "  }\n"
             "}\n";
         writeText(dir_.filePath(QStringLiteral("nginx.conf")), conf);
+        start();
+    }
+    ~NginxServer()
+    {
+        process_.terminate();
+        if (!process_.waitForFinished(10000))
+            stop();
+    }
+
+    // Starts the server (again) on its port; true once it accepts connections.
+    bool start()
+    {
         // Output to files: a server left behind by a crashed test must not
         // hold the test runner's pipes open.
-        process_.setStandardOutputFile(dir_.filePath(QStringLiteral("stdout.log")));
-        process_.setStandardErrorFile(dir_.filePath(QStringLiteral("stderr.log")));
+        process_.setStandardOutputFile(dir_.filePath(QStringLiteral("stdout.log")), QIODevice::Append);
+        process_.setStandardErrorFile(dir_.filePath(QStringLiteral("stderr.log")), QIODevice::Append);
         process_.start(QStringLiteral("/usr/sbin/nginx"),
                        {QStringLiteral("-p"), dir_.path(), QStringLiteral("-e"),
                         dir_.filePath(QStringLiteral("error.log")), QStringLiteral("-c"),
                         dir_.filePath(QStringLiteral("nginx.conf"))});
         started_ = process_.waitForStarted() && waitForListener(port_, process_);
+        return started_;
     }
-    ~NginxServer()
+    // Ends the server at once, cutting every connection, as an outage would.
+    void stop()
     {
-        process_.terminate();
-        if (!process_.waitForFinished(10000)) {
-            process_.kill();
-            process_.waitForFinished();
-        }
+        process_.kill();
+        process_.waitForFinished();
+        started_ = false;
     }
+
     bool started() const { return started_; }
     quint16 port() const { return port_; }
     QString baseUrl() const { return QStringLiteral("http://127.0.0.1:%1").arg(port_); }
-    // One line per finished request: "GET /path HTTP/1.1|status|Range header".
+    // One line per finished request: "GET /path HTTP/1.1|status|Range header|body bytes".
     QStringList accessLog() const
     {
         QFile log(dir_.filePath(QStringLiteral("access.log")));
