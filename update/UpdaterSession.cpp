@@ -77,11 +77,24 @@ CUpdaterSession::Result CUpdaterSession::run()
         return fail(ProgramMissing, QString("Updater program %1 not found or not executable").arg(program_));
 
     QDir().mkpath(backupFolder_);
-    if (key_.isEmpty())
-        key_ = updaterSegmentKey(qint64(std::time(nullptr)));
+    const bool keyGiven = !key_.isEmpty();
+    const qint64 now = qint64(std::time(nullptr));
+    if (!keyGiven)
+        key_ = updaterSegmentKey(now);
 
     QSharedMemory memory(key_);
-    if (!memory.create(kUpdateSegmentSize, QSharedMemory::ReadWrite))
+    // The key is the time in seconds: two hand-overs that start in the same
+    // second (two terminals, parallel tests) would meet on one segment, so a
+    // key in use moves on to the next seconds' keys.
+    bool created = memory.create(kUpdateSegmentSize, QSharedMemory::ReadWrite);
+    for (qint64 later = 1; !created && !keyGiven && later <= kKeyAttempts
+         && memory.error() == QSharedMemory::AlreadyExists;
+         ++later) {
+        key_ = updaterSegmentKey(now + later);
+        memory.setKey(key_);
+        created = memory.create(kUpdateSegmentSize, QSharedMemory::ReadWrite);
+    }
+    if (!created)
         return fail(SegmentFailed, QString("Shared segment %1: %2").arg(key_, memory.errorString()));
     if (!memory.lock())
         return fail(LockFailed, QString("Shared segment %1: %2").arg(key_, memory.errorString()));

@@ -61,6 +61,9 @@ public:
     CUpdaterSession(const CUpdaterSession&) = delete;
     CUpdaterSession& operator=(const CUpdaterSession&) = delete;
 
+    // Keys tried after the current second's one when it is in use.
+    static constexpr int kKeyAttempts = 60;
+
     // The segment key; by default made from the current time when run() starts.
     void setKey(const QString& key);
     QString key() const;

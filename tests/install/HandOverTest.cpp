@@ -1,5 +1,7 @@
 // Handing files to the real updater program through the shared segment.
 #include <cerrno>
+#include <ctime>
+#include <memory>
 #include <vector>
 
 #include <signal.h>
@@ -13,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include "InstallTestSupport.h"
+#include "update/UpdaterProtocol.h"
 #include "update/UpdaterSession.h"
 
 namespace {
@@ -130,6 +133,24 @@ TEST_F(HandOver, TheDefaultKeyComesFromTheClock)
     EXPECT_TRUE(QRegularExpression("^org\\.velmora\\.sharedmemory-\\d{10}$").match(session.key()).hasMatch())
         << qPrintable(session.key());
     EXPECT_EQ(0, exitStatusOf(session.updaterPid()));
+    EXPECT_EQ(QByteArray("new a.so"), fileContent(dest + "/a.so"));
+}
+
+TEST_F(HandOver, AClockKeyInUseMovesOnToTheNextSeconds)
+{
+    // Another hand-over started this second (and the next two, should the
+    // clock tick meanwhile) holds its segment.
+    const qint64 now = qint64(std::time(nullptr));
+    std::vector<std::unique_ptr<QSharedMemory>> held;
+    QStringList heldKeys;
+    for (qint64 second = now; second <= now + 2; ++second) {
+        held.push_back(std::make_unique<QSharedMemory>(updaterSegmentKey(second)));
+        ASSERT_TRUE(held.back()->create(16)) << qPrintable(held.back()->errorString());
+        heldKeys << updaterSegmentKey(second);
+    }
+    CUpdaterSession session(kUpdater, backup, {{download + "/a.so", dest, false}});
+    ASSERT_EQ(CUpdaterSession::Finished, session.run()) << qPrintable(session.errorString());
+    EXPECT_FALSE(heldKeys.contains(session.key())) << qPrintable(session.key());
     EXPECT_EQ(QByteArray("new a.so"), fileContent(dest + "/a.so"));
 }
 
