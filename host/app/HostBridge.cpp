@@ -376,6 +376,11 @@ int HostBridge::setOnline(bool online)
     return toModule(HostMsg::SetConnectState, reinterpret_cast<intptr_t>(&state));
 }
 
+int HostBridge::testProxy(mwiTesProxy* record)
+{
+    return toModule(HostMsg::TestProxy, reinterpret_cast<intptr_t>(record));
+}
+
 int HostBridge::formatDateTime(const QDateTime& time, const QString& format, QString* out)
 {
     if (!out)

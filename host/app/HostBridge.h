@@ -69,6 +69,7 @@ public:
     int closeDialog();                   // 3081
     int pickMenuEntry(int32_t id);       // 5511 with that id
     int setOnline(bool online);          // 3529; later 3530 answers the same
+    int testProxy(mwiTesProxy* record);  // 3517: the module fills the results
 
 private:
     int dispatch(void* target, unsigned int code, intptr_t param1, intptr_t param2);

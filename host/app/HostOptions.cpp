@@ -28,15 +28,11 @@ bool HostOptions::parse(int argc, const char* const* argv)
             if (!takeValue("--script", argc, argv, index, scriptPath_))
                 return false;
         } else if (argument == "--script-timeout" || argument.startsWith("--script-timeout=")) {
-            QString seconds;
-            if (!takeValue("--script-timeout", argc, argv, index, seconds))
+            if (!takeSeconds("--script-timeout", argc, argv, index, scriptTimeout_))
                 return false;
-            bool ok = false;
-            scriptTimeout_ = seconds.toInt(&ok, 10);
-            if (!ok || scriptTimeout_ <= 0) {
-                error_ = QStringLiteral("--script-timeout needs a whole number of seconds");
+        } else if (argument == "--proxy-test" || argument.startsWith("--proxy-test=")) {
+            if (!takeSeconds("--proxy-test", argc, argv, index, proxyTestSeconds_))
                 return false;
-            }
         } else {
             error_ = QStringLiteral("unknown option %1").arg(QString::fromLocal8Bit(argument));
             return false;
@@ -72,11 +68,27 @@ bool HostOptions::takeValue(const QByteArray& option, int argc, const char* cons
     return true;
 }
 
+bool HostOptions::takeSeconds(const QByteArray& option, int argc, const char* const* argv,
+                              int& index, int& seconds)
+{
+    QString text;
+    if (!takeValue(option, argc, argv, index, text))
+        return false;
+    bool ok = false;
+    seconds = text.toInt(&ok, 10);
+    if (!ok || seconds <= 0) {
+        error_ = QStringLiteral("%1 needs a whole number of seconds").arg(QString::fromLatin1(option));
+        return false;
+    }
+    return true;
+}
+
 QString HostOptions::usage()
 {
     return QStringLiteral(
         "usage: module-host [--library PATH] [--log FILE] [--headless] [--script FILE]\n"
-        "                   [--script-timeout SECONDS] PROFILE.json [module arguments...]\n"
+        "                   [--script-timeout SECONDS] [--proxy-test SECONDS]\n"
+        "                   PROFILE.json [module arguments...]\n"
         "  --library PATH  load this copy of libDownloadModule.so.1\n"
         "                  (default: next to the program's folder, then in it)\n"
         "  --log FILE      append the module's log lines to FILE instead of standard error\n"
@@ -86,6 +98,9 @@ QString HostOptions::usage()
         "                  input) against the Updates window, then exit\n"
         "  --script-timeout SECONDS  give up on a script after this long (default 300)\n"
         "                  with exit code 5\n"
+        "  --proxy-test SECONDS  have the module test the profile's proxy (code 3517)\n"
+        "                  within SECONDS, print its result and exit: 0 when it passed,\n"
+        "                  7 when it failed\n"
         "Arguments after the profile go to the module as the host's command line,\n"
         "e.g. /OFFLINE.");
 }

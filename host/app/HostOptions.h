@@ -2,7 +2,8 @@
 // The host's command line:
 //
 //   module-host [--library PATH] [--log FILE] [--headless] [--script FILE]
-//               [--script-timeout SECONDS] PROFILE.json [module arguments...]
+//               [--script-timeout SECONDS] [--proxy-test SECONDS]
+//               PROFILE.json [module arguments...]
 //
 // Options are only recognised before the profile; everything after it is the
 // module's, passed on untouched with code 3007 (so "/OFFLINE" or even
@@ -27,11 +28,14 @@ public:
     QString profilePath() const { return profilePath_; }
     QString scriptPath() const { return scriptPath_; }  // empty: no script; "-": standard input
     int scriptTimeout() const { return scriptTimeout_; }  // seconds
+    int proxyTestSeconds() const { return proxyTestSeconds_; }  // 0: no proxy test
     const std::vector<QByteArray>& moduleArguments() const { return moduleArguments_; }
 
 private:
     bool takeValue(const QByteArray& option, int argc, const char* const* argv, int& index,
                    QString& value);
+    bool takeSeconds(const QByteArray& option, int argc, const char* const* argv, int& index,
+                     int& seconds);
 
     bool help_ = false;
     bool headless_ = false;
@@ -40,6 +44,7 @@ private:
     QString profilePath_;
     QString scriptPath_;
     int scriptTimeout_ = 300;
+    int proxyTestSeconds_ = 0;
     std::vector<QByteArray> moduleArguments_;
     QString error_;
 };

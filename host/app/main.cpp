@@ -6,8 +6,8 @@
 //
 // Exit codes: 0 success, 1 bad command line or log file, 2 bad profile,
 // 3 library cannot be loaded, 4 the module failed to start, 5 the script
-// timed out, 6 the script is wrong or one of its commands failed; a script's
-// "quit N" exits with N.
+// timed out, 6 the script is wrong or one of its commands failed, 7 the proxy
+// test (--proxy-test) failed; a script's "quit N" exits with N.
 #include <cstdlib>
 #include <cstring>
 #include <exception>
@@ -24,6 +24,7 @@
 #include "host/app/HostLogPrinter.h"
 #include "host/app/HostOptions.h"
 #include "host/app/HostProfile.h"
+#include "host/app/HostProxyTest.h"
 #include "host/app/HostScript.h"
 #include "host/app/HostWindow.h"
 #include "host/app/ModuleLoader.h"
@@ -32,7 +33,14 @@
 
 namespace {
 
-enum ExitCode { ExitOk = 0, ExitUsage = 1, ExitProfile = 2, ExitLibrary = 3, ExitModule = 4 };
+enum ExitCode {
+    ExitOk = 0,
+    ExitUsage = 1,
+    ExitProfile = 2,
+    ExitLibrary = 3,
+    ExitModule = 4,
+    ExitProxyTestFailed = 7,
+};
 
 // Handed to Initialize and returned by the module as the kind of its
 // registration: the module's slot in this host, which has only the one.
@@ -119,6 +127,23 @@ bool startModule(const ModuleLoader& loader, std::vector<char*>& arguments)
     return true;
 }
 
+// What the connection settings' "Test" button of a terminal does: the module
+// tries the profile's proxy against the update server and reports per server.
+int runProxyTest(HostBridge& bridge, const HostProfile& profile, int seconds)
+{
+    const HostProxy& proxy = profile.proxy();
+    printHostLine(QStringLiteral("proxy test through %1:%2, at most %3 s")
+                      .arg(proxy.host, QString::number(proxy.port), QString::number(seconds)));
+    mwiTesProxy record = proxyTestRecord(proxy, seconds);
+    bridge.testProxy(&record);
+    const QStringList lines = proxyTestReport(record);
+    if (lines.isEmpty())
+        printHostError(QStringLiteral("the module filled no proxy test result"));
+    for (const QString& line : lines)
+        printHostLine(line);
+    return proxyTestPassed(record) ? ExitOk : ExitProxyTestFailed;
+}
+
 // The window's menu entry and on-line switch reach the module through the
 // bridge; closing the window tells the module its dialog goes (3081) before
 // the host quits.
@@ -167,6 +192,11 @@ int main(int argc, char** argv)
     HostProfile profile;
     if (!profile.load(options.profilePath())) {
         printHostError(QStringLiteral("profile %1").arg(profile.errorString()));
+        return ExitProfile;
+    }
+    if (options.proxyTestSeconds() > 0 && profile.proxy().host.isEmpty()) {
+        printHostError(QStringLiteral("profile %1 names no proxy host to test")
+                           .arg(options.profilePath()));
         return ExitProfile;
     }
     createProfileFolders(profile);
@@ -235,6 +265,8 @@ int main(int argc, char** argv)
     moduleArgv.push_back(nullptr);
     if (!startModule(loader, moduleArgv))
         return ExitModule;
+    if (options.proxyTestSeconds() > 0)
+        return runProxyTest(bridge, profile, options.proxyTestSeconds());
     // The module builds its dialog object once; the object adds the menu
     // entry and starts the automatic mode's timer.
     bridge.openDialogObject();

@@ -145,7 +145,7 @@ TEST(HostOptionsTest, OptionsEndAtTheProfile)
     EXPECT_EQ(options.moduleArguments(), std::vector<QByteArray>{"x"});
 }
 
-TEST(HostOptionsTest, ScriptAndItsTimeLimit)
+TEST(HostOptionsTest, ScriptAndProxyTestTimeLimits)
 {
     HostOptions options;
     ASSERT_TRUE(parseOptions(options, {"--headless", "p.json", "--script", "s.txt"}));
@@ -157,9 +157,17 @@ TEST(HostOptionsTest, ScriptAndItsTimeLimit)
     EXPECT_EQ(options.scriptPath(), QStringLiteral("-"));
     EXPECT_EQ(options.scriptTimeout(), 7);
 
-    for (const char* limit : {"--script-timeout=0", "--script-timeout=soon", "--script-timeout=-3"}) {
+    EXPECT_EQ(options.proxyTestSeconds(), 0);
+
+    ASSERT_TRUE(parseOptions(options, {"--proxy-test", "12", "p.json"}));
+    EXPECT_EQ(options.proxyTestSeconds(), 12);
+    EXPECT_EQ(options.profilePath(), QStringLiteral("p.json"));
+
+    for (const char* limit : {"--script-timeout=0", "--script-timeout=soon", "--script-timeout=-3",
+                              "--proxy-test=0", "--proxy-test=x"}) {
         EXPECT_FALSE(parseOptions(options, {limit, "p.json"})) << limit;
-        EXPECT_TRUE(options.errorString().contains(QStringLiteral("--script-timeout"))) << limit;
+        const QByteArray option = QByteArray(limit).left(QByteArray(limit).indexOf('='));
+        EXPECT_TRUE(options.errorString().startsWith(QString::fromLatin1(option))) << limit;
     }
 }
 

@@ -1,11 +1,17 @@
 // The built module-host program, run as a process on a temporary profile:
 // what it prints, what it creates and how it exits.
+#include <cstring>
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
+
+#include "host/app/HostProfile.h"
+#include "host/app/HostProxyTest.h"
+#include "transfer/support/RealServers.h"
 
 namespace {
 
@@ -119,6 +125,86 @@ TEST_F(ModuleHostProgramTest, BadProfilesAndCommandLinesStopBeforeLoading)
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_TRUE(result.err.contains(QStringLiteral("unknown option --headles")));
     EXPECT_TRUE(result.err.contains(QStringLiteral("usage: module-host")));
+}
+
+// The connection settings' test: the host hands the module the profile's
+// proxy (3517) and prints what it found. The proxy is a real tinyproxy with
+// Basic authentication that passes requests on to an nginx, so a pass means
+// the request travelled through the proxy to a server.
+TEST_F(ModuleHostProgramTest, ProxyTestGoesThroughTheProfilesProxyAndPrintsTheResult)
+{
+    QTemporaryDir site;
+    writeText(site.filePath(QStringLiteral("index.html")), "updates\n");
+    NginxServer server(site.path());
+    ASSERT_TRUE(server.started());
+    TinyProxy proxy("user", "secret", server.port());
+    ASSERT_TRUE(proxy.started());
+    ASSERT_TRUE(QDir(dir.path()).mkpath(QStringLiteral("run/config")));
+    writeText(dir.filePath(QStringLiteral("run/config/download.cfg")),
+              "[Address]\npath=127.0.0.1/updates\n");
+    const auto profileWithPassword = [&](const char* password) {
+        return writeProfile(QStringLiteral(R"({
+            "folders": {"2": "run/config"},
+            "proxy": {"state": 1, "host": "127.0.0.1", "port": %1, "user": "user",
+                      "password": "%2"}
+        })").arg(proxy.port()).arg(QLatin1String(password)).toUtf8());
+    };
+
+    HostRun result = run({"--headless", "--proxy-test", "20", profileWithPassword("secret")});
+    EXPECT_EQ(result.exitCode, 0) << qPrintable(result.out + result.err);
+    EXPECT_TRUE(result.out.contains(QStringLiteral(
+        "module-host: proxy test through 127.0.0.1:%1, at most 20 s\n").arg(proxy.port())))
+        << qPrintable(result.out);
+    EXPECT_TRUE(result.out.contains(QStringLiteral("module-host: code 3517 to the module\n"
+                                                   "module-host: Download server 127.0.0.1:80 passed\n")))
+        << qPrintable(result.out);
+    // The test only asks; it opens no dialog.
+    EXPECT_FALSE(result.out.contains(QStringLiteral("code 3066")));
+    ASSERT_EQ(server.accessLog().size(), 1);
+    EXPECT_TRUE(server.accessLog()[0].startsWith(QStringLiteral("HEAD http://127.0.0.1:80/ HTTP/1.0|200|")))
+        << qPrintable(server.accessLog()[0]);
+
+    result = run({"--headless", "--proxy-test", "20", profileWithPassword("guess")});
+    EXPECT_EQ(result.exitCode, 7) << qPrintable(result.out + result.err);
+    EXPECT_TRUE(result.out.contains(QStringLiteral("module-host: Download server 127.0.0.1:80 failed\n")))
+        << qPrintable(result.out);
+    EXPECT_EQ(server.accessLog().size(), 1);
+
+    const QString noProxy = writeProfile(R"({"folders": {"2": "run/config"}})", "plain.json");
+    result = run({"--headless", "--proxy-test", "20", noProxy});
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_TRUE(result.err.contains(QStringLiteral("names no proxy host"))) << qPrintable(result.err);
+    EXPECT_FALSE(result.out.contains(QStringLiteral("loaded")));
+}
+
+TEST(HostProxyTestTest, CredentialsGoPlainAndTheReportTrustsNoCountBeyondTheRecord)
+{
+    HostProxy proxy;
+    proxy.host = QStringLiteral("px.example");
+    proxy.port = 3128;
+    proxy.user = QStringLiteral("user");
+    proxy.password = QStringLiteral("p:w");
+    mwiTesProxy record = proxyTestRecord(proxy, 9);
+    EXPECT_STREQ(record.proxy.host, "px.example");
+    EXPECT_STREQ(record.proxy.user, "user");
+    EXPECT_STREQ(record.proxy.password, "p:w");
+    EXPECT_EQ(int32_t(record.proxyType), 9);
+    EXPECT_FALSE(proxyTestPassed(record));  // nothing filled is no pass
+    EXPECT_TRUE(proxyTestReport(record).isEmpty());
+
+    std::strcpy(record.results[0].name, "Download server");
+    std::strcpy(record.results[0].host, "update.example");
+    record.results[0].port = 80;
+    record.resultCount = 1;
+    EXPECT_TRUE(proxyTestPassed(record));
+    record.results[9].failed = 1;
+    record.resultCount = 1000;  // cut to the ten entries the record has
+    EXPECT_EQ(proxyTestReport(record).size(), 10);
+    EXPECT_EQ(proxyTestReport(record).first(), QStringLiteral("Download server update.example:80 passed"));
+    EXPECT_TRUE(proxyTestReport(record).last().endsWith(QStringLiteral(" failed")));
+    EXPECT_FALSE(proxyTestPassed(record));
+    record.resultCount = -1;
+    EXPECT_TRUE(proxyTestReport(record).isEmpty());
 }
 
 }  // namespace

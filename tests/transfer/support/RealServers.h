@@ -135,7 +135,9 @@ private:
 
 class TinyProxy {
 public:
-    TinyProxy(const QByteArray& user, const QByteArray& password)
+    // With upstreamPort, every request is passed on to the HTTP proxy on that
+    // loopback port (an nginx answers absolute URIs like a proxy chain's end).
+    TinyProxy(const QByteArray& user, const QByteArray& password, quint16 upstreamPort = 0)
     {
         port_ = freeLoopbackPort();
         const QByteArray tmp = dir_.path().toLocal8Bit();
@@ -148,7 +150,9 @@ public:
             "MaxClients 20\n"
             "Allow 127.0.0.1\n"
             "DisableViaHeader Yes\n"
-            "BasicAuth " + user + " " + password + "\n";
+            "BasicAuth " + user + " " + password + "\n"
+            + (upstreamPort ? "Upstream http 127.0.0.1:" + QByteArray::number(upstreamPort) + "\n"
+                            : QByteArray());
         writeText(dir_.filePath(QStringLiteral("tinyproxy.conf")), conf);
         process_.setStandardOutputFile(dir_.filePath(QStringLiteral("stdout.log")));
         process_.setStandardErrorFile(dir_.filePath(QStringLiteral("stderr.log")));
