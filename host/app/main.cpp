@@ -33,14 +33,8 @@
 
 namespace {
 
-enum ExitCode {
-    ExitOk = 0,
-    ExitUsage = 1,
-    ExitProfile = 2,
-    ExitLibrary = 3,
-    ExitModule = 4,
-    ExitProxyTestFailed = 7,
-};
+enum ExitCode { ExitOk = 0, ExitUsage = 1, ExitProfile = 2, ExitLibrary = 3, ExitModule = 4,
+                ExitProxyTestFailed = 7 };
 
 // Handed to Initialize and returned by the module as the kind of its
 // registration: the module's slot in this host, which has only the one.
