@@ -5,8 +5,6 @@
 // static_asserts were changed together. Built for both word sizes; the run
 // that matters is the i386 build (scripts/test-i386), where pointers are four
 // bytes wide as in the host.
-#include <dlfcn.h>
-
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -16,8 +14,7 @@
 #include <QString>
 #include <gtest/gtest.h>
 
-#include "module/HostMessages.h"
-#include "module/ModuleApi.h"
+#include "LoadedLibrary.h"
 #include "update/InstallRecords.h"
 #include "update/InstalledProducts.h"
 #include "update/UpdaterProtocol.h"
@@ -84,78 +81,46 @@ void* pointerAt(const unsigned char* bytes, std::size_t offset)
     return pointer;
 }
 
-// The built library, loaded the way a host loads it.
-class LoadedModule : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        handle_ = dlopen(DM_LIBRARY_PATH, RTLD_NOW | RTLD_LOCAL);
-        ASSERT_NE(nullptr, handle_) << dlerror();
-    }
-    void TearDown() override
-    {
-        if (handle_)
-            dlclose(handle_);
-    }
-    template <class F>
-    F symbol(const char* name)
-    {
-        void* found = dlsym(handle_, name);
-        EXPECT_NE(nullptr, found) << name;
-        return reinterpret_cast<F>(found);
-    }
-    void* handle_ = nullptr;
-};
-
-// Translation records as the host received them: the 3072 bytes behind
-// param1 of each 3019, copied while the record still exists.
-std::vector<QByteArray> translations;
-
-int translationHost(void*, unsigned int code, intptr_t param1, intptr_t)
-{
-    if (code == HostMsg::RegisterTranslation)
-        translations.emplace_back(reinterpret_cast<const char*>(param1), 3072);
-    return 0;
-}
-
 }  // namespace
 
-TEST_F(LoadedModule, InfoRecordFieldsSitWhereTheHostReadsThem)
+TEST_F(LoadedLibrary, InfoRecordIsByteExactWhereTheHostReadsIt)
 {
     auto getModuleInfo = symbol<GetModuleInfoFn>("GetModuleInfo");
     ASSERT_NE(nullptr, getModuleInfo);
     // The host's buffer is exactly 2315 bytes: the guard behind it catches a
-    // record that grew.
+    // record that grew, and anything inside it not written stays 0xEE.
     std::vector<unsigned char> buffer(2315 + 64, kUntouched);
     ASSERT_EQ(0, getModuleInfo(reinterpret_cast<MODULE_INFO*>(buffer.data())));
     const unsigned char* info = buffer.data();
 
     EXPECT_EQ("Velmora.Download module", textAt(info, 0, 255));
+    EXPECT_TRUE(allZero(info, 23, 255));
     EXPECT_EQ("Update module", textAt(info, 255, 255));
+    EXPECT_TRUE(allZero(info, 255 + 13, 1279));
+    // The constructor's numbers 1, 2, 9 are stored in reverse order.
     EXPECT_EQ(9, int32At(info, 1279));
     EXPECT_EQ(2, int32At(info, 1283));
     EXPECT_EQ(1, int32At(info, 1287));
     EXPECT_EQ(8, int32At(info, 1291));
+    EXPECT_EQ("CTransDownload", textAt(info, 1295, 20));
+    EXPECT_TRUE(allZero(info, 1295 + 14, 1315));
     EXPECT_EQ(57, int32At(info, 1315));
+    EXPECT_TRUE(allZero(info, 1319, 2315));
     for (std::size_t i = 2315; i < buffer.size(); ++i)
         ASSERT_EQ(kUntouched, buffer[i]) << "byte " << i << " behind the record was written";
 }
 
-TEST_F(LoadedModule, TranslationRecordsAreThreeFixedFieldsOf1024Bytes)
+TEST_F(LoadedLibrary, TranslationRecordsAreThreeFixedFieldsOf1024Bytes)
 {
-    auto initialize = symbol<InitializeFn>("Initialize");
-    auto receiveMessage = symbol<ReceiveMessageFn>("ReceiveMessage");
-    ASSERT_TRUE(initialize && receiveMessage);
-
-    translations.clear();
     int host = 0;
-    initialize(&translationHost, &translationHost, &host, nullptr);
-    char program[] = "host";
-    char* argv[] = {program};
-    EXPECT_EQ(0, receiveMessage(&host, HostMsg::CommandLine, 1, reinterpret_cast<intptr_t>(argv)));
-    initialize(nullptr, nullptr, nullptr, nullptr);
+    EXPECT_EQ(0, registerWithRecordingHost(&host));
+    symbol<InitializeFn>("Initialize")(nullptr, nullptr, nullptr, nullptr);
 
-    ASSERT_FALSE(translations.empty());
+    std::vector<QByteArray> translations;
+    for (const Received& message : received())
+        if (message.code == HostMsg::RegisterTranslation)
+            translations.push_back(message.record);
+    ASSERT_EQ(51u, translations.size());
     const auto* first = reinterpret_cast<const unsigned char*>(translations.front().constData());
     EXPECT_EQ("CTransDownload", textAt(first, 0, 1024));
     EXPECT_EQ("C0007Cancel", textAt(first, 1024, 1024));
@@ -171,6 +136,8 @@ TEST_F(LoadedModule, TranslationRecordsAreThreeFixedFieldsOf1024Bytes)
         EXPECT_FALSE(textAt(bytes, 1024, 1024).empty());
         textAt(bytes, 2048, 1024);  // terminated within its field
     }
+    const auto* last = reinterpret_cast<const unsigned char*>(translations.back().constData());
+    EXPECT_EQ("M0177", textAt(last, 1024, 1024));
 }
 
 TEST(UpdaterSegmentBytes, RequestFinishAndConfigurationCopy)
