@@ -49,18 +49,58 @@ protected:
 
 }  // namespace
 
-TEST(IniRead, FindsValuesInACrLfFileWithItsLastSectionAtTheEnd)
+// Files written by hand, each with one oddity: what the reader finds in them
+// and what it must not find ("<none>": the default comes back).
+TEST(IniRead, FilesWrittenByHand)
 {
-    inifiles ini(dataFile("ini-last-section-at-end-of-file.ini"), false);
-    EXPECT_EQ(read(ini, "Server", "URL"), "http://example.org/path");
-    EXPECT_EQ(read(ini, "Address", "path"), "value1");
-    EXPECT_EQ(read(ini, "Address", "case"), "Keep Me");  // the value keeps its case
-    EXPECT_EQ(read(ini, "Tail", "Last"), "end");
-    // The section ends at the next header: its keys are not found in others.
-    EXPECT_EQ(read(ini, "Server", "PATH"), "<none>");
-    EXPECT_EQ(read(ini, "Address", "Last"), "<none>");
-    EXPECT_EQ(read(ini, "address", "PATH"), "<none>");  // section names keep their case
-    EXPECT_EQ(read(ini, "Missing", "URL"), "<none>");
+    struct Case {
+        const char* file;
+        const char* section;
+        const char* key;
+        const char* expected;
+    };
+    const Case cases[] = {
+        // CR LF, a blank line between sections, the last section at the end.
+        {"ini-last-section-at-end-of-file.ini", "Server", "URL", "http://example.org/path"},
+        {"ini-last-section-at-end-of-file.ini", "Address", "path", "value1"},
+        {"ini-last-section-at-end-of-file.ini", "Address", "case", "Keep Me"},  // values keep their case
+        {"ini-last-section-at-end-of-file.ini", "Tail", "Last", "end"},
+        // A section ends at the next header: its keys are not found in others.
+        {"ini-last-section-at-end-of-file.ini", "Server", "PATH", "<none>"},
+        {"ini-last-section-at-end-of-file.ini", "Address", "Last", "<none>"},
+        {"ini-last-section-at-end-of-file.ini", "address", "PATH", "<none>"},  // section names keep their case
+        {"ini-last-section-at-end-of-file.ini", "Missing", "URL", "<none>"},
+        {"ini-lf-only-line-ends.ini", "Server", "URL", "http://lf.example"},
+        {"ini-lf-only-line-ends.ini", "Server", "Timeout", "45"},
+        {"ini-lf-only-line-ends.ini", "Server", "x", "<none>"},
+        {"ini-lf-only-line-ends.ini", "Other", "x", "1"},
+        {"ini-no-final-line-break.ini", "Server", "URL", "http://nobreak.example"},
+        {"ini-no-final-line-break.ini", "Server", "Timeout", "12"},
+        // Spaces around keys and values are trimmed; inner spaces and tabs stay.
+        {"ini-spaces-around-equals.ini", "Address", "path", "value1"},
+        {"ini-spaces-around-equals.ini", "Address", " PATH ", "value1"},
+        {"ini-spaces-around-equals.ini", "Address", "inner key", "a b c"},
+        {"ini-spaces-around-equals.ini", "Address", "InnerKey", "<none>"},
+        {"ini-spaces-around-equals.ini", "Address", "Tabbed", "<none>"},
+        {"ini-spaces-around-equals.ini", "Address", "\tTabbed", "1"},
+        {"ini-spaces-around-equals.ini", "Address", "Empty", ""},
+        {"ini-spaces-around-equals.ini", "Address", "", "no key"},
+        // Of two sections with one name, the first wins.
+        {"ini-duplicate-sections.ini", "Server", "URL", "first"},
+        {"ini-duplicate-sections.ini", "Server", "OnlySecond", "<none>"},
+        // CR-only line ends make the file one line: only its first value is read.
+        {"ini-cr-only-line-ends.ini", "Server", "URL", "http://cr.example"},
+        {"ini-cr-only-line-ends.ini", "Server", "Timeout", "<none>"},
+        // A NUL byte ends the line it is in; the next line is read.
+        {"ini-nul-byte.ini", "Server", "URL", "before"},
+        {"ini-nul-byte.ini", "Server", "Timeout", "5"},
+        {"ini-binary-garbage.ini", "Server", "URL", "after-garbage"},
+        {"ini-binary-garbage.ini", "Other", "URL", "<none>"},
+    };
+    for (const Case& c : cases) {
+        inifiles ini(dataFile(c.file), false);
+        EXPECT_EQ(read(ini, c.section, c.key), c.expected) << c.file << " [" << c.section << "] " << c.key;
+    }
 }
 
 TEST(IniRead, ReturnCodesAndTypedReaders)
@@ -87,63 +127,6 @@ TEST(IniRead, ReturnCodesAndTypedReaders)
     EXPECT_DOUBLE_EQ(ini.ReadFloat("Address", "Missing", 1.25), 1.25);
     EXPECT_TRUE(ini.paramIsExist("Address", "ON"));
     EXPECT_FALSE(ini.paramIsExist("Tail", "ON"));
-}
-
-TEST(IniRead, LfOnlyLineEnds)
-{
-    inifiles ini(dataFile("ini-lf-only-line-ends.ini"), false);
-    EXPECT_EQ(read(ini, "Server", "URL"), "http://lf.example");
-    EXPECT_EQ(ini.ReadInteger("Server", "Timeout", 0), 45);
-    EXPECT_EQ(read(ini, "Server", "x"), "<none>");
-    EXPECT_EQ(read(ini, "Other", "x"), "1");
-}
-
-TEST(IniRead, NoFinalLineBreak)
-{
-    inifiles ini(dataFile("ini-no-final-line-break.ini"), false);
-    EXPECT_EQ(read(ini, "Server", "URL"), "http://nobreak.example");
-    EXPECT_EQ(ini.ReadInteger("Server", "Timeout", 0), 12);
-}
-
-TEST(IniRead, SpacesAroundKeysAndValues)
-{
-    inifiles ini(dataFile("ini-spaces-around-equals.ini"), false);
-    EXPECT_EQ(read(ini, "Address", "path"), "value1");
-    EXPECT_EQ(read(ini, "Address", " PATH "), "value1");
-    EXPECT_EQ(read(ini, "Address", "inner key"), "a b c");  // inner spaces stay
-    EXPECT_EQ(read(ini, "Address", "InnerKey"), "<none>");
-    EXPECT_EQ(read(ini, "Address", "Tabbed"), "<none>");    // only spaces are trimmed
-    EXPECT_EQ(read(ini, "Address", "\tTabbed"), "1");
-    EXPECT_EQ(read(ini, "Address", "Empty"), "");
-    EXPECT_EQ(read(ini, "Address", ""), "no key");
-}
-
-TEST(IniRead, DuplicateSectionsFirstWins)
-{
-    inifiles ini(dataFile("ini-duplicate-sections.ini"), false);
-    EXPECT_EQ(read(ini, "Server", "URL"), "first");
-    EXPECT_EQ(read(ini, "Server", "OnlySecond"), "<none>");
-}
-
-TEST(IniRead, CrOnlyLineEndsReadAsOneLine)
-{
-    inifiles ini(dataFile("ini-cr-only-line-ends.ini"), false);
-    EXPECT_EQ(read(ini, "Server", "URL"), "http://cr.example");
-    EXPECT_EQ(ini.ReadInteger("Server", "Timeout", -3), -3);
-}
-
-TEST(IniRead, NulByteEndsTheLineItIsIn)
-{
-    inifiles ini(dataFile("ini-nul-byte.ini"), false);
-    EXPECT_EQ(read(ini, "Server", "URL"), "before");
-    EXPECT_EQ(ini.ReadInteger("Server", "Timeout", 0), 5);
-}
-
-TEST(IniRead, BinaryGarbageBeforeASection)
-{
-    inifiles ini(dataFile("ini-binary-garbage.ini"), false);
-    EXPECT_EQ(read(ini, "Server", "URL"), "after-garbage");
-    EXPECT_EQ(read(ini, "Other", "URL"), "<none>");
 }
 
 TEST(IniRead, EnumeratesSectionsAndParameters)
@@ -204,38 +187,36 @@ TEST_F(IniWriteTest, WritingIntoAnEmptyFile)
     EXPECT_EQ(ini.ReadInteger("S", "K", 0), 6);
 }
 
-TEST_F(IniWriteTest, ReplacesTheMatchingLineWhole)
+// One write into a file holding before: whether the key was there (true) or
+// inserted (false), and the file's bytes after it.
+TEST_F(IniWriteTest, OneWriteIntoAFile)
 {
-    const QByteArray path = fileWith("[A]\r\n  Key = old value \r\nnext=1\r\n");
-    inifiles ini(path, false);
-    EXPECT_TRUE(ini.WriteString("A", "KEY", "new"));
-    EXPECT_EQ(fileBytes(path), "[A]\r\nKEY=new\r\nnext=1\r\n");
-}
-
-TEST_F(IniWriteTest, NewKeyAfterALastLineWithoutBreak)
-{
-    const QByteArray path = fileWith("[S]\r\nA=1");
-    inifiles ini(path, false);
-    EXPECT_FALSE(ini.WriteString("S", "B", "2"));
-    EXPECT_EQ(fileBytes(path), "[S]\r\nA=1\r\nB=2\r\n");
-}
-
-TEST_F(IniWriteTest, InsertionInTheMiddleLooksAtTheEndOfTheWholeFile)
-{
-    const QByteArray path = fileWith("[A]\r\nx=1\r\n[B]\r\ny=2");
-    inifiles ini(path, false);
-    EXPECT_FALSE(ini.WriteString("A", "z", "3"));
-    EXPECT_EQ(fileBytes(path), "[A]\r\nx=1\r\n\r\nz=3\r\n[B]\r\ny=2");
-    EXPECT_EQ(read(ini, "A", "z"), "3");
-    EXPECT_EQ(read(ini, "B", "y"), "2");
-}
-
-TEST_F(IniWriteTest, InsertionGoesBeforeTheNextSectionAfterBlankLines)
-{
-    const QByteArray path = fileWith("[A]\r\nx=1\r\n\r\n[B]\r\ny=2\r\n");
-    inifiles ini(path, false);
-    EXPECT_FALSE(ini.WriteString("A", "z", "3"));
-    EXPECT_EQ(fileBytes(path), "[A]\r\nx=1\r\n\r\nz=3\r\n[B]\r\ny=2\r\n");
+    struct Case {
+        const char* before;
+        const char* section;
+        const char* key;
+        bool existed;
+        const char* after;
+    };
+    const Case cases[] = {
+        // The matching line is replaced whole, with the key as the caller spells it.
+        {"[A]\r\n  Key = old value \r\nnext=1\r\n", "A", "KEY", true, "[A]\r\nKEY=new\r\nnext=1\r\n"},
+        // A last line without a break gets one before the new key.
+        {"[S]\r\nA=1", "S", "B", false, "[S]\r\nA=1\r\nB=new\r\n"},
+        // An insertion in the middle looks at the end of the whole file: no
+        // CR LF there, so one goes in before the new line.
+        {"[A]\r\nx=1\r\n[B]\r\ny=2", "A", "z", false, "[A]\r\nx=1\r\n\r\nz=new\r\n[B]\r\ny=2"},
+        // With one there, the new line goes before the next section, after the blank line.
+        {"[A]\r\nx=1\r\n\r\n[B]\r\ny=2\r\n", "A", "z", false, "[A]\r\nx=1\r\n\r\nz=new\r\n[B]\r\ny=2\r\n"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.before);
+        const QByteArray path = fileWith(c.before);
+        inifiles ini(path, false);
+        EXPECT_EQ(ini.WriteString(c.section, c.key, "new"), c.existed);
+        EXPECT_EQ(fileBytes(path), c.after);
+        EXPECT_EQ(read(ini, c.section, c.key), "new");
+    }
 }
 
 TEST_F(IniWriteTest, WrittenLinesAreCutAtTheLineLimit)
