@@ -214,6 +214,9 @@ TEST(StorageRandom, BufferEditsAndSearchesMatchAStringModel)
             const int count = std::max(0, std::min(asked, length));
             ASSERT_EQ(n, count);
             ASSERT_EQ(std::string(out.data(), std::size_t(count)), model.bytes.substr(0, std::size_t(count)));
+            if (count == 0) {
+                ASSERT_EQ(out[0], '\0');  // nothing to copy still leaves an empty C string
+            }
             break;
         }
         case 8: {
