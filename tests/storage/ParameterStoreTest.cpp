@@ -245,26 +245,6 @@ TEST_F(ParameterStoreTest, ASaveIntoAMissingFolderFailsAndReleasesTheHandle)
     EXPECT_EQ(store.openFileCount(), 0);
 }
 
-TEST_F(ParameterStoreTest, ReadsAFileWrittenByHand)
-{
-    void* file = store.load(dataFile("rdd-written-by-hand.rdd"));
-    ASSERT_NE(file, nullptr);
-    const int32_t root = openChild(store, file, 0, "ParametersDL", coreXmlOpenExisting);
-    const int32_t autoNode = openChild(store, file, root, "ParamAutoDL", coreXmlOpenExisting);
-    const ItemRead read = readItems(store, file, autoNode);
-    ASSERT_EQ(read.count, 3);
-    EXPECT_STREQ(read.items[1].name, "DelayAutoStart");
-    EXPECT_EQ(valueOf(read, 1), QStringLiteral("15"));
-    EXPECT_EQ(int32_t(read.items[1].kind), coreSzParameter);
-    EXPECT_EQ(int32_t(read.items[1].node), autoNode);
-
-    const ItemRead rootItems = readItems(store, file, root);
-    ASSERT_EQ(rootItems.count, 2);
-    EXPECT_STREQ(rootItems.items[1].name, "LastDownload");
-    EXPECT_EQ(int32_t(rootItems.items[1].kind), coreSzChild);
-    EXPECT_GT(int32_t(rootItems.items[1].node), 0);
-}
-
 TEST_F(ParameterStoreTest, ItemsComeParametersFirstWithLengthsIncludingTheNul)
 {
     void* file = store.load(path());

@@ -78,6 +78,15 @@ QString scratchTemplate()
     return QDir::tempPath() + QStringLiteral("/storage-random-XXXXXX");
 }
 
+bool writeBytes(const QByteArray& path, const std::string& bytes)
+{
+    FILE* file = std::fopen(path.constData(), "wb");
+    if (!file)
+        return false;
+    const bool written = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
+    return std::fclose(file) == 0 && written;
+}
+
 std::string bufferBytes(const appendixData& buffer)
 {
     return buffer.getLength() > 0 ? std::string(buffer.getData(), std::size_t(buffer.getLength()))
@@ -333,10 +342,7 @@ TEST(StorageRandom, IniLookupsMatchAModelOfTheFormat)
     constexpr int kFiles = 100000;
     for (int i = 0; i < kFiles; ++i) {
         const std::string text = randomIniText(random);
-        FILE* file = std::fopen(path.constData(), "wb");
-        ASSERT_NE(file, nullptr);
-        std::fwrite(text.data(), 1, text.size(), file);
-        std::fclose(file);
+        ASSERT_TRUE(writeBytes(path, text));
         inifiles ini(path.constData(), false);
         for (int query = 0; query < 2; ++query) {
             const std::string& section = sections[random() % sections.size()];
@@ -365,10 +371,7 @@ TEST(StorageRandom, IniWritesReadBackLikeAMap)
     static const std::vector<std::string> starts = {"", "[A]\r\nx=0", "junk\r\n", "[B]\r\ny=1\r\n"};
     for (int run = 0; run < 400; ++run) {
         const std::string start = starts[random() % starts.size()];
-        FILE* file = std::fopen(path.constData(), "wb");
-        ASSERT_NE(file, nullptr);
-        std::fwrite(start.data(), 1, start.size(), file);
-        std::fclose(file);
+        ASSERT_TRUE(writeBytes(path, start));
         std::map<std::string, std::map<std::string, std::string>> model;
         if (start.find("[A]") != std::string::npos)
             model["A"]["X"] = "0";
