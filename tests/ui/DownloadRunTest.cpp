@@ -256,7 +256,7 @@ TEST_F(Run, AutomaticModeChoosesTheNewerModulesAndAsks)
 TEST_F(Run, AutomaticModeWithoutACurrentConfigurationSaysSo)
 {
     startNginx();
-    host->configs[0].current = 0;
+    host->products.configs[0].current = 0;
     QDir().mkpath(host->downloadDir);
     state().saveStartParam(true, false);
     CDownloadWidget* widget = openDialog();

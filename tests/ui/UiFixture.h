@@ -53,10 +53,10 @@ protected:
         // which the answerer dismisses. Installation tests name a real one.
         qputenv("VELMORA_UPDATER", QFile::encodeName(root.filePath("no-updater")));
         answerer = std::make_unique<ModalAnswerer>();
-        host->addConfiguration("Standard", 3, 3, 8, true, 7,
-                               {UiTestHost::module("charts.so", 1, 4, 0),
-                                UiTestHost::module("news.so", 1, 0, 0),
-                                UiTestHost::module("quotes.so", 2, 0, 0)});
+        host->products.addConfiguration("Standard", 3, 3, 8, true, 7,
+                                        {installedModule("charts.so", 1, 4, 0),
+                                         installedModule("news.so", 1, 0, 0),
+                                         installedModule("quotes.so", 2, 0, 0)});
     }
 
     void TearDown() override

@@ -33,6 +33,7 @@ protected:
     void TearDown() override { ::Initialize(nullptr, nullptr, nullptr, nullptr); }
 
     QString downloadDir() const { return dir.filePath("download"); }
+    QString local(const char* name) const { return downloadDir() + "/" + name + ".gz"; }
 
     // A chosen record with a partly downloaded local file.
     dlModule chosenRecord(const char* name, const char* version, const char* extra, int state,
@@ -45,10 +46,9 @@ protected:
         setDlText(module.serverPath, QByteArray("/old/") + name + ".gz");
         setDlText(module.title, "old title");
         module.state = state;
-        const QString local = downloadDir() + "/" + name + ".gz";
-        setDlText(module.localPath, local.toLocal8Bit());
+        setDlText(module.localPath, local(name).toLocal8Bit());
         if (withFile) {
-            QFile file(local);
+            QFile file(local(name));
             EXPECT_TRUE(file.open(QIODevice::WriteOnly));
             file.write("partial");
         }
@@ -80,11 +80,23 @@ protected:
         return out;
     }
 
-    std::vector<dlModule> storedInStateOne()
+    // The stored run's records still to be fetched (state 1), as fields().
+    std::vector<QByteArray> storedInStateOne()
     {
         std::vector<dlModule> out(8, emptyDlModule());
         out.resize(std::size_t(store->getLastDownloadModule(1, 8, out.data())));
-        return out;
+        std::vector<QByteArray> result;
+        for (const dlModule& module : out)
+            result.push_back(fields(module));
+        return result;
+    }
+
+    std::vector<QByteArray> serverPaths() const
+    {
+        std::vector<QByteArray> result;
+        for (int i = 0; i < chosen.getModuleCount(); ++i)
+            result.push_back(dlText(chosenAt(i).serverPath));
+        return result;
     }
 
     QTemporaryDir dir;
@@ -103,28 +115,21 @@ TEST_F(ChosenModules, NewVersionDeletesTheStalePartialFile)
     refreshChosenModules(freshList("a.so,1.1.0,x,0,/desc/a.txt,/new/a.gz,new title,2048\n"), chosen,
                          *store);
 
-    EXPECT_FALSE(QFile::exists(downloadDir() + "/a.so.gz"));
-    const dlModule now = chosenAt(0);
-    EXPECT_EQ(dlText(now.version), "1.1.0");
-    EXPECT_EQ(dlText(now.serverPath), "/new/a.gz");
-    EXPECT_EQ(dlText(now.title), "new title");
-    EXPECT_EQ(dlText(now.sizeText), "2.0 Mb");
-    EXPECT_EQ(dlText(now.localPath), "");
-    EXPECT_EQ(now.state, 2) << "the chosen record's state is kept";
+    EXPECT_FALSE(QFile::exists(local("a.so")));
+    // The fresh record with no local file; the chosen record's state is kept.
+    EXPECT_EQ(fields(chosenAt(0)), "a.so|1.1.0|x|0|/new/a.gz|/desc/a.txt|||new title|2.0 Mb|2");
     // The stored run names the old version, which the fresh record does not match.
-    const std::vector<dlModule> stored = storedInStateOne();
-    ASSERT_EQ(stored.size(), 1u);
-    EXPECT_EQ(dlText(stored[0].version), "1.0.0");
-    EXPECT_EQ(dlText(stored[0].title), "old title");
+    EXPECT_EQ(storedInStateOne(), std::vector<QByteArray>{"a.so|1.0.0|x||/old/a.so.gz||"
+                                                          + local("a.so").toLocal8Bit()
+                                                          + "||old title||2"});
 }
 
 TEST_F(ChosenModules, OtherVersionExtraAloneMakesTheFileStale)
 {
     recordRun({chosenRecord("a.so", "1.0.0", "x", 1)});
     refreshChosenModules(freshList("a.so,1.0.0,y,0,/d,/f,T,1\n"), chosen, *store);
-    EXPECT_FALSE(QFile::exists(downloadDir() + "/a.so.gz"));
-    EXPECT_EQ(dlText(chosenAt(0).versionExtra), "y");
-    EXPECT_EQ(dlText(chosenAt(0).localPath), "");
+    EXPECT_FALSE(QFile::exists(local("a.so")));
+    EXPECT_EQ(fields(chosenAt(0)), "a.so|1.0.0|y|0|/f|/d|||T|1 kb|1");
 }
 
 TEST_F(ChosenModules, SameVersionKeepsTheFileAndRewritesTheStoredRecord)
@@ -135,27 +140,19 @@ TEST_F(ChosenModules, SameVersionKeepsTheFileAndRewritesTheStoredRecord)
 
     refreshChosenModules(freshList("a.so,1.0.0,x,0,/desc/a.txt,/new/a.gz,new title,10\n"), chosen,
                          *store);
-    const QString local = downloadDir() + "/a.so.gz";
-    EXPECT_TRUE(QFile::exists(local));
-    const dlModule now = chosenAt(0);
-    EXPECT_EQ(QString::fromLocal8Bit(dlText(now.localPath)), local);
-    EXPECT_EQ(dlText(now.serverPath), "/new/a.gz");
-    EXPECT_EQ(now.state, 3);
+    EXPECT_TRUE(QFile::exists(local("a.so")));
+    const QByteArray fresh =
+        "a.so|1.0.0|x|0|/new/a.gz|/desc/a.txt|" + local("a.so").toLocal8Bit() + "||new title|10 kb|3";
+    EXPECT_EQ(fields(chosenAt(0)), fresh);
     // Stored again as still to be fetched, with the fresh fields.
-    const std::vector<dlModule> stored = storedInStateOne();
-    ASSERT_EQ(stored.size(), 1u);
-    EXPECT_EQ(dlText(stored[0].title), "new title");
-    EXPECT_EQ(dlText(stored[0].serverPath), "/new/a.gz");
-    EXPECT_EQ(QString::fromLocal8Bit(dlText(stored[0].localPath)), local);
-    EXPECT_EQ(stored[0].state, 3);
+    EXPECT_EQ(storedInStateOne(), std::vector<QByteArray>{fresh});
 }
 
 TEST_F(ChosenModules, StaleRecordWithoutLocalFileKeepsItsPath)
 {
     recordRun({chosenRecord("a.so", "1.0.0", "x", 1, false)});
     refreshChosenModules(freshList("a.so,2.0.0,x,0,/d,/f,T,1\n"), chosen, *store);
-    EXPECT_EQ(QString::fromLocal8Bit(dlText(chosenAt(0).localPath)), downloadDir() + "/a.so.gz");
-    EXPECT_EQ(dlText(chosenAt(0).version), "2.0.0");
+    EXPECT_EQ(fields(chosenAt(0)), "a.so|2.0.0|x|0|/f|/d|" + local("a.so").toLocal8Bit() + "||T|1 kb|1");
 }
 
 TEST_F(ChosenModules, OnlyTheFirstFreshRecordOfANameCountsAndAbsentOnesStay)
@@ -165,11 +162,9 @@ TEST_F(ChosenModules, OnlyTheFirstFreshRecordOfANameCountsAndAbsentOnesStay)
                                    "a.so,1.0.0,,0,/d,/first,T,1\n"
                                    "a.so,5.0.0,,0,/d,/second,T,1\n"),
                          chosen, *store);
-    EXPECT_EQ(chosen.getModuleCount(), 2);
-    EXPECT_EQ(dlText(chosenAt(0).serverPath), "/first");
-    EXPECT_TRUE(QFile::exists(downloadDir() + "/a.so.gz"));
-    EXPECT_EQ(dlText(chosenAt(1).serverPath), "/old/b.so.gz");
-    EXPECT_TRUE(QFile::exists(downloadDir() + "/b.so.gz"));
+    EXPECT_EQ(serverPaths(), (std::vector<QByteArray>{"/first", "/old/b.so.gz"}));
+    EXPECT_TRUE(QFile::exists(local("a.so")));
+    EXPECT_TRUE(QFile::exists(local("b.so")));
 }
 
 TEST_F(ChosenModules, GetNewModuleParsesAgainstTheCurrentConfiguration)
@@ -178,12 +173,12 @@ TEST_F(ChosenModules, GetNewModuleParsesAgainstTheCurrentConfiguration)
     // list does not offer it and the chosen b.so stays as chosen.
     std::vector<coreNameConfig> configs{installedConfig("Other", 1, 0, 0, false, 0, 1),
                                         installedConfig("Main", 1, 0, 0, true, 1, 2)};
-    const std::vector<coreModuleEntry> table{installedModule("b.so", 2, 0, 0)};
+    const coreModuleEntry table = installedModule("b.so", 2, 0, 0);
     ModuleListSources sources;
     sources.configs = configs.data();
     sources.configCount = 2;
     sources.autoMode = true;
-    sources.autoModules = table.data();
+    sources.autoModules = &table;
     sources.autoModuleCount = 1;
     const QString list = writeListFile(dir, "moduleDesc.txt",
                                        "a.so,3.0.0,,0,/d,/new-a,T,1\nb.so,2.0.0,,0,/d,/new-b,T,1\n");
@@ -192,8 +187,7 @@ TEST_F(ChosenModules, GetNewModuleParsesAgainstTheCurrentConfiguration)
 
     recordRun({chosenRecord("a.so", "1.0.0", "", 1), chosenRecord("b.so", "1.0.0", "", 1)});
     EXPECT_TRUE(getNewModule(list, chosen, *store, sources, CInstalledProducts()));
-    EXPECT_EQ(dlText(chosenAt(0).serverPath), "/new-a");
-    EXPECT_FALSE(QFile::exists(downloadDir() + "/a.so.gz"));
-    EXPECT_EQ(dlText(chosenAt(1).serverPath), "/old/b.so.gz");
-    EXPECT_TRUE(QFile::exists(downloadDir() + "/b.so.gz"));
+    EXPECT_EQ(serverPaths(), (std::vector<QByteArray>{"/new-a", "/old/b.so.gz"}));
+    EXPECT_FALSE(QFile::exists(local("a.so")));
+    EXPECT_TRUE(QFile::exists(local("b.so")));
 }

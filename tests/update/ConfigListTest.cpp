@@ -12,15 +12,6 @@ namespace {
 
 const QString kDataDir = QStringLiteral(DM_SOURCE_DIR "/tests/update/data/");
 
-bool offered(const char* version, const std::vector<coreNameConfig>& installed, bool autoMode,
-             const char* name = "Stock")
-{
-    dlModule entry;
-    const QString line = QString::fromLatin1(name) + "," + version + ",/m.txt,/d.txt,Title";
-    EXPECT_TRUE(parseConfigLine(line, entry));
-    return isConfigOffered(entry, installed.data(), int(installed.size()), autoMode);
-}
-
 }  // namespace
 
 TEST(ConfigLine, FieldsAndTheTitleWithItsCommas)
@@ -29,17 +20,9 @@ TEST(ConfigLine, FieldsAndTheTitleWithItsCommas)
     ASSERT_TRUE(parseConfigLine(
         "Stock,2.1.0,/cfg/stock/moduleDesc.txt,/cfg/stock/desc.txt,Stock exchange, futures, options",
         out));
-    EXPECT_EQ(dlText(out.name), "Stock");
-    EXPECT_EQ(dlText(out.auxPath), "Stock");
-    EXPECT_EQ(dlText(out.version), "2.1.0");
-    EXPECT_EQ(dlText(out.serverPath), "/cfg/stock/moduleDesc.txt");
-    EXPECT_EQ(dlText(out.descPath), "/cfg/stock/desc.txt");
-    EXPECT_EQ(dlText(out.title), "Stock exchange, futures, options");
-    EXPECT_EQ(dlText(out.versionExtra), "");
-    EXPECT_EQ(dlText(out.type), "");
-    EXPECT_EQ(dlText(out.localPath), "");
-    EXPECT_EQ(dlText(out.sizeText), "");
-    EXPECT_EQ(out.state, -1);
+    // The name is also kept in auxPath; nothing else of the record is set.
+    EXPECT_EQ(fields(out), "Stock|2.1.0|||/cfg/stock/moduleDesc.txt|/cfg/stock/desc.txt||Stock|"
+                           "Stock exchange, futures, options||-1");
 }
 
 TEST(ConfigLine, NeedsFourCommas)
@@ -55,10 +38,8 @@ TEST(ConfigLine, LongNameIsCutInBothPlaces)
 {
     dlModule out;
     ASSERT_TRUE(parseConfigLine(QString(300, 'n') + ",1.0.0,/m,/d," + QString(300, 't'), out));
-    EXPECT_EQ(dlText(out.name), QByteArray(254, 'n'));
-    EXPECT_EQ(dlText(out.auxPath), QByteArray(254, 'n'));
-    EXPECT_EQ(dlText(out.version), "1.0.0");
-    EXPECT_EQ(dlText(out.title), QByteArray(254, 't'));
+    const QByteArray name(254, 'n');
+    EXPECT_EQ(fields(out), name + "|1.0.0|||/m|/d||" + name + '|' + QByteArray(254, 't') + "||-1");
 }
 
 TEST(ConfigList, StopsAtTheFirstLineWithFewerThanFourCommas)
@@ -85,76 +66,71 @@ TEST(ConfigList, AsksTheHostAfterReadingAndAppends)
     EXPECT_EQ(products.host.withCode(HostMsg::ConfigurationCount).size(), 1u);
     EXPECT_EQ(products.configListRequests, 1);
     EXPECT_EQ(names(list), (std::vector<QByteArray>{"", "Bonds", "Metals"}));
-}
 
-TEST(ConfigList, MissingFileAsksNothingAndAppendsNothing)
-{
-    ProductsHost products;
-    QTemporaryDir dir;
-    dlListModule list;
+    // A list that cannot be read asks nothing and appends nothing.
     parseConfigList(dir.filePath("absent.txt"), list, true, CInstalledProducts());
-    EXPECT_EQ(list.count, 0);
-    EXPECT_TRUE(products.host.withCode(HostMsg::ConfigurationCount).empty());
+    EXPECT_EQ(list.count, 3);
+    EXPECT_EQ(products.configListRequests, 1);
 }
 
-TEST(ConfigOffer, NotInstalledIsAlwaysOffered)
+TEST(ConfigOffer, ManualAndAutomaticRulesAndShortVersions)
 {
-    const std::vector<coreNameConfig> installed{installedConfig("Bonds", 9, 9, 9, true)};
-    EXPECT_TRUE(offered("0.0.0", installed, false));
-    EXPECT_TRUE(offered("0.0.0", installed, true));
-    EXPECT_TRUE(offered("1.0.0", installed, false, "bonds"));
-    EXPECT_TRUE(offered("1.0.0", {}, false));
-}
-
-TEST(ConfigOffer, AutomaticModeOffersTheSameVersionAgain)
-{
-    const std::vector<coreNameConfig> installed{installedConfig("Stock", 2, 1, 0)};
-    EXPECT_TRUE(offered("2.1.0", installed, true));
-    EXPECT_TRUE(offered("2.1.1", installed, true));
-    EXPECT_FALSE(offered("2.0.9", installed, true));
-    // One number: 1.5.0 is older than 2.1.0 even though 5 > 1.
-    EXPECT_FALSE(offered("1.5.0", installed, true));
-}
-
-TEST(ConfigOffer, CurrentConfigurationInManualModeFollowsTheAutomaticRule)
-{
-    const std::vector<coreNameConfig> installed{installedConfig("Stock", 2, 1, 0, true)};
-    EXPECT_TRUE(offered("2.1.0", installed, false));
-    EXPECT_FALSE(offered("2.0.9", installed, false));
-    EXPECT_FALSE(offered("1.5.0", installed, false));
-}
-
-TEST(ConfigOffer, OtherConfigurationInManualModeComparesEachPartOnItsOwn)
-{
-    const std::vector<coreNameConfig> installed{installedConfig("Stock", 2, 0, 0)};
-    EXPECT_FALSE(offered("2.0.0", installed, false)) << "the same version";
-    EXPECT_TRUE(offered("1.5.0", installed, false)) << "minor 5 > 0 though older as a number";
-    EXPECT_TRUE(offered("1.0.1", installed, false)) << "build 1 > 0";
-    EXPECT_TRUE(offered("3.0.0", installed, false));
-    EXPECT_FALSE(offered("1.0.0", installed, false));
-
-    const std::vector<coreNameConfig> later{installedConfig("Stock", 1, 5, 3)};
-    EXPECT_FALSE(offered("1.5.3", later, false));
-    EXPECT_FALSE(offered("1.4.2", later, false));
-    EXPECT_TRUE(offered("1.4.4", later, false));
-    EXPECT_TRUE(offered("0.6.0", later, false));
-}
-
-TEST(ConfigOffer, ShortVersionsRepeatTheirLastPart)
-{
-    EXPECT_FALSE(offered("5", {installedConfig("Stock", 5, 5, 5)}, false));
-    EXPECT_TRUE(offered("5", {installedConfig("Stock", 5, 5, 4)}, false));
-    EXPECT_FALSE(offered("1.2", {installedConfig("Stock", 1, 2, 2)}, false));
-    EXPECT_TRUE(offered("1.2", {installedConfig("Stock", 1, 2, 1)}, false));
-}
-
-TEST(ConfigOffer, FirstInstalledConfigurationOfTheNameDecides)
-{
-    // The first is not current, so the equal version is not offered by hand;
-    // the second (current, older) would have let it through.
-    std::vector<coreNameConfig> installed{installedConfig("Stock", 1, 0, 0),
-                                          installedConfig("Stock", 0, 0, 0, true)};
-    EXPECT_FALSE(offered("1.0.0", installed, false));
-    std::swap(installed[0], installed[1]);
-    EXPECT_TRUE(offered("1.0.0", installed, false));
+    using Installed = std::vector<coreNameConfig>;
+    const Installed stock210{installedConfig("Stock", 2, 1, 0)};
+    const Installed stock200{installedConfig("Stock", 2, 0, 0)};
+    const Installed stock153{installedConfig("Stock", 1, 5, 3)};
+    const Installed current210{installedConfig("Stock", 2, 1, 0, true)};
+    const Installed bonds{installedConfig("Bonds", 9, 9, 9, true)};
+    // The first configuration of the name decides: the second, current and
+    // older, would have let the equal version through by hand.
+    const Installed firstOld{installedConfig("Stock", 1, 0, 0),
+                             installedConfig("Stock", 0, 0, 0, true)};
+    const Installed firstCurrent{firstOld[1], firstOld[0]};
+    // "5" reads as 5.5.5 and "1.2" as 1.2.2.
+    const Installed v555{installedConfig("Stock", 5, 5, 5)}, v554{installedConfig("Stock", 5, 5, 4)};
+    const Installed v122{installedConfig("Stock", 1, 2, 2)}, v121{installedConfig("Stock", 1, 2, 1)};
+    struct Case {
+        const char* why;
+        const Installed& installed;
+        const char* name;
+        const char* version;
+        bool autoMode;
+        bool offered;
+    };
+    const Installed none;
+    const Case cases[] = {
+        {"not installed", bonds, "Stock", "0.0.0", false, true},
+        {"not installed, auto", bonds, "Stock", "0.0.0", true, true},
+        {"names compare byte for byte", bonds, "bonds", "1.0.0", false, true},
+        {"nothing installed", none, "Stock", "1.0.0", false, true},
+        {"auto: the same version again", stock210, "Stock", "2.1.0", true, true},
+        {"auto: newer", stock210, "Stock", "2.1.1", true, true},
+        {"auto: older", stock210, "Stock", "2.0.9", true, false},
+        {"auto: one number, 1.5.0 < 2.1.0", stock210, "Stock", "1.5.0", true, false},
+        {"current by hand: the same version", current210, "Stock", "2.1.0", false, true},
+        {"current by hand: older build", current210, "Stock", "2.0.9", false, false},
+        {"current by hand: one number", current210, "Stock", "1.5.0", false, false},
+        {"other by hand: the same version", stock200, "Stock", "2.0.0", false, false},
+        {"other by hand: minor 5 > 0", stock200, "Stock", "1.5.0", false, true},
+        {"other by hand: build 1 > 0", stock200, "Stock", "1.0.1", false, true},
+        {"other by hand: major", stock200, "Stock", "3.0.0", false, true},
+        {"other by hand: no part greater", stock200, "Stock", "1.0.0", false, false},
+        {"other by hand: equal", stock153, "Stock", "1.5.3", false, false},
+        {"other by hand: all smaller", stock153, "Stock", "1.4.2", false, false},
+        {"other by hand: build 4 > 3", stock153, "Stock", "1.4.4", false, true},
+        {"other by hand: minor 6 > 5", stock153, "Stock", "0.6.0", false, true},
+        {"first of the name decides", firstOld, "Stock", "1.0.0", false, false},
+        {"first of the name decides, current", firstCurrent, "Stock", "1.0.0", false, true},
+        {"dotless: equal", v555, "Stock", "5", false, false},
+        {"dotless: newer build", v554, "Stock", "5", false, true},
+        {"two parts: equal", v122, "Stock", "1.2", false, false},
+        {"two parts: newer build", v121, "Stock", "1.2", false, true},
+    };
+    for (const Case& c : cases) {
+        dlModule entry;
+        ASSERT_TRUE(parseConfigLine(QString::fromLatin1(c.name) + "," + c.version + ",/m,/d,T", entry));
+        EXPECT_EQ(isConfigOffered(entry, c.installed.data(), int(c.installed.size()), c.autoMode),
+                  c.offered)
+            << c.why;
+    }
 }

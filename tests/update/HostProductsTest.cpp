@@ -27,6 +27,8 @@ const char kProfile[] = R"({
     ]
 })";
 
+using Texts = std::vector<QByteArray>;
+
 class HostProducts : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(dir.isValid()); }
@@ -34,17 +36,9 @@ protected:
 
     void start(const char* json)
     {
-        bridge.reset();
         ASSERT_TRUE(profile.parse(json, dir.path())) << qPrintable(profile.errorString());
         bridge.reset(new HostBridge(profile, &window));
         ::Initialize(&HostBridge::send, &HostBridge::post, bridge->hostObject(), nullptr);
-    }
-
-    QString parseError(const char* json)
-    {
-        HostProfile broken;
-        EXPECT_FALSE(broken.parse(json, dir.path()));
-        return broken.errorString();
     }
 
     QTemporaryDir dir;
@@ -55,47 +49,21 @@ protected:
 
 }  // namespace
 
-TEST_F(HostProducts, ConfigurationsFromTheProfile)
+TEST_F(HostProducts, ConfigurationsAndTheirModuleTablesFromTheProfile)
 {
     start(kProfile);
     const std::vector<coreNameConfig> configs = CInstalledProducts().configurations();
+    EXPECT_EQ(describe(configs), (Texts{"Stock|Stock exchange|3.3.8|0|2", "Bonds||1.0.12|1|1"}));
     ASSERT_EQ(configs.size(), 2u);
-    const coreNameConfig stock = configs[0];
-    const coreNameConfig bonds = configs[1];
-    EXPECT_EQ(fieldBytes(stock.name), "Stock");
-    EXPECT_EQ(fieldBytes(stock.secondName), "Stock exchange");
-    EXPECT_EQ(value(stock.major), 3);
-    EXPECT_EQ(value(stock.minor), 3);
-    EXPECT_EQ(value(stock.build), 8);
-    EXPECT_EQ(value(stock.current), 0);
-    EXPECT_EQ(value(stock.moduleCount), 2);
-    EXPECT_EQ(value(bonds.build), 12);
-    EXPECT_EQ(value(bonds.current), 1);
-    EXPECT_EQ(value(bonds.moduleCount), 1);
-    EXPECT_NE(value(stock.moduleTableId), value(bonds.moduleTableId));
-}
-
-TEST_F(HostProducts, ModuleTablesByConfiguration)
-{
-    start(kProfile);
-    const std::vector<coreNameConfig> configs = CInstalledProducts().configurations();
-    ASSERT_EQ(configs.size(), 2u);
-    const std::vector<coreModuleEntry> stock = CInstalledProducts().moduleTable(configs[0]);
-    ASSERT_EQ(stock.size(), 2u);
-    EXPECT_EQ(fieldBytes(stock[0].name), "core.so");
-    EXPECT_EQ(value(stock[0].fourth), 77);
-    EXPECT_EQ(fieldBytes(stock[1].name), "charts.so");
-    EXPECT_EQ(value(stock[1].major), 1);
-    EXPECT_EQ(value(stock[1].minor), 2);
-    EXPECT_EQ(value(stock[1].build), 0);
-    const std::vector<coreModuleEntry> bonds = CInstalledProducts().moduleTable(configs[1]);
-    ASSERT_EQ(bonds.size(), 1u);
-    EXPECT_EQ(value(bonds[0].minor), 4);
+    EXPECT_NE(value(configs[0].moduleTableId), value(configs[1].moduleTableId));
+    EXPECT_EQ(describe(CInstalledProducts().moduleTable(configs[0])),
+              (Texts{"core.so|3.3.8|77", "charts.so|1.2.0|0"}));
+    EXPECT_EQ(describe(CInstalledProducts().moduleTable(configs[1])), Texts{"core.so|3.4.0|0"});
 
     // A table the host does not have stays zeroed.
     coreNameConfig unknown = configs[0];
     unknown.moduleTableId = 99;
-    EXPECT_EQ(fieldBytes(CInstalledProducts().moduleTable(unknown)[0].name), "");
+    EXPECT_EQ(describe(CInstalledProducts().moduleTable(unknown)), (Texts{"|0.0.0|0", "|0.0.0|0"}));
 }
 
 TEST_F(HostProducts, ConfigurationFilePaths)
@@ -121,11 +89,11 @@ TEST_F(HostProducts, ModuleListParsedAgainstTheHostsTables)
                                        "news.so,0.1.0,,0,/d,/f,News,100\n");
     dlListModule forStock;
     parseFileList(list, forStock, "Stock", sources, CInstalledProducts());
-    EXPECT_EQ(names(forStock), (std::vector<QByteArray>{"core.so", "charts.so", "news.so"}));
+    EXPECT_EQ(names(forStock), (Texts{"core.so", "charts.so", "news.so"}));
     // Bonds, the current configuration, already has core.so 3.4.0.
     dlListModule forCurrent;
     parseFileList(list, forCurrent, QString(), sources, CInstalledProducts());
-    EXPECT_EQ(names(forCurrent), (std::vector<QByteArray>{"charts.so", "news.so"}));
+    EXPECT_EQ(names(forCurrent), (Texts{"charts.so", "news.so"}));
 }
 
 TEST_F(HostProducts, ProfileWithoutConfigurationsReportsNone)
@@ -137,18 +105,22 @@ TEST_F(HostProducts, ProfileWithoutConfigurationsReportsNone)
 
 TEST_F(HostProducts, MalformedEntriesAreNamed)
 {
-    EXPECT_TRUE(parseError(R"({"installedConfigurations": {}})").contains("must be an array"));
-    EXPECT_TRUE(parseError(R"({"installedConfigurations": [{"name": "S", "version": "3.3"}]})")
-                    .contains("installed configuration 0: \"version\""));
-    EXPECT_TRUE(parseError(R"({"installedConfigurations": [{"version": "3.3.8"}]})")
-                    .contains("\"name\""));
-    EXPECT_TRUE(parseError(R"({"installedConfigurations": [{"name": "S", "version": "1.0.0",
-                              "current": 1}]})")
-                    .contains("\"current\""));
-    EXPECT_TRUE(parseError(R"({"installedConfigurations": [{"name": "S", "version": "1.0.0",
-                              "modules": [{"name": "a.so", "version": "x"}]}]})")
-                    .contains("module 0: \"version\""));
-    EXPECT_TRUE(parseError(R"({"installedConfigurations": [{"name": "S", "version": "1.0.0",
-                              "modules": [{"name": "a.so", "version": "1.0.0", "fourth": 1.5}]}]})")
-                    .contains("\"fourth\""));
+    const char* const cases[][2] = {
+        {R"({"installedConfigurations": {}})", "must be an array"},
+        {R"({"installedConfigurations": [{"name": "S", "version": "3.3"}]})",
+         "installed configuration 0: \"version\""},
+        {R"({"installedConfigurations": [{"version": "3.3.8"}]})", "\"name\""},
+        {R"({"installedConfigurations": [{"name": "S", "version": "1.0.0", "current": 1}]})",
+         "\"current\""},
+        {R"({"installedConfigurations": [{"name": "S", "version": "1.0.0",
+             "modules": [{"name": "a.so", "version": "x"}]}]})",
+         "module 0: \"version\""},
+        {R"({"installedConfigurations": [{"name": "S", "version": "1.0.0",
+             "modules": [{"name": "a.so", "version": "1.0.0", "fourth": 1.5}]}]})",
+         "\"fourth\""}};
+    for (const auto& c : cases) {
+        HostProfile broken;
+        EXPECT_FALSE(broken.parse(c[0], dir.path())) << c[0];
+        EXPECT_TRUE(broken.errorString().contains(c[1])) << qPrintable(broken.errorString());
+    }
 }

@@ -11,6 +11,7 @@
 namespace {
 
 const QString kDataDir = QStringLiteral(DM_SOURCE_DIR "/tests/update/data/");
+using Names = std::vector<QByteArray>;
 
 // A module list line: name,version,extra,type,descPath,serverPath,title,size.
 QByteArray line(const QByteArray& name, const QByteArray& version, const QByteArray& type = "0",
@@ -20,64 +21,42 @@ QByteArray line(const QByteArray& name, const QByteArray& version, const QByteAr
            + ".gz,Title " + name + "," + size + "\n";
 }
 
-// Parses lines against nothing installed.
-dlListModule parseAlone(const QByteArray& lines)
+// The names offered from lines against the installed modules.
+Names offered(const QByteArray& lines, const std::vector<coreModuleEntry>& installed = {})
+{
+    ModuleListBasis basis;
+    basis.installed = installed.data();
+    basis.installedCount = int(installed.size());
+    dlListModule list;
+    parseModuleLines(QString::fromLatin1(lines).split('\n', Qt::SkipEmptyParts), list, basis);
+    return names(list);
+}
+
+dlModule entry(const QByteArray& lineText)
+{
+    dlModule out = emptyDlModule();
+    EXPECT_TRUE(parseModuleLine(QString::fromLatin1(lineText), out)) << lineText.constData();
+    return out;
+}
+
+dlListModule parseListFile(const QString& path)
 {
     dlListModule list;
-    parseModuleLines(QString::fromLatin1(lines).split('\n', Qt::SkipEmptyParts), list,
-                     ModuleListBasis());
+    parseFileList(path, list, QString(), {}, CInstalledProducts(nullptr, nullptr));
     return list;
 }
-
-QByteArray sizeOf(const QByteArray& sizeField)
-{
-    const dlListModule list = parseAlone(line("a", "1.0.0", "0", sizeField));
-    return list.count == 1 ? dlText(list.modules[0].sizeText) : QByteArray("<not parsed>");
-}
-
-class ModuleListFile : public ::testing::Test {
-protected:
-    QTemporaryDir dir;
-    CInstalledProducts noHost{nullptr, nullptr};
-
-    dlListModule parseFile(const QByteArray& bytes, const ModuleListSources& sources = {})
-    {
-        dlListModule list;
-        parseFileList(writeListFile(dir, "moduleDesc.txt", bytes), list, QString(), sources, noHost);
-        return list;
-    }
-};
 
 }  // namespace
 
 TEST(ModuleLine, EveryFieldLandsInItsRecordField)
 {
-    dlModule out;
-    ASSERT_TRUE(parseModuleLine(
-        "core.so,3.2.1,7.0.0,1,/desc/core.txt,/files/core.so.gz,Core library,1500,ignored,more", out));
-    EXPECT_EQ(dlText(out.name), "core.so");
-    EXPECT_EQ(dlText(out.version), "3.2.1");
-    EXPECT_EQ(dlText(out.versionExtra), "7.0.0");
-    EXPECT_EQ(dlText(out.type), "1");
-    // Field 5 is the description's location and field 6 the file's.
-    EXPECT_EQ(dlText(out.descPath), "/desc/core.txt");
-    EXPECT_EQ(dlText(out.serverPath), "/files/core.so.gz");
-    EXPECT_EQ(dlText(out.localPath), "");
-    EXPECT_EQ(dlText(out.auxPath), "");
-    EXPECT_EQ(out.state, -1);
-    EXPECT_EQ(dlText(out.title), "Core library");
-    EXPECT_EQ(dlText(out.sizeText), "1.0 Mb");
-}
-
-TEST(ModuleLine, SpacesAndEmptyFieldsAreKept)
-{
-    dlModule out;
-    ASSERT_TRUE(parseModuleLine(" a.so , 1.0.0,,,,, My title ,5", out));
-    EXPECT_EQ(dlText(out.name), " a.so ");
-    EXPECT_EQ(dlText(out.version), " 1.0.0");
-    EXPECT_EQ(dlText(out.versionExtra), "");
-    EXPECT_EQ(dlText(out.serverPath), "");
-    EXPECT_EQ(dlText(out.title), " My title ");
+    // Field 5 is the description's location and field 6 the file's; fields
+    // after the eighth are ignored.
+    EXPECT_EQ(fields(entry("core.so,3.2.1,7.0.0,1,/desc/core.txt,/files/core.so.gz,Core library,"
+                           "1500,ignored,more")),
+              "core.so|3.2.1|7.0.0|1|/files/core.so.gz|/desc/core.txt|||Core library|1.0 Mb|-1");
+    EXPECT_EQ(fields(entry(" a.so , 1.0.0,,,,, My title ,5")), " a.so | 1.0.0||||||| My title |5 kb|-1")
+        << "spaces and empty fields are kept";
 }
 
 TEST(ModuleLine, NeedsSevenCommas)
@@ -88,139 +67,85 @@ TEST(ModuleLine, NeedsSevenCommas)
     EXPECT_FALSE(parseModuleLine("", out));
     EXPECT_FALSE(parseModuleLine("no commas at all", out));
     EXPECT_EQ(dlText(out.name), "before");
-    EXPECT_TRUE(parseModuleLine(",,,,,,,", out));
-    EXPECT_EQ(dlText(out.name), "");
-    EXPECT_EQ(dlText(out.sizeText), "0 kb");
+    EXPECT_EQ(fields(entry(",,,,,,,")), "|||||||||0 kb|-1");
 }
 
 TEST(ModuleLine, SizeIsTheWholeRestAfterSevenCommasOrUpToTheEighth)
 {
-    EXPECT_EQ(sizeOf("2048"), "2.0 Mb");
-    EXPECT_EQ(sizeOf("1024"), "1024 kb");
-    EXPECT_EQ(sizeOf("1025"), "1.0 Mb");
-    EXPECT_EQ(sizeOf("2047"), "1.0 Mb");
-    EXPECT_EQ(sizeOf("0"), "0 kb");
-    EXPECT_EQ(sizeOf(""), "0 kb");
-    EXPECT_EQ(sizeOf("2048,1"), "2.0 Mb");
-    EXPECT_EQ(sizeOf("2048 1"), "0 kb");
-    EXPECT_EQ(sizeOf("12kb"), "0 kb");
-    EXPECT_EQ(sizeOf("0x400"), "0 kb");
-    EXPECT_EQ(sizeOf("99999999999"), "0 kb");
+    const char* const cases[][2] = {
+        {"1024", "1024 kb"}, {"1025", "1.0 Mb"}, {"2047", "1.0 Mb"}, {"2048", "2.0 Mb"},
+        {"0", "0 kb"},       {"", "0 kb"},       {"2048,1", "2.0 Mb"}, {"2048 1", "0 kb"},
+        {"12kb", "0 kb"},    {"0x400", "0 kb"},  {"99999999999", "0 kb"}};
+    for (const auto& c : cases)
+        EXPECT_EQ(dlText(entry(line("a", "1.0.0", "0", c[0])).sizeText), c[1]) << c[0];
 }
 
 TEST(ModuleLine, LongFieldsAreCutTo254BytesWithoutTouchingTheirNeighbours)
 {
     for (int length : {254, 255, 300}) {
-        const QByteArray name(length, 'n');
-        const QByteArray title(length, 't');
-        dlModule out;
-        ASSERT_TRUE(parseModuleLine(QString::fromLatin1(name + ",1.0.0,x,0,d,s," + title + ",5"), out));
-        EXPECT_EQ(dlText(out.name), QByteArray(qMin(length, 254), 'n')) << length;
-        EXPECT_EQ(dlText(out.version), "1.0.0") << length;
-        EXPECT_EQ(dlText(out.title), QByteArray(qMin(length, 254), 't')) << length;
-        EXPECT_EQ(dlText(out.sizeText), "5 kb") << length;
+        const QByteArray name(qMin(length, 254), 'n');
+        const QByteArray title(qMin(length, 254), 't');
+        EXPECT_EQ(fields(entry(QByteArray(length, 'n') + ",1.0.0,x,0,d,s," + QByteArray(length, 't')
+                               + ",5")),
+                  name + "|1.0.0|x|0|s|d|||" + title + "|5 kb|-1")
+            << length;
     }
 }
 
-TEST(ModuleList, StopsAtTheFirstMalformedLine)
+TEST(ModuleList, ReadsTheLeadingWellFormedLinesOfAFile)
 {
-    dlListModule list;
+    EXPECT_EQ(names(parseListFile(kDataDir + "moduleDesc-third-line-six-commas.txt")),
+              (Names{"a.so", "b.so"}));
+    EXPECT_EQ(names(parseListFile(kDataDir + "moduleDesc-empty-second-line.txt")), Names{"a.so"});
+
+    const dlListModule crlf = parseListFile(kDataDir + "moduleDesc-crlf.txt");
+    ASSERT_EQ(crlf.count, 2);
+    EXPECT_EQ(dlText(crlf.modules[0].sizeText), "10 kb");
+    EXPECT_EQ(dlText(crlf.modules[1].sizeText), "2.0 Mb");
+}
+
+TEST(ModuleList, AppendsToWhatTheListHoldsAndAMissingFileAppendsNothing)
+{
+    QTemporaryDir dir;
     CInstalledProducts noHost(nullptr, nullptr);
-    parseFileList(kDataDir + "moduleDesc-third-line-six-commas.txt", list, QString(), {}, noHost);
-    EXPECT_EQ(names(list), (std::vector<QByteArray>{"a.so", "b.so"}));
-
-    dlListModule empty;
-    parseFileList(kDataDir + "moduleDesc-empty-second-line.txt", empty, QString(), {}, noHost);
-    EXPECT_EQ(names(empty), (std::vector<QByteArray>{"a.so"}));
-}
-
-TEST(ModuleList, AcceptsCrLfLineEnds)
-{
-    dlListModule list;
-    parseFileList(kDataDir + "moduleDesc-crlf.txt", list, QString(), {}, CInstalledProducts(nullptr, nullptr));
-    ASSERT_EQ(list.count, 2);
-    EXPECT_EQ(dlText(list.modules[0].sizeText), "10 kb");
-    EXPECT_EQ(dlText(list.modules[1].sizeText), "2.0 Mb");
-}
-
-TEST_F(ModuleListFile, AppendsToWhatTheListAlreadyHolds)
-{
     dlListModule list;
     list.append(emptyDlModule());
     setDlText(list.modules[0].name, "earlier");
     parseFileList(writeListFile(dir, "m.txt", line("a", "1.0.0") + line("b", "1.0.0")), list,
                   QString(), {}, noHost);
-    EXPECT_EQ(names(list), (std::vector<QByteArray>{"earlier", "a", "b"}));
-}
-
-TEST_F(ModuleListFile, MissingFileAppendsNothing)
-{
-    dlListModule list;
-    list.append(emptyDlModule());
     parseFileList(dir.filePath("absent.txt"), list, QString(), {}, noHost);
-    EXPECT_EQ(list.count, 1);
+    EXPECT_EQ(names(list), (Names{"earlier", "a", "b"}));
 }
 
-TEST(ModuleOffer, ModuleNotInstalledIsOfferedWhateverItsVersion)
+TEST(ModuleOffer, NotInstalledAlwaysInstalledOnlyWhenNewer)
 {
-    const std::vector<coreModuleEntry> installed{installedModule("other.so", 9, 9, 9)};
-    ModuleListBasis basis;
-    basis.installed = installed.data();
-    basis.installedCount = int(installed.size());
-    dlListModule list;
-    parseModuleLines({QString::fromLatin1(line("a.so", "0.0.0")),
-                      QString::fromLatin1(line("b.so", "")),
-                      QString::fromLatin1(line("OTHER.so", "0.0.1"))},
-                     list, basis);
-    EXPECT_EQ(names(list), (std::vector<QByteArray>{"a.so", "b.so", "OTHER.so"}));
-}
+    EXPECT_EQ(offered(line("a.so", "0.0.0") + line("b.so", "") + line("OTHER.so", "0.0.1"),
+                      {installedModule("other.so", 9, 9, 9)}),
+              (Names{"a.so", "b.so", "OTHER.so"}));
 
-TEST(ModuleOffer, InstalledModuleIsOfferedOnlyWhenNewer)
-{
-    const std::vector<coreModuleEntry> installed{installedModule("same.so", 1, 2, 3),
-                                                 installedModule("older.so", 1, 2, 2),
-                                                 installedModule("newer.so", 1, 2, 4),
-                                                 installedModule("short.so", 2, 2, 1)};
-    ModuleListBasis basis;
-    basis.installed = installed.data();
-    basis.installedCount = int(installed.size());
-    dlListModule list;
-    parseModuleLines({QString::fromLatin1(line("same.so", "1.2.3")),
-                      QString::fromLatin1(line("older.so", "1.2.3")),
-                      QString::fromLatin1(line("newer.so", "1.2.3")),
-                      QString::fromLatin1(line("short.so", "2"))},
-                     list, basis);
-    EXPECT_EQ(names(list), (std::vector<QByteArray>{"older.so", "short.so"}));
-}
+    EXPECT_EQ(offered(line("same.so", "1.2.3") + line("older.so", "1.2.3") + line("newer.so", "1.2.3")
+                          + line("short.so", "2"),
+                      {installedModule("same.so", 1, 2, 3), installedModule("older.so", 1, 2, 2),
+                       installedModule("newer.so", 1, 2, 4), installedModule("short.so", 2, 2, 1)}),
+              (Names{"older.so", "short.so"}));
 
-TEST(ModuleOffer, FirstInstalledModuleOfANameDecides)
-{
-    std::vector<coreModuleEntry> installed{installedModule("a.so", 2, 0, 0),
-                                           installedModule("a.so", 1, 0, 0)};
-    ModuleListBasis basis;
-    basis.installed = installed.data();
-    basis.installedCount = 2;
-    dlModule entry;
-    ASSERT_TRUE(parseModuleLine(QString::fromLatin1(line("a.so", "1.5.0")), entry));
-    EXPECT_FALSE(isModuleOffered(entry, basis));
-    std::swap(installed[0], installed[1]);
-    EXPECT_TRUE(isModuleOffered(entry, basis));
+    // The first installed module of a name decides.
+    const coreModuleEntry v2 = installedModule("a.so", 2, 0, 0), v1 = installedModule("a.so", 1, 0, 0);
+    EXPECT_EQ(offered(line("a.so", "1.5.0"), {v2, v1}), Names{});
+    EXPECT_EQ(offered(line("a.so", "1.5.0"), {v1, v2}), Names{"a.so"});
 }
 
 TEST(ModuleOffer, ConfigurationFileIsComparedWithTheNamedConfiguration)
 {
     const coreNameConfig named = installedConfig("Stock", 2, 1, 0);
     // A module-table entry with the file's name does not decide for type "2".
-    const std::vector<coreModuleEntry> installed{installedModule("stock.cfg", 9, 9, 9)};
+    const coreModuleEntry installed = installedModule("stock.cfg", 9, 9, 9);
     ModuleListBasis basis;
-    basis.installed = installed.data();
+    basis.installed = &installed;
     basis.installedCount = 1;
-
-    dlModule same, newer, older, ordinary;
-    ASSERT_TRUE(parseModuleLine(QString::fromLatin1(line("stock.cfg", "2.1.0", "2")), same));
-    ASSERT_TRUE(parseModuleLine(QString::fromLatin1(line("stock.cfg", "2.1.1", "2")), newer));
-    ASSERT_TRUE(parseModuleLine(QString::fromLatin1(line("stock.cfg", "2.0.9", "2")), older));
-    ASSERT_TRUE(parseModuleLine(QString::fromLatin1(line("stock.cfg", "2.1.1", " 2")), ordinary));
+    const dlModule same = entry(line("stock.cfg", "2.1.0", "2"));
+    const dlModule newer = entry(line("stock.cfg", "2.1.1", "2"));
+    const dlModule older = entry(line("stock.cfg", "2.0.9", "2"));
 
     // Without a configuration of that name the file is always offered.
     EXPECT_TRUE(isModuleOffered(same, basis));
@@ -234,7 +159,7 @@ TEST(ModuleOffer, ConfigurationFileIsComparedWithTheNamedConfiguration)
         EXPECT_FALSE(isModuleOffered(older, basis));
     }
     // Only exactly "2" marks a configuration file.
-    EXPECT_FALSE(isModuleOffered(ordinary, basis));
+    EXPECT_FALSE(isModuleOffered(entry(line("stock.cfg", "2.1.1", " 2")), basis));
 }
 
 TEST(ConfigurationChoice, LastNameMatchWinsOverLastCurrent)
@@ -272,36 +197,34 @@ protected:
         products.tables[22] = {installedModule("a.so", 3, 0, 0, 6)};
     }
 
-    dlListModule parse(const QByteArray& bytes, const QString& configName,
-                       const ModuleListSources& base = {})
+    Names parse(const QByteArray& bytes, const QString& configName,
+                ModuleListSources sources = {})
     {
-        ModuleListSources sources = base;
         sources.configs = configs.data();
         sources.configCount = int(configs.size());
         dlListModule list;
-        parseFileList(writeListFile(dir, "m.txt", bytes), list, configName, sources,
-                      CInstalledProducts());
-        return list;
+        parseFileList(bytes.isNull() ? dir.filePath("absent.txt") : writeListFile(dir, "m.txt", bytes),
+                      list, configName, sources, CInstalledProducts());
+        return names(list);
+    }
+
+    // "table id/count" of each module table the module asked for.
+    std::vector<QByteArray> tablesAsked() const
+    {
+        std::vector<QByteArray> result;
+        for (const coreModuleTableRequest& r : products.tableRequests)
+            result.push_back(QByteArray::number(value(r.tableId)) + '/' + QByteArray::number(value(r.count)));
+        return result;
     }
 };
 
-TEST_F(ModuleListAgainstHost, AsksForTheNamedConfigurationsTable)
+TEST_F(ModuleListAgainstHost, NamedConfigurationsTableOrElseTheCurrentOnes)
 {
-    const dlListModule list = parse(line("a.so", "2.0.0") + line("b.so", "1.0.0"), "Stock");
-    ASSERT_EQ(products.tableRequests.size(), 1u);
-    EXPECT_EQ(value(products.tableRequests[0].tableId), 11);
-    EXPECT_EQ(value(products.tableRequests[0].count), 2);
-    EXPECT_EQ(names(list), (std::vector<QByteArray>{"a.so"}));
-}
-
-TEST_F(ModuleListAgainstHost, FallsBackToTheCurrentConfigurationsTable)
-{
-    const dlListModule list = parse(line("a.so", "2.0.0") + line("b.so", "1.0.0"), QString());
-    ASSERT_EQ(products.tableRequests.size(), 1u);
-    EXPECT_EQ(value(products.tableRequests[0].tableId), 22);
-    EXPECT_EQ(value(products.tableRequests[0].count), 1);
-    // a.so 3.0.0 is installed in Bonds; b.so is not in its table.
-    EXPECT_EQ(names(list), (std::vector<QByteArray>{"b.so"}));
+    const QByteArray lines = line("a.so", "2.0.0") + line("b.so", "1.0.0");
+    EXPECT_EQ(parse(lines, "Stock"), Names{"a.so"});
+    // No name: Bonds, the current one, has a.so 3.0.0 and no b.so.
+    EXPECT_EQ(parse(lines, QString()), Names{"b.so"});
+    EXPECT_EQ(tablesAsked(), (std::vector<QByteArray>{"11/2", "22/1"}));
 }
 
 TEST_F(ModuleListAgainstHost, ConfigurationFileNeedsANameMatchNotTheCurrentOne)
@@ -310,42 +233,34 @@ TEST_F(ModuleListAgainstHost, ConfigurationFileNeedsANameMatchNotTheCurrentOne)
     // the list is parsed for: Stock 2.0.0, Bonds 1.0.0 (current).
     const QByteArray lines = line("a.cfg", "2.0.0", "2") + line("b.cfg", "2.0.1", "2")
                              + line("c.cfg", "0.5.0", "2");
-    EXPECT_EQ(names(parse(lines, "Stock")), (std::vector<QByteArray>{"b.cfg"}));
-    EXPECT_EQ(names(parse(lines, "Bonds")), (std::vector<QByteArray>{"a.cfg", "b.cfg"}));
+    EXPECT_EQ(parse(lines, "Stock"), Names{"b.cfg"});
+    EXPECT_EQ(parse(lines, "Bonds"), (Names{"a.cfg", "b.cfg"}));
     // No name matched: Bonds, the current one, gives the module table, but
     // configuration files are offered whatever their version.
-    EXPECT_EQ(names(parse(lines, "Unknown")),
-              (std::vector<QByteArray>{"a.cfg", "b.cfg", "c.cfg"}));
+    EXPECT_EQ(parse(lines, "Unknown"), (Names{"a.cfg", "b.cfg", "c.cfg"}));
 }
 
 TEST_F(ModuleListAgainstHost, AutomaticModeComparesWithItsOwnTable)
 {
-    const std::vector<coreModuleEntry> autoTable{installedModule("b.so", 5, 0, 0)};
+    const coreModuleEntry autoTable = installedModule("b.so", 5, 0, 0);
     ModuleListSources sources;
     sources.autoMode = true;
-    sources.autoModules = autoTable.data();
+    sources.autoModules = &autoTable;
     sources.autoModuleCount = 1;
-    const dlListModule list = parse(line("a.so", "2.0.0") + line("b.so", "2.0.0"), "Stock", sources);
     // The host's table is still asked for, but a.so is now unknown and b.so older.
-    EXPECT_EQ(products.tableRequests.size(), 1u);
-    EXPECT_EQ(names(list), (std::vector<QByteArray>{"a.so"}));
+    EXPECT_EQ(parse(line("a.so", "2.0.0") + line("b.so", "2.0.0"), "Stock", sources), Names{"a.so"});
+    EXPECT_EQ(tablesAsked(), std::vector<QByteArray>{"11/2"});
+}
+
+TEST_F(ModuleListAgainstHost, TableIsAskedForEvenWhenTheListIsMissing)
+{
+    EXPECT_EQ(parse(QByteArray(), "Stock"), Names{});
+    EXPECT_EQ(tablesAsked(), std::vector<QByteArray>{"11/2"});
 }
 
 TEST_F(ModuleListAgainstHost, NoConfigurationMeansNoTableAndEverythingOffered)
 {
     configs.clear();
-    const dlListModule list = parse(line("a.so", "1.0.0") + line("b.so", "1.0.0"), "Stock");
+    EXPECT_EQ(parse(line("a.so", "1.0.0") + line("b.so", "1.0.0"), "Stock"), (Names{"a.so", "b.so"}));
     EXPECT_TRUE(products.tableRequests.empty());
-    EXPECT_EQ(names(list), (std::vector<QByteArray>{"a.so", "b.so"}));
-}
-
-TEST_F(ModuleListAgainstHost, TableIsAskedForEvenWhenTheListIsMissing)
-{
-    ModuleListSources sources;
-    sources.configs = configs.data();
-    sources.configCount = 2;
-    dlListModule list;
-    parseFileList(dir.filePath("absent.txt"), list, "Stock", sources, CInstalledProducts());
-    EXPECT_EQ(products.tableRequests.size(), 1u);
-    EXPECT_EQ(list.count, 0);
 }

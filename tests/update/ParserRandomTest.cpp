@@ -57,9 +57,9 @@ QString versionText(std::mt19937& random)
 // names from a small pool, versions, the configuration type, sizes.
 QString randomLine(std::mt19937& random, const std::vector<int>& fieldCounts, bool moduleList)
 {
-    const int fields = fieldCounts[std::size_t(roll(random, int(fieldCounts.size())))];
+    const int fieldCount = fieldCounts[std::size_t(roll(random, int(fieldCounts.size())))];
     QStringList parts;
-    for (int i = 0; i < fields; ++i) {
+    for (int i = 0; i < fieldCount; ++i) {
         if (i == 0)
             parts << (roll(random, 10) < 7 ? QString::fromLatin1(kNames[roll(random, 6)]) : anyText(random));
         else if (i == 1)
@@ -71,7 +71,7 @@ QString randomLine(std::mt19937& random, const std::vector<int>& fieldCounts, bo
         else
             parts << anyText(random);
     }
-    return fields == 0 ? anyText(random) : parts.join(',');
+    return fieldCount == 0 ? anyText(random) : parts.join(',');
 }
 
 QStringList randomLines(std::mt19937& random, bool moduleList)
@@ -86,7 +86,7 @@ QStringList randomLines(std::mt19937& random, bool moduleList)
 
 int randomPart(std::mt19937& random)
 {
-    return std::uniform_int_distribution<int>(0, 12)(random);
+    return roll(random, 13);
 }
 
 // What a record field holds for a text: its local 8-bit bytes, at most 254,
@@ -117,29 +117,19 @@ int32_t number(int a, int b, int c)
     return int32_t(uint32_t(int64_t(a) * 10000 + int64_t(b) * 100 + c));
 }
 
-struct Expected {
-    QByteArray name, version, versionExtra, type, serverPath, descPath, auxPath, title, sizeText;
-};
-
-void expectRecord(const dlModule& got, const Expected& want, int input)
+// A record as fields() shows it; local path empty and state -1 as parsed.
+QByteArray parsedRecord(const QByteArray& name, const QByteArray& version, const QByteArray& extra,
+                        const QByteArray& type, const QByteArray& server, const QByteArray& desc,
+                        const QByteArray& aux, const QByteArray& title, const QByteArray& size)
 {
-    EXPECT_EQ(dlText(got.name), want.name) << input;
-    EXPECT_EQ(dlText(got.version), want.version) << input;
-    EXPECT_EQ(dlText(got.versionExtra), want.versionExtra) << input;
-    EXPECT_EQ(dlText(got.type), want.type) << input;
-    EXPECT_EQ(dlText(got.serverPath), want.serverPath) << input;
-    EXPECT_EQ(dlText(got.descPath), want.descPath) << input;
-    EXPECT_EQ(dlText(got.localPath), "") << input;
-    EXPECT_EQ(dlText(got.auxPath), want.auxPath) << input;
-    EXPECT_EQ(got.state, -1) << input;
-    EXPECT_EQ(dlText(got.title), want.title) << input;
-    EXPECT_EQ(dlText(got.sizeText), want.sizeText) << input;
+    return name + '|' + version + '|' + extra + '|' + type + '|' + server + '|' + desc + "||" + aux
+           + '|' + title + '|' + size + "|-1";
 }
 
-std::vector<Expected> expectedModules(const QStringList& lines, const coreNameConfig* named,
-                                      const std::vector<coreModuleEntry>& installed)
+std::vector<QByteArray> expectedModules(const QStringList& lines, const coreNameConfig* named,
+                                        const std::vector<coreModuleEntry>& installed)
 {
-    std::vector<Expected> result;
+    std::vector<QByteArray> result;
     for (const QString& line : lines) {
         const QStringList f = line.split(',');
         if (f.size() < 8)
@@ -148,42 +138,41 @@ std::vector<Expected> expectedModules(const QStringList& lines, const coreNameCo
         int size = f[7].toInt(&ok);
         if (!ok)
             size = 0;
-        Expected e{stored(f[0]), stored(f[1]), stored(f[2]), stored(f[3]), stored(f[5]),
-                   stored(f[4]), "", stored(f[6]),
-                   size <= 1024 ? QByteArray::number(size) + " kb"
-                                : QByteArray::number(size / 1024) + ".0 Mb"};
-        const Parts v = partsOf(e.version);
+        const QByteArray name = stored(f[0]), type = stored(f[3]);
+        const Parts v = partsOf(stored(f[1]));
         bool offered = true;
-        if (e.type == "2") {
+        if (type == "2") {
             offered = !named || number(v.a, v.b, v.c) > number(named->major, named->minor, named->build);
         } else {
             for (const coreModuleEntry& m : installed) {
-                if (fieldBytes(m.name) == e.name) {
+                if (fieldBytes(m.name) == name) {
                     offered = number(v.a, v.b, v.c) > number(m.major, m.minor, m.build);
                     break;
                 }
             }
         }
         if (offered)
-            result.push_back(e);
+            result.push_back(parsedRecord(name, stored(f[1]), stored(f[2]), type, stored(f[5]),
+                                          stored(f[4]), "", stored(f[6]),
+                                          size <= 1024 ? QByteArray::number(size) + " kb"
+                                                       : QByteArray::number(size / 1024) + ".0 Mb"));
     }
     return result;
 }
 
-std::vector<Expected> expectedConfigs(const QStringList& lines,
-                                      const std::vector<coreNameConfig>& installed, bool autoMode)
+std::vector<QByteArray> expectedConfigs(const QStringList& lines,
+                                        const std::vector<coreNameConfig>& installed, bool autoMode)
 {
-    std::vector<Expected> result;
+    std::vector<QByteArray> result;
     for (const QString& line : lines) {
         const QStringList f = line.split(',');
         if (f.size() < 5)
             break;
-        Expected e{stored(f[0]), stored(f[1]), "", "", stored(f[2]), stored(f[3]), stored(f[0]),
-                   stored(QStringList(f.mid(4)).join(',')), ""};
-        const Parts v = partsOf(e.version);
+        const QByteArray name = stored(f[0]);
+        const Parts v = partsOf(stored(f[1]));
         bool offered = true;
         for (const coreNameConfig& c : installed) {
-            if (fieldBytes(c.name) != e.name)
+            if (fieldBytes(c.name) != name)
                 continue;
             if (autoMode || c.current == 1)
                 offered = number(v.a, v.b, v.c) >= number(c.major, c.minor, c.build);
@@ -192,87 +181,70 @@ std::vector<Expected> expectedConfigs(const QStringList& lines,
             break;
         }
         if (offered)
-            result.push_back(e);
+            result.push_back(parsedRecord(name, stored(f[1]), "", "", stored(f[2]), stored(f[3]), name,
+                                          stored(QStringList(f.mid(4)).join(',')), ""));
     }
     return result;
+}
+
+// Runs kInputs random lists through one parser: parse(random, lines) parses
+// them against random installed products and returns what the second reading
+// expects. Both decisions, offered and withheld, must occur often.
+template <class Parse>
+void expectAgreement(unsigned seed, bool moduleList, Parse parse)
+{
+    std::mt19937 random(seed);
+    const int commas = moduleList ? 7 : 4;
+    int offered = 0, withheld = 0;
+    for (int input = 0; input < kInputs; ++input) {
+        const QStringList lines = randomLines(random, moduleList);
+        dlListModule list;
+        const std::vector<QByteArray> want = parse(random, lines, list);
+        std::vector<QByteArray> got;
+        for (int i = 0; i < list.count; ++i)
+            got.push_back(fields(list.modules[i]));
+        ASSERT_EQ(got, want) << input << ": " << lines.join('|').toStdString();
+        offered += list.count;
+        int wellFormed = 0;
+        while (wellFormed < lines.size() && lines[wellFormed].count(',') >= commas)
+            ++wellFormed;
+        withheld += wellFormed - list.count;
+    }
+    EXPECT_GT(offered, 10000);
+    EXPECT_GT(withheld, 1000);
 }
 
 }  // namespace
 
 TEST(ParserRandom, ModuleListsAgreeWithASecondReading)
 {
-    std::mt19937 random(7001);
-    std::uniform_int_distribution<int> nameIndex(0, 5);
-    std::uniform_int_distribution<int> upTo4(0, 4);
-    int offered = 0, withheld = 0;
-    for (int input = 0; input < kInputs; ++input) {
-        const QStringList lines = randomLines(random, true);
+    expectAgreement(7001, true, [](std::mt19937& random, const QStringList& lines, dlListModule& list) {
         std::vector<coreModuleEntry> installed;
-        for (int n = upTo4(random); n > 0; --n)
-            installed.push_back(installedModule(kNames[nameIndex(random)], randomPart(random),
-                                                randomPart(random), randomPart(random), upTo4(random)));
+        for (int n = roll(random, 5); n > 0; --n)
+            installed.push_back(installedModule(kNames[roll(random, 6)], randomPart(random),
+                                                randomPart(random), randomPart(random), roll(random, 5)));
         const coreNameConfig config = installedConfig("cfg", randomPart(random), randomPart(random),
                                                       randomPart(random));
         ModuleListBasis basis;
-        basis.namedConfig = upTo4(random) < 2 ? nullptr : &config;
-        basis.fourth = upTo4(random);
+        basis.namedConfig = roll(random, 5) < 2 ? nullptr : &config;
+        basis.fourth = roll(random, 5);
         basis.installed = installed.data();
         basis.installedCount = int(installed.size());
-
-        dlListModule list;
         parseModuleLines(lines, list, basis);
-        const std::vector<Expected> want = expectedModules(lines, basis.namedConfig, installed);
-        ASSERT_EQ(list.count, int(want.size())) << input << ": " << lines.join('|').toStdString();
-        for (int i = 0; i < list.count; ++i)
-            expectRecord(list.modules[i], want[std::size_t(i)], input);
-        offered += list.count;
-        int wellFormed = 0;
-        for (const QString& line : lines) {
-            if (line.count(',') < 7)
-                break;
-            ++wellFormed;
-        }
-        withheld += wellFormed - list.count;
-        if (::testing::Test::HasFailure())
-            break;
-    }
-    // The inputs must exercise both decisions to mean anything.
-    EXPECT_GT(offered, 10000);
-    EXPECT_GT(withheld, 1000);
+        return expectedModules(lines, basis.namedConfig, installed);
+    });
 }
 
 TEST(ParserRandom, ConfigurationListsAgreeWithASecondReading)
 {
-    std::mt19937 random(7002);
-    std::uniform_int_distribution<int> nameIndex(0, 5);
-    std::uniform_int_distribution<int> upTo4(0, 4);
-    int offered = 0, withheld = 0;
-    for (int input = 0; input < kInputs; ++input) {
-        const QStringList lines = randomLines(random, false);
+    expectAgreement(7002, false, [](std::mt19937& random, const QStringList& lines, dlListModule& list) {
         std::vector<coreNameConfig> installed;
-        for (int n = upTo4(random); n > 0; --n)
-            installed.push_back(installedConfig(kNames[nameIndex(random)], randomPart(random),
+        for (int n = roll(random, 5); n > 0; --n)
+            installed.push_back(installedConfig(kNames[roll(random, 6)], randomPart(random),
                                                 randomPart(random), randomPart(random),
-                                                upTo4(random) == 0));
-        const bool autoMode = upTo4(random) == 0;
-
-        dlListModule list;
+                                                roll(random, 5) == 0));
+        const bool autoMode = roll(random, 5) == 0;
         parseConfigLines(lines, list, installed.data(), int(installed.size()), autoMode);
-        const std::vector<Expected> want = expectedConfigs(lines, installed, autoMode);
-        ASSERT_EQ(list.count, int(want.size())) << input << ": " << lines.join('|').toStdString();
-        for (int i = 0; i < list.count; ++i)
-            expectRecord(list.modules[i], want[std::size_t(i)], input);
-        offered += list.count;
-        int wellFormed = 0;
-        for (const QString& line : lines) {
-            if (line.count(',') < 4)
-                break;
-            ++wellFormed;
-        }
-        withheld += wellFormed - list.count;
-        if (::testing::Test::HasFailure())
-            break;
-    }
-    EXPECT_GT(offered, 10000);
-    EXPECT_GT(withheld, 1000);
+        return expectedConfigs(lines, installed, autoMode);
+    });
 }

@@ -1,6 +1,8 @@
 // The offered-file record, its text fields and size text, the parsers' list
 // and the chosen-for-download set.
 #include <cstring>
+#include <initializer_list>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -9,7 +11,9 @@
 
 namespace {
 
-dlModule record(const char* name, const char* version, const char* extra = "", int state = -1)
+using Names = std::vector<QByteArray>;
+
+dlModule record(const char* name, const char* version = "1", const char* extra = "", int state = -1)
 {
     dlModule module = emptyDlModule();
     setDlText(module.name, name);
@@ -19,6 +23,12 @@ dlModule record(const char* name, const char* version, const char* extra = "", i
     return module;
 }
 
+void add(CFileToDl& set, std::initializer_list<const char*> names)
+{
+    for (const char* name : names)
+        set.addToStuct(record(name));
+}
+
 QByteArray nameAt(const CFileToDl& set, int index)
 {
     dlModule out = record("untouched", "0");
@@ -26,30 +36,33 @@ QByteArray nameAt(const CFileToDl& set, int index)
     return dlText(out.name);
 }
 
+// The names the set holds, in order.
+Names namesIn(const CFileToDl& set)
+{
+    Names result;
+    for (int i = 0; i < set.getModuleCount(); ++i)
+        result.push_back(nameAt(set, i));
+    return result;
+}
+
 }  // namespace
 
 TEST(DlText, KeepsUpTo254BytesAndCutsLongerTextWithTerminator)
 {
+    for (int length : {254, 255, 300}) {
+        dlModule module;
+        std::memset(&module, 'x', sizeof module);
+        setDlText(module.version, QByteArray(length, 'c'));
+        EXPECT_EQ(dlText(module.version), QByteArray(254, 'c')) << length;
+        EXPECT_EQ(module.version[254], 0) << length;
+        // The neighbours are untouched by a long text.
+        EXPECT_EQ(module.name[254], 'x') << length;
+        EXPECT_EQ(module.versionExtra[0], 'x') << length;
+    }
     dlModule module;
     std::memset(&module, 'x', sizeof module);
-
-    setDlText(module.version, QByteArray(254, 'a'));
-    EXPECT_EQ(dlText(module.version), QByteArray(254, 'a'));
-    EXPECT_EQ(module.version[254], 0);
-
-    setDlText(module.version, QByteArray(255, 'b'));
-    EXPECT_EQ(dlText(module.version), QByteArray(254, 'b'));
-    EXPECT_EQ(module.version[254], 0);
-
-    setDlText(module.version, QByteArray(300, 'c'));
-    EXPECT_EQ(dlText(module.version), QByteArray(254, 'c'));
-    // The neighbours are untouched by a long text.
-    EXPECT_EQ(module.name[254], 'x');
-    EXPECT_EQ(module.versionExtra[0], 'x');
-
     setDlText(module.version, "1.2");
-    EXPECT_EQ(dlText(module.version), "1.2");
-    EXPECT_EQ(QByteArray(module.version + 3, 252), QByteArray(252, '\0'));
+    EXPECT_EQ(QByteArray(module.version, 255), "1.2" + QByteArray(252, '\0'));
 }
 
 TEST(DlText, ReadsAFieldWithoutTerminatorOnlyWithinTheField)
@@ -60,27 +73,15 @@ TEST(DlText, ReadsAFieldWithoutTerminatorOnlyWithinTheField)
     EXPECT_EQ(dlText(module.title), QByteArray(255, 'T'));
 }
 
-TEST(DlText, EmptyRecordIsAFreshlyParsedOne)
-{
-    const dlModule module = emptyDlModule();
-    EXPECT_EQ(module.state, -1);
-    EXPECT_EQ(dlText(module.name), "");
-    EXPECT_EQ(dlText(module.sizeText), "");
-}
-
 TEST(DlSizeText, KilobytesUpTo1024ThenWholeMegabytesWithPointZero)
 {
-    EXPECT_EQ(dlSizeText(0), "0 kb");
-    EXPECT_EQ(dlSizeText(1), "1 kb");
-    EXPECT_EQ(dlSizeText(1023), "1023 kb");
-    EXPECT_EQ(dlSizeText(1024), "1024 kb");
-    EXPECT_EQ(dlSizeText(1025), "1.0 Mb");
-    EXPECT_EQ(dlSizeText(2047), "1.0 Mb");
-    EXPECT_EQ(dlSizeText(2048), "2.0 Mb");
-    EXPECT_EQ(dlSizeText(3071), "2.0 Mb");
-    EXPECT_EQ(dlSizeText(1048576), "1024.0 Mb");
-    EXPECT_EQ(dlSizeText(2147483647), "2097151.0 Mb");
-    EXPECT_EQ(dlSizeText(-5), "-5 kb");
+    const std::pair<int, const char*> cases[] = {
+        {0, "0 kb"},          {1023, "1023 kb"},          {1024, "1024 kb"},
+        {1025, "1.0 Mb"},     {2047, "1.0 Mb"},           {2048, "2.0 Mb"},
+        {3071, "2.0 Mb"},     {1048576, "1024.0 Mb"},     {2147483647, "2097151.0 Mb"},
+        {-5, "-5 kb"}};
+    for (const auto& c : cases)
+        EXPECT_EQ(dlSizeText(c.first), c.second) << c.first;
 }
 
 TEST(DlListModule, AppendGrowsByOneAndCopiesEveryField)
@@ -104,26 +105,13 @@ TEST(DlListModule, AppendGrowsByOneAndCopiesEveryField)
     EXPECT_EQ(moved.modules, nullptr);
 }
 
-TEST(FileToDl, AddKeepsOrderAndDuplicates)
+TEST(FileToDl, AddKeepsOrderAndDuplicatesAndReadsOnlyInsideTheSet)
 {
     CFileToDl set;
     EXPECT_EQ(set.getModuleCount(), 0);
-    set.addToStuct(record("a", "1"));
-    set.addToStuct(record("a", "1"));
-    set.addToStuct(record("b", "1"));
-    EXPECT_EQ(set.getModuleCount(), 3);
-    EXPECT_EQ(nameAt(set, 0), "a");
-    EXPECT_EQ(nameAt(set, 1), "a");
-    EXPECT_EQ(nameAt(set, 2), "b");
-}
-
-TEST(FileToDl, GetModuleInfoIgnoresIndexesOutsideTheSet)
-{
-    CFileToDl set;
-    set.addToStuct(record("a", "1"));
-    set.addToStuct(record("b", "1"));
-    EXPECT_EQ(nameAt(set, 1), "b");
-    EXPECT_EQ(nameAt(set, 2), "untouched");
+    add(set, {"a", "a", "b"});
+    EXPECT_EQ(namesIn(set), (Names{"a", "a", "b"}));
+    EXPECT_EQ(nameAt(set, 3), "untouched");
     EXPECT_EQ(nameAt(set, -1), "untouched");
 }
 
@@ -153,60 +141,43 @@ TEST(FileToDl, ExistModuleMarksAStoredRecordWithAnotherStateAsChanged)
     EXPECT_EQ(set.existModule(record("b", "1", "", 1)), 1);
     set.getModuleInfo(1, out);
     EXPECT_EQ(out.state, 2) << "another state: marked 2, not copied from the argument";
-
-    EXPECT_EQ(set.existModule(record("c", "1", "", 1)), -1);
 }
 
-TEST(FileToDl, DelToStuctRemovesTheFirstMatchAndMovesTheRestDown)
+TEST(FileToDl, DelToStuctRemovesTheFirstMatchOrElseTheFirstRecord)
 {
-    CFileToDl set;
-    set.addToStuct(record("a", "1"));
-    set.addToStuct(record("b", "1"));
-    set.addToStuct(record("c", "1"));
-    set.addToStuct(record("b", "1"));
-    set.addToStuct(record("d", "1"));
-    set.delToStuct(record("b", "1"));
-    ASSERT_EQ(set.getModuleCount(), 4);
-    EXPECT_EQ(nameAt(set, 0), "a");
-    EXPECT_EQ(nameAt(set, 1), "c");
-    EXPECT_EQ(nameAt(set, 2), "b");
-    EXPECT_EQ(nameAt(set, 3), "d");
-
-    set.delToStuct(record("d", "1"));
-    ASSERT_EQ(set.getModuleCount(), 3);
-    EXPECT_EQ(nameAt(set, 2), "b");
-    EXPECT_EQ(nameAt(set, 3), "untouched");
+    // Without a match the removal still happens, from the front, and on an
+    // empty set it takes the count below zero.
+    const struct {
+        std::initializer_list<const char*> before;
+        dlModule removed;
+        Names after;
+        int count;
+    } cases[] = {
+        {{"a", "b", "c", "b", "d"}, record("b"), {"a", "c", "b", "d"}, 4},
+        {{"a", "c", "b", "d"}, record("d"), {"a", "c", "b"}, 3},
+        {{"a", "b", "c"}, record("b", "2"), {"b", "c"}, 2},
+        {{"a"}, record("zz"), {}, 0},
+        {{}, record("a"), {}, -1},
+    };
+    for (const auto& c : cases) {
+        CFileToDl set;
+        add(set, c.before);
+        set.delToStuct(c.removed);
+        EXPECT_EQ(set.getModuleCount(), c.count) << dlText(c.removed.name).constData();
+        EXPECT_EQ(namesIn(set), c.after);
+        EXPECT_EQ(nameAt(set, c.count < 0 ? 0 : c.count), "untouched");
+    }
 }
 
-TEST(FileToDl, DelToStuctOfAnUnknownRecordDropsTheFirstRecord)
+TEST(FileToDl, ASetWithCountMinusOneHoldsNothing)
 {
     CFileToDl set;
-    set.addToStuct(record("a", "1"));
-    set.addToStuct(record("b", "1"));
-    set.addToStuct(record("c", "1"));
-    set.delToStuct(record("b", "2"));
-    ASSERT_EQ(set.getModuleCount(), 2);
-    EXPECT_EQ(nameAt(set, 0), "b");
-    EXPECT_EQ(nameAt(set, 1), "c");
-
-    set.delToStuct(record("zz", "1"));
-    set.delToStuct(record("zz", "1"));
-    EXPECT_EQ(set.getModuleCount(), 0);
-}
-
-TEST(FileToDl, DelToStuctOnAnEmptySetLeavesCountMinusOne)
-{
-    CFileToDl set;
-    set.delToStuct(record("a", "1"));
-    EXPECT_EQ(set.getModuleCount(), -1);
-    EXPECT_EQ(set.existModule(record("a", "1")), -1);
-    EXPECT_EQ(nameAt(set, 0), "untouched");
-    EXPECT_EQ(set.changeStruct(0, record("a", "1")), -1);
-
-    // Such a set holds nothing, so the next record becomes its first.
-    set.addToStuct(record("a", "1"));
-    EXPECT_EQ(set.getModuleCount(), 1);
-    EXPECT_EQ(nameAt(set, 0), "a");
+    set.delToStuct(record("a"));
+    EXPECT_EQ(set.existModule(record("a")), -1);
+    EXPECT_EQ(set.changeStruct(0, record("a")), -1);
+    // The next record becomes its first.
+    add(set, {"a"});
+    EXPECT_EQ(namesIn(set), Names{"a"});
 }
 
 TEST(FileToDl, ChangeStructMatchesTheFirstRecordByNameOnly)
@@ -231,11 +202,10 @@ TEST(FileToDl, ChangeStructMatchesTheFirstRecordByNameOnly)
 TEST(FileToDl, ClearStructEmptiesTheSetForReuse)
 {
     CFileToDl set;
-    set.addToStuct(record("a", "1"));
-    set.addToStuct(record("b", "1"));
+    add(set, {"a", "b"});
     set.clearStruct();
     EXPECT_EQ(set.getModuleCount(), 0);
     EXPECT_EQ(nameAt(set, 0), "untouched");
-    set.addToStuct(record("c", "1"));
-    EXPECT_EQ(nameAt(set, 0), "c");
+    add(set, {"c"});
+    EXPECT_EQ(namesIn(set), Names{"c"});
 }

@@ -8,41 +8,22 @@
 #include "update/UpdatePaths.h"
 #include "update/VersionRules.h"
 
-namespace {
-
-struct SplitCase {
-    const char* label;
-    const char* text;
-    int major, minor, build;
-};
-
-class SplitVersion : public ::testing::TestWithParam<SplitCase> {};
-
-}  // namespace
-
-TEST_P(SplitVersion, ReadsThreeParts)
+TEST(SplitVersion, ReadsThreePartsRepeatingTheLastOfShortVersions)
 {
-    const SplitCase& c = GetParam();
-    const VersionParts parts = splitVersion(QString::fromLatin1(c.text));
-    EXPECT_EQ(parts.major, c.major);
-    EXPECT_EQ(parts.minor, c.minor);
-    EXPECT_EQ(parts.build, c.build);
+    const struct {
+        const char* text;
+        int major, minor, build;
+    } cases[] = {{"1.2.3", 1, 2, 3},   {"10.20.30", 10, 20, 30}, {"5", 5, 5, 5},
+                 {"1.2", 1, 2, 2},     {"1.2.3.4", 1, 2, 0},     {"", 0, 0, 0},
+                 {"a.b.c", 0, 0, 0},   {".5", 0, 5, 5},          {"1..3", 1, 0, 3},
+                 {"1.2.", 1, 2, 0},    {"1.x.3", 1, 0, 3}};
+    for (const auto& c : cases) {
+        const VersionParts parts = splitVersion(QString::fromLatin1(c.text));
+        EXPECT_EQ(std::vector<int>({parts.major, parts.minor, parts.build}),
+                  std::vector<int>({c.major, c.minor, c.build}))
+            << '"' << c.text << '"';
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Texts, SplitVersion,
-    ::testing::Values(SplitCase{"ThreeParts", "1.2.3", 1, 2, 3},
-                      SplitCase{"TwoDigitParts", "10.20.30", 10, 20, 30},
-                      SplitCase{"NoDotRepeatsTheNumber", "5", 5, 5, 5},
-                      SplitCase{"TwoPartsRepeatTheLast", "1.2", 1, 2, 2},
-                      SplitCase{"FourPartsMakeTheLastInvalid", "1.2.3.4", 1, 2, 0},
-                      SplitCase{"EmptyText", "", 0, 0, 0},
-                      SplitCase{"NotNumbers", "a.b.c", 0, 0, 0},
-                      SplitCase{"LeadingDot", ".5", 0, 5, 5},
-                      SplitCase{"EmptyMiddle", "1..3", 1, 0, 3},
-                      SplitCase{"TrailingDot", "1.2.", 1, 2, 0},
-                      SplitCase{"InvalidMiddle", "1.x.3", 1, 0, 3}),
-    [](const ::testing::TestParamInfo<SplitCase>& info) { return info.param.label; });
 
 TEST(VersionNumber, WeighsPartsBy10000And100AndLetsLargePartsSpill)
 {
@@ -54,33 +35,36 @@ TEST(VersionNumber, WeighsPartsBy10000And100AndLetsLargePartsSpill)
     EXPECT_EQ(versionNumber(300000, 0, 0), int32_t(3000000000u));
 }
 
-TEST(IsNewVersionModule, OnlyAStrictlyGreaterVersionIsNew)
+TEST(VersionComparison, ModulesNeedAStrictlyGreaterNumberConfigurationsForAutoTheSame)
 {
-    EXPECT_FALSE(isNewVersionModule(1, 2, 3, 0, "1.2.3", ""));
-    EXPECT_TRUE(isNewVersionModule(1, 2, 2, 0, "1.2.3", ""));
-    EXPECT_FALSE(isNewVersionModule(1, 2, 4, 0, "1.2.3", ""));
-    EXPECT_TRUE(isNewVersionModule(0, 99, 99, 0, "1.0.0", ""));
-    EXPECT_FALSE(isNewVersionModule(2, 0, 0, 0, "1.99.99", ""));
+    const struct {
+        int major, minor, build;  // installed
+        const char* offered;
+        bool isNew, goodForAuto;
+    } cases[] = {
+        {1, 2, 3, "1.2.3", false, true},  // the tie
+        {1, 2, 2, "1.2.3", true, true},   {1, 2, 4, "1.2.3", false, false},
+        {0, 99, 99, "1.0.0", true, true}, {2, 0, 0, "1.99.99", false, false},
+        // One number, not text and not part by part; a build of 100 spills.
+        {1, 9, 99, "1.10.0", true, true}, {1, 2, 9, "1.2.10", true, true},
+        {1, 1, 0, "1.0.100", false, true}, {1, 0, 99, "1.0.100", true, true},
+        {1, 2, 3, "1.1.103", false, true}, {1, 2, 3, "1.1.102", false, false},
+        // Short versions repeat their last part.
+        {2, 2, 1, "2", true, true},       {2, 2, 2, "2", false, true},
+        {1, 2, 1, "1.2", true, true},     {1, 2, 2, "1.2", false, true},
+    };
+    for (const auto& c : cases) {
+        const VersionParts offered = splitVersion(QString::fromLatin1(c.offered));
+        EXPECT_EQ(isNewVersionModule(c.major, c.minor, c.build, 0, c.offered, ""), c.isNew)
+            << c.major << '.' << c.minor << '.' << c.build << " < " << c.offered;
+        EXPECT_EQ(isGoodConfigForAuto(offered.major, offered.minor, offered.build,
+                                      installedConfig("cfg", c.major, c.minor, c.build)),
+                  c.goodForAuto)
+            << c.major << '.' << c.minor << '.' << c.build << " <= " << c.offered;
+    }
 }
 
-TEST(IsNewVersionModule, ComparesAsOneNumberNotAsText)
-{
-    EXPECT_TRUE(isNewVersionModule(1, 9, 99, 0, "1.10.0", ""));
-    EXPECT_TRUE(isNewVersionModule(1, 2, 9, 0, "1.2.10", ""));
-    // A build of 100 spills into the minor place.
-    EXPECT_FALSE(isNewVersionModule(1, 1, 0, 0, "1.0.100", ""));
-    EXPECT_TRUE(isNewVersionModule(1, 0, 99, 0, "1.0.100", ""));
-}
-
-TEST(IsNewVersionModule, ShortVersionsRepeatTheirLastPart)
-{
-    EXPECT_TRUE(isNewVersionModule(2, 2, 1, 0, "2", ""));
-    EXPECT_FALSE(isNewVersionModule(2, 2, 2, 0, "2", ""));
-    EXPECT_TRUE(isNewVersionModule(1, 2, 1, 0, "1.2", ""));
-    EXPECT_FALSE(isNewVersionModule(1, 2, 2, 0, "1.2", ""));
-}
-
-TEST(IsNewVersionModule, FourthValueAndExtraTextDoNotDecide)
+TEST(VersionComparison, FourthValueAndExtraTextDoNotDecide)
 {
     for (int fourth : {0, 1, -1, 999999}) {
         for (const char* extra : {"", "5", "99.99.99", "junk"}) {
@@ -88,19 +72,6 @@ TEST(IsNewVersionModule, FourthValueAndExtraTextDoNotDecide)
             EXPECT_TRUE(isNewVersionModule(1, 2, 2, fourth, "1.2.3", extra));
         }
     }
-}
-
-TEST(IsGoodConfigForAuto, SameOrNewerQualifies)
-{
-    const coreNameConfig installed = installedConfig("cfg", 1, 2, 3);
-    EXPECT_TRUE(isGoodConfigForAuto(1, 2, 3, installed));
-    EXPECT_TRUE(isGoodConfigForAuto(1, 2, 4, installed));
-    EXPECT_TRUE(isGoodConfigForAuto(1, 3, 0, installed));
-    EXPECT_FALSE(isGoodConfigForAuto(1, 2, 2, installed));
-    EXPECT_FALSE(isGoodConfigForAuto(0, 99, 99, installed));
-    // Compared as one number: 1.1.103 equals 1.2.3.
-    EXPECT_TRUE(isGoodConfigForAuto(1, 1, 103, installed));
-    EXPECT_FALSE(isGoodConfigForAuto(1, 1, 102, installed));
 }
 
 TEST(GetCurrentConfigurationIndex, FirstConfigurationMarkedOne)
