@@ -51,11 +51,33 @@ protected:
             ASSERT_TRUE(writeFile(download + "/" + name, QByteArray("new ") + name));
         ASSERT_TRUE(writeFile(dest + "/b.so", "old b.so"));
         ASSERT_TRUE(writeFile(dest + "/kept.so", "untouched"));
+        hooks.served = [this](int index, int error) {
+            served.push_back(index);
+            errors.push_back(error);
+        };
     }
 
     QVector<UpdaterRequest> threeFiles() const
     {
         return {{download + "/a.so", dest, false}, {download + "/b.so", dest, false}, {download + "/c.so", dest, false}};
+    }
+
+    // Runs a hand-over with the hooks, under a key of its own unless the
+    // clock's key is wanted, and reaps the updater.
+    CUpdaterSession::Result run(const QVector<UpdaterRequest>& requests, const QString& program = kUpdater,
+                                bool clockKey = false)
+    {
+        CUpdaterSession session(program, backup, requests, hooks);
+        running = &session;
+        if (!clockKey)
+            session.setKey(uniqueKey());
+        const CUpdaterSession::Result result = session.run();
+        running = nullptr;
+        error = session.errorString();
+        key = session.key();
+        pid = session.updaterPid();
+        exitStatus = pid > 0 ? exitStatusOf(pid) : -1;
+        return result;
     }
 
     // Every file below the backup folder with the given name.
@@ -72,32 +94,33 @@ protected:
     QString download = root.filePath("download");
     QString dest = root.filePath("modules");
     QString backup = root.filePath("download/Backup");
-    std::vector<QString> events;
+    CUpdaterSession::Hooks hooks;
+    CUpdaterSession* running = nullptr;  // during run(), for hooks that act on the session
+    std::vector<int> served, errors;     // index and answer of each served request
+    QString error, key;
+    int pid = 0, exitStatus = -1;        // exitStatus 0: the updater saw finished
 };
 
 }  // namespace
 
 TEST_F(HandOver, ThreeFilesOneAfterAnotherThenFinished)
 {
-    CUpdaterSession::Hooks hooks;
+    std::vector<QString> events;
     int minimum = -1, maximum = -1;
     hooks.range = [&](int low, int high) { minimum = low; maximum = high; };
     hooks.prepare = [&](int index, UpdaterRequest&) {
         // The previous file is in place before the next request is written.
         QString event = QString("write %1").arg(index);
         if (index > 0)
-            event += QFile::exists(threeFiles()[index - 1].destination + "/" + QFileInfo(threeFiles()[index - 1].source).fileName())
+            event += QFile::exists(dest + "/" + QFileInfo(threeFiles()[index - 1].source).fileName())
                 ? " after previous installed" : " BEFORE previous installed";
         events.push_back(event);
         return CUpdaterSession::Send;
     };
     hooks.served = [&](int index, int error) { events.push_back(QString("served %1 error %2").arg(index).arg(error)); };
 
-    CUpdaterSession session(kUpdater, backup, threeFiles(), hooks);
-    session.setKey(uniqueKey());
-    ASSERT_EQ(CUpdaterSession::Finished, session.run()) << qPrintable(session.errorString());
-    EXPECT_EQ(0, exitStatusOf(session.updaterPid()));  // it saw finished
-
+    ASSERT_EQ(CUpdaterSession::Finished, run(threeFiles())) << qPrintable(error);
+    EXPECT_EQ(0, exitStatus);
     const std::vector<QString> expected = {
         "write 0", "served 0 error 0", "write 1 after previous installed", "served 1 error 0",
         "write 2 after previous installed", "served 2 error 0"};
@@ -106,9 +129,8 @@ TEST_F(HandOver, ThreeFilesOneAfterAnotherThenFinished)
     EXPECT_EQ(3, maximum);
 
     EXPECT_EQ(QStringList({"a.so", "b.so", "c.so", "kept.so"}), filesBelow(dest));
-    EXPECT_EQ(QByteArray("new a.so"), fileContent(dest + "/a.so"));
-    EXPECT_EQ(QByteArray("new b.so"), fileContent(dest + "/b.so"));
-    EXPECT_EQ(QByteArray("new c.so"), fileContent(dest + "/c.so"));
+    for (const char* name : {"a.so", "b.so", "c.so"})
+        EXPECT_EQ(QByteArray("new ") + name, fileContent(dest + "/" + name));
     EXPECT_EQ(QByteArray("untouched"), fileContent(dest + "/kept.so"));
 
     // Only the replaced file has a backup, and it holds the old content.
@@ -118,26 +140,22 @@ TEST_F(HandOver, ThreeFilesOneAfterAnotherThenFinished)
     EXPECT_TRUE(backupsOf("a.so").isEmpty());
 
     const QByteArray log = fileContent(backup + "/updater.log");
-    EXPECT_TRUE(log.contains("ready on segment " + session.key().toLatin1()));
+    EXPECT_TRUE(log.contains("ready on segment " + key.toLatin1()));
     EXPECT_EQ(3, log.count("installed "));
     EXPECT_TRUE(log.contains("finished after 3 requests"));
     // The segment went with the session.
-    QSharedMemory probe(session.key());
+    QSharedMemory probe(key);
     EXPECT_FALSE(probe.attach());
 }
 
-TEST_F(HandOver, TheDefaultKeyComesFromTheClock)
+TEST_F(HandOver, TheDefaultKeyComesFromTheClockAndMovesOnWhenInUse)
 {
-    CUpdaterSession session(kUpdater, backup, {{download + "/a.so", dest, false}});
-    ASSERT_EQ(CUpdaterSession::Finished, session.run()) << qPrintable(session.errorString());
-    EXPECT_TRUE(QRegularExpression("^org\\.velmora\\.sharedmemory-\\d{10}$").match(session.key()).hasMatch())
-        << qPrintable(session.key());
-    EXPECT_EQ(0, exitStatusOf(session.updaterPid()));
+    ASSERT_EQ(CUpdaterSession::Finished, run({{download + "/a.so", dest, false}}, kUpdater, true)) << qPrintable(error);
+    EXPECT_TRUE(QRegularExpression("^org\\.velmora\\.sharedmemory-\\d{10}$").match(key).hasMatch())
+        << qPrintable(key);
+    EXPECT_EQ(0, exitStatus);
     EXPECT_EQ(QByteArray("new a.so"), fileContent(dest + "/a.so"));
-}
 
-TEST_F(HandOver, AClockKeyInUseMovesOnToTheNextSeconds)
-{
     // Another hand-over started this second (and the next two, should the
     // clock tick meanwhile) holds its segment.
     const qint64 now = qint64(std::time(nullptr));
@@ -148,20 +166,18 @@ TEST_F(HandOver, AClockKeyInUseMovesOnToTheNextSeconds)
         ASSERT_TRUE(held.back()->create(16)) << qPrintable(held.back()->errorString());
         heldKeys << updaterSegmentKey(second);
     }
-    CUpdaterSession session(kUpdater, backup, {{download + "/a.so", dest, false}});
-    ASSERT_EQ(CUpdaterSession::Finished, session.run()) << qPrintable(session.errorString());
-    EXPECT_FALSE(heldKeys.contains(session.key())) << qPrintable(session.key());
-    EXPECT_EQ(QByteArray("new a.so"), fileContent(dest + "/a.so"));
+    ASSERT_EQ(CUpdaterSession::Finished, run({{download + "/b.so", dest, false}}, kUpdater, true)) << qPrintable(error);
+    EXPECT_FALSE(heldKeys.contains(key)) << qPrintable(key);
+    EXPECT_EQ(QByteArray("new b.so"), fileContent(dest + "/b.so"));
 }
 
 TEST_F(HandOver, AConfigurationCopyRequestGoesIntoAFolderItMakes)
 {
     ASSERT_TRUE(writeFile(root.filePath("config/Main.ini"), "[Main]\nname=1\n"));
     const QString configCopies = root.filePath("copies/Config");
-    CUpdaterSession session(kUpdater, backup, {{root.filePath("config/Main.ini"), configCopies, true}});
-    session.setKey(uniqueKey());
-    ASSERT_EQ(CUpdaterSession::Finished, session.run()) << qPrintable(session.errorString());
-    EXPECT_EQ(0, exitStatusOf(session.updaterPid()));
+    ASSERT_EQ(CUpdaterSession::Finished, run({{root.filePath("config/Main.ini"), configCopies, true}}))
+        << qPrintable(error);
+    EXPECT_EQ(0, exitStatus);
     EXPECT_EQ(QByteArray("[Main]\nname=1\n"), fileContent(configCopies + "/Main.ini"));
 }
 
@@ -169,13 +185,9 @@ TEST_F(HandOver, AMissingUpdaterIsAClearFailureThatChangesNothing)
 {
     const QStringList before = filesBelow(root.path());
     const QString absent = root.filePath("bin/updater");
-    CUpdaterSession session(absent, backup, threeFiles());
-    const QString key = uniqueKey();
-    session.setKey(key);
-
-    EXPECT_EQ(CUpdaterSession::ProgramMissing, session.run());
-    EXPECT_TRUE(session.errorString().contains(absent)) << qPrintable(session.errorString());
-    EXPECT_EQ(0, session.updaterPid());
+    EXPECT_EQ(CUpdaterSession::ProgramMissing, run(threeFiles(), absent));
+    EXPECT_TRUE(error.contains(absent)) << qPrintable(error);
+    EXPECT_EQ(0, pid);
     EXPECT_EQ(before, filesBelow(root.path()));
     EXPECT_FALSE(QFileInfo::exists(backup));
     QSharedMemory probe(key);
@@ -185,32 +197,21 @@ TEST_F(HandOver, AMissingUpdaterIsAClearFailureThatChangesNothing)
 TEST_F(HandOver, AProgramThatNeverAnswersIsNotWaitedForForever)
 {
     // /bin/true ends at once without ever marking itself ready.
-    CUpdaterSession session("/bin/true", backup, threeFiles());
-    session.setKey(uniqueKey());
-    EXPECT_EQ(CUpdaterSession::UpdaterLost, session.run());
-    EXPECT_TRUE(session.errorString().contains("before it was ready")) << qPrintable(session.errorString());
-    exitStatusOf(session.updaterPid());
+    EXPECT_EQ(CUpdaterSession::UpdaterLost, run(threeFiles(), "/bin/true"));
+    EXPECT_TRUE(error.contains("before it was ready")) << qPrintable(error);
     EXPECT_EQ(QByteArray("old b.so"), fileContent(dest + "/b.so"));
 }
 
 TEST_F(HandOver, AnUpdaterKilledMidRunDoesNotHangTheModule)
 {
-    CUpdaterSession::Hooks hooks;
-    CUpdaterSession* running = nullptr;
-    hooks.prepare = [&](int index, UpdaterRequest&) {
+    hooks.prepare = [this](int index, UpdaterRequest&) {
         if (index == 1)
             ::kill(running->updaterPid(), SIGKILL);
         return CUpdaterSession::Send;
     };
-    std::vector<int> served;
-    hooks.served = [&](int index, int) { served.push_back(index); };
-    CUpdaterSession session(kUpdater, backup, threeFiles(), hooks);
-    running = &session;
-    session.setKey(uniqueKey());
-
-    EXPECT_EQ(CUpdaterSession::UpdaterLost, session.run());
-    EXPECT_TRUE(session.errorString().contains("b.so")) << qPrintable(session.errorString());
-    EXPECT_EQ(128 + SIGKILL, exitStatusOf(session.updaterPid()));
+    EXPECT_EQ(CUpdaterSession::UpdaterLost, run(threeFiles()));
+    EXPECT_TRUE(error.contains("b.so")) << qPrintable(error);
+    EXPECT_EQ(128 + SIGKILL, exitStatus);
     EXPECT_EQ(std::vector<int>{0}, served);
     // The first file is in; the second was never touched.
     EXPECT_EQ(QStringList({"a.so", "b.so", "kept.so"}), filesBelow(dest));
@@ -219,19 +220,12 @@ TEST_F(HandOver, AnUpdaterKilledMidRunDoesNotHangTheModule)
 
 TEST_F(HandOver, StopTakesEffectBetweenFiles)
 {
-    CUpdaterSession::Hooks hooks;
-    CUpdaterSession* running = nullptr;
-    std::vector<int> served;
-    hooks.served = [&](int index, int) {
+    hooks.served = [this](int index, int) {
         served.push_back(index);
         running->requestStop();
     };
-    CUpdaterSession session(kUpdater, backup, threeFiles(), hooks);
-    running = &session;
-    session.setKey(uniqueKey());
-
-    EXPECT_EQ(CUpdaterSession::Cancelled, session.run());
-    EXPECT_EQ(0, exitStatusOf(session.updaterPid()));
+    EXPECT_EQ(CUpdaterSession::Cancelled, run(threeFiles()));
+    EXPECT_EQ(0, exitStatus);
     EXPECT_EQ(std::vector<int>{0}, served);
     EXPECT_EQ(QStringList({"a.so", "b.so", "kept.so"}), filesBelow(dest));
     EXPECT_EQ(QByteArray("old b.so"), fileContent(dest + "/b.so"));
@@ -239,16 +233,11 @@ TEST_F(HandOver, StopTakesEffectBetweenFiles)
 
 TEST_F(HandOver, PrepareMaySkipAFileOrFailTheWholeHandOver)
 {
-    CUpdaterSession::Hooks hooks;
-    std::vector<int> served;
-    hooks.served = [&](int index, int) { served.push_back(index); };
     hooks.prepare = [](int index, UpdaterRequest&) {
         return index == 1 ? CUpdaterSession::Skip : CUpdaterSession::Send;
     };
-    CUpdaterSession skipping(kUpdater, backup, threeFiles(), hooks);
-    skipping.setKey(uniqueKey());
-    ASSERT_EQ(CUpdaterSession::Finished, skipping.run());
-    EXPECT_EQ(0, exitStatusOf(skipping.updaterPid()));
+    ASSERT_EQ(CUpdaterSession::Finished, run(threeFiles()));
+    EXPECT_EQ(0, exitStatus);
     EXPECT_EQ(std::vector<int>({0, 2}), served);
     EXPECT_EQ(QByteArray("old b.so"), fileContent(dest + "/b.so"));
     EXPECT_EQ(QByteArray("new c.so"), fileContent(dest + "/c.so"));
@@ -259,10 +248,8 @@ TEST_F(HandOver, PrepareMaySkipAFileOrFailTheWholeHandOver)
         return index == 1 ? CUpdaterSession::Fail : CUpdaterSession::Send;
     };
     ASSERT_TRUE(writeFile(download + "/c.so", "newer c.so"));
-    CUpdaterSession failing(kUpdater, backup, threeFiles(), hooks);
-    failing.setKey(uniqueKey());
-    EXPECT_EQ(CUpdaterSession::RequestFailed, failing.run());
-    EXPECT_EQ(0, exitStatusOf(failing.updaterPid()));  // told to finish
+    EXPECT_EQ(CUpdaterSession::RequestFailed, run(threeFiles()));
+    EXPECT_EQ(0, exitStatus);  // told to finish
     EXPECT_EQ(std::vector<int>{0}, served);
     EXPECT_EQ(QByteArray("newer c.so"), fileContent(dest + "/c.so"));
 }
@@ -270,45 +257,26 @@ TEST_F(HandOver, PrepareMaySkipAFileOrFailTheWholeHandOver)
 TEST_F(HandOver, BadRequestsAreAnsweredWithAnErrorAndLoseNothing)
 {
     const QString tooLong = download + "/" + QString(1100, 'p');
-    const QVector<UpdaterRequest> requests = {
-        {download + "/a.so", root.filePath("no/such/folder"), false},
-        {tooLong, dest, false},
-        {download + "/absent.so", dest, false},
-        {download + "/b.so", dest, false},
-    };
-    std::vector<int> errors;
-    CUpdaterSession::Hooks hooks;
-    hooks.served = [&](int, int error) { errors.push_back(error); };
-    CUpdaterSession session(kUpdater, backup, requests, hooks);
-    session.setKey(uniqueKey());
-
-    ASSERT_EQ(CUpdaterSession::Finished, session.run());
-    EXPECT_EQ(0, exitStatusOf(session.updaterPid()));
-    ASSERT_EQ(4u, errors.size());
-    EXPECT_EQ(ENOENT, errors[0]);
-    EXPECT_EQ(ENAMETOOLONG, errors[1]);  // the path was cut to 1024 units: a name over 255 bytes
-    EXPECT_EQ(ENOENT, errors[2]);
-    EXPECT_EQ(0, errors[3]);
+    ASSERT_EQ(CUpdaterSession::Finished, run({{download + "/a.so", root.filePath("no/such/folder"), false},
+                                              {tooLong, dest, false},
+                                              {download + "/absent.so", dest, false},
+                                              {download + "/b.so", dest, false}}));
+    EXPECT_EQ(0, exitStatus);
+    // The long path was cut to 1024 units: a name over 255 bytes.
+    EXPECT_EQ(std::vector<int>({ENOENT, ENAMETOOLONG, ENOENT, 0}), errors);
     EXPECT_FALSE(QFileInfo::exists(root.filePath("no")));
     EXPECT_EQ(QStringList({"b.so", "kept.so"}), filesBelow(dest));
     ASSERT_EQ(1, backupsOf("b.so").size());
     EXPECT_EQ(QByteArray("old b.so"), fileContent(backupsOf("b.so")[0]));
-    const QByteArray log = fileContent(backup + "/updater.log");
-    EXPECT_EQ(3, log.count("failed: "));
+    EXPECT_EQ(3, fileContent(backup + "/updater.log").count("failed: "));
 }
 
 TEST_F(HandOver, AnUpdaterThatFailsEveryFileChangesNothing)
 {
     ASSERT_TRUE(QFileInfo(kFailingUpdater).isExecutable()) << qPrintable(kFailingUpdater);
     const QStringList before = filesBelow(root.path());
-    std::vector<int> errors;
-    CUpdaterSession::Hooks hooks;
-    hooks.served = [&](int, int error) { errors.push_back(error); };
-    CUpdaterSession session(kFailingUpdater, backup, threeFiles(), hooks);
-    session.setKey(uniqueKey());
-
-    ASSERT_EQ(CUpdaterSession::Finished, session.run());
-    EXPECT_EQ(0, exitStatusOf(session.updaterPid()));
+    ASSERT_EQ(CUpdaterSession::Finished, run(threeFiles(), kFailingUpdater));
+    EXPECT_EQ(0, exitStatus);
     EXPECT_EQ(std::vector<int>({EIO, EIO, EIO}), errors);
     EXPECT_EQ(before, filesBelow(root.path()));
     EXPECT_EQ(QByteArray("old b.so"), fileContent(dest + "/b.so"));
