@@ -64,42 +64,23 @@ TEST_F(Construction, CreatesAMissingDownloadFolderAndNeverWritesTheSettings)
     EXPECT_EQ(QStringLiteral("http://update.velmora.org/Win32_3.3.8"), widget->serverBaseUrl());
 }
 
-struct AddressCase {
-    const char* name;
-    QByteArray settings;
-    QString expected;
-};
-
-void PrintTo(const AddressCase& c, std::ostream* out)
+TEST_F(Construction, ServerAddressIsNormalisedAndCut)
 {
-    *out << c.name;
-}
-
-class ServerAddress : public UiFixture, public ::testing::WithParamInterface<AddressCase> {};
-
-TEST_P(ServerAddress, IsNormalisedAndCut)
-{
-    writeSettings(GetParam().settings);
-    CDownloadWidget* widget = openDialog();
-    EXPECT_EQ(GetParam().expected, widget->serverBaseUrl());
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Settings, ServerAddress,
-    ::testing::Values(
-        AddressCase{"CapitalSchemeKept", "[Address]\nPath=HTTP://Host/x\n", "HTTP://Host/x"},
-        AddressCase{"BareHostGetsScheme", "[Address]\npath = host.example/up\n",
-                    "http://host.example/up"},
-        AddressCase{"OtherSchemeGetsPrefix", "[Address]\r\nPath=ftp://h/p\r\n",
-                    "http://ftp://h/p"},
-        AddressCase{"SectionNamesAreCaseSensitive", "[address]\nPath=http://other\n",
-                    "http://update.velmora.org/Win32_3.3.8"},
+    const QString fallback = QStringLiteral("http://update.velmora.org/Win32_3.3.8");
+    const std::pair<QByteArray, QString> cases[] = {
+        {"[Address]\nPath=HTTP://Host/x\n", "HTTP://Host/x"},  // a capital scheme is kept
+        {"[Address]\npath = host.example/up\n", "http://host.example/up"},
+        {"[Address]\r\nPath=ftp://h/p\r\n", "http://ftp://h/p"},
+        {"[address]\nPath=http://other\n", fallback},  // section names are case-sensitive
         // The settings file is read in lines of at most 1024 bytes, "Path=" included.
-        AddressCase{"LongLineCutByTheReader", "[Address]\nPath=http://" + QByteArray(2000, 'a') + "\n",
-                    "http://" + QString(1024 - 5 - 7, 'a')},
-        AddressCase{"GarbageFile", QByteArray("\x01\x02[\xff\xfe=\n\0\0junk", 14),
-                    "http://update.velmora.org/Win32_3.3.8"}),
-    [](const ::testing::TestParamInfo<AddressCase>& info) { return info.param.name; });
+        {"[Address]\nPath=http://" + QByteArray(2000, 'a') + "\n", "http://" + QString(1024 - 5 - 7, 'a')},
+        {QByteArray("\x01\x02[\xff\xfe=\n\0\0junk", 14), fallback},
+    };
+    for (const auto& [settings, expected] : cases) {
+        writeSettings(settings);
+        EXPECT_EQ(expected, openDialog()->serverBaseUrl()) << settings.left(40).constData();
+    }
+}
 
 TEST(ServerAddressValue, SchemeIsAddedThenTheValueCutTo1023)
 {

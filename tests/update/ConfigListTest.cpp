@@ -78,7 +78,6 @@ TEST(ConfigOffer, ManualAndAutomaticRulesAndShortVersions)
     using Installed = std::vector<coreNameConfig>;
     const Installed stock210{installedConfig("Stock", 2, 1, 0)};
     const Installed stock200{installedConfig("Stock", 2, 0, 0)};
-    const Installed stock153{installedConfig("Stock", 1, 5, 3)};
     const Installed current210{installedConfig("Stock", 2, 1, 0, true)};
     const Installed bonds{installedConfig("Bonds", 9, 9, 9, true)};
     // The first configuration of the name decides: the second, current and
@@ -100,25 +99,18 @@ TEST(ConfigOffer, ManualAndAutomaticRulesAndShortVersions)
     const Installed none;
     const Case cases[] = {
         {"not installed", bonds, "Stock", "0.0.0", false, true},
-        {"not installed, auto", bonds, "Stock", "0.0.0", true, true},
         {"names compare byte for byte", bonds, "bonds", "1.0.0", false, true},
         {"nothing installed", none, "Stock", "1.0.0", false, true},
         {"auto: the same version again", stock210, "Stock", "2.1.0", true, true},
         {"auto: newer", stock210, "Stock", "2.1.1", true, true},
-        {"auto: older", stock210, "Stock", "2.0.9", true, false},
         {"auto: one number, 1.5.0 < 2.1.0", stock210, "Stock", "1.5.0", true, false},
         {"current by hand: the same version", current210, "Stock", "2.1.0", false, true},
-        {"current by hand: older build", current210, "Stock", "2.0.9", false, false},
-        {"current by hand: one number", current210, "Stock", "1.5.0", false, false},
+        {"current by hand: one number, not part by part", current210, "Stock", "2.0.9", false, false},
         {"other by hand: the same version", stock200, "Stock", "2.0.0", false, false},
         {"other by hand: minor 5 > 0", stock200, "Stock", "1.5.0", false, true},
         {"other by hand: build 1 > 0", stock200, "Stock", "1.0.1", false, true},
         {"other by hand: major", stock200, "Stock", "3.0.0", false, true},
         {"other by hand: no part greater", stock200, "Stock", "1.0.0", false, false},
-        {"other by hand: equal", stock153, "Stock", "1.5.3", false, false},
-        {"other by hand: all smaller", stock153, "Stock", "1.4.2", false, false},
-        {"other by hand: build 4 > 3", stock153, "Stock", "1.4.4", false, true},
-        {"other by hand: minor 6 > 5", stock153, "Stock", "0.6.0", false, true},
         {"first of the name decides", firstOld, "Stock", "1.0.0", false, false},
         {"first of the name decides, current", firstCurrent, "Stock", "1.0.0", false, true},
         {"dotless: equal", v555, "Stock", "5", false, false},

@@ -104,16 +104,14 @@ TEST(ModuleList, ReadsTheLeadingWellFormedLinesOfAFile)
     EXPECT_EQ(dlText(crlf.modules[1].sizeText), "2.0 Mb");
 }
 
-TEST(ModuleList, AppendsToWhatTheListHoldsAndAMissingFileAppendsNothing)
+TEST(ModuleList, AppendsToWhatTheListHolds)
 {
     QTemporaryDir dir;
-    CInstalledProducts noHost(nullptr, nullptr);
     dlListModule list;
     list.append(emptyDlModule());
     setDlText(list.modules[0].name, "earlier");
     parseFileList(writeListFile(dir, "m.txt", line("a", "1.0.0") + line("b", "1.0.0")), list,
-                  QString(), {}, noHost);
-    parseFileList(dir.filePath("absent.txt"), list, QString(), {}, noHost);
+                  QString(), {}, CInstalledProducts(nullptr, nullptr));
     EXPECT_EQ(names(list), (Names{"earlier", "a", "b"}));
 }
 
@@ -133,33 +131,6 @@ TEST(ModuleOffer, NotInstalledAlwaysInstalledOnlyWhenNewer)
     const coreModuleEntry v2 = installedModule("a.so", 2, 0, 0), v1 = installedModule("a.so", 1, 0, 0);
     EXPECT_EQ(offered(line("a.so", "1.5.0"), {v2, v1}), Names{});
     EXPECT_EQ(offered(line("a.so", "1.5.0"), {v1, v2}), Names{"a.so"});
-}
-
-TEST(ModuleOffer, ConfigurationFileIsComparedWithTheNamedConfiguration)
-{
-    const coreNameConfig named = installedConfig("Stock", 2, 1, 0);
-    // A module-table entry with the file's name does not decide for type "2".
-    const coreModuleEntry installed = installedModule("stock.cfg", 9, 9, 9);
-    ModuleListBasis basis;
-    basis.installed = &installed;
-    basis.installedCount = 1;
-    const dlModule same = entry(line("stock.cfg", "2.1.0", "2"));
-    const dlModule newer = entry(line("stock.cfg", "2.1.1", "2"));
-    const dlModule older = entry(line("stock.cfg", "2.0.9", "2"));
-
-    // Without a configuration of that name the file is always offered.
-    EXPECT_TRUE(isModuleOffered(same, basis));
-    EXPECT_TRUE(isModuleOffered(older, basis));
-
-    basis.namedConfig = &named;
-    for (int32_t fourth : {0, 7}) {
-        basis.fourth = fourth;
-        EXPECT_FALSE(isModuleOffered(same, basis));
-        EXPECT_TRUE(isModuleOffered(newer, basis));
-        EXPECT_FALSE(isModuleOffered(older, basis));
-    }
-    // Only exactly "2" marks a configuration file.
-    EXPECT_FALSE(isModuleOffered(entry(line("stock.cfg", "2.1.1", " 2")), basis));
 }
 
 TEST(ConfigurationChoice, LastNameMatchWinsOverLastCurrent)
@@ -229,15 +200,19 @@ TEST_F(ModuleListAgainstHost, NamedConfigurationsTableOrElseTheCurrentOnes)
 
 TEST_F(ModuleListAgainstHost, ConfigurationFileNeedsANameMatchNotTheCurrentOne)
 {
-    // Configuration files are compared with the version of the configuration
-    // the list is parsed for: Stock 2.0.0, Bonds 1.0.0 (current).
+    // Files of type "2" are compared with the version of the configuration
+    // the list is parsed for (Stock 2.0.0, Bonds 1.0.0 current), never with a
+    // module-table entry of their name. Only exactly "2" marks them.
+    products.tables[11].push_back(installedModule("b.cfg", 9, 9, 9));
+    products.tables[11].push_back(installedModule("d.cfg", 9, 9, 9));
+    configs[0].moduleCount = 4;
     const QByteArray lines = line("a.cfg", "2.0.0", "2") + line("b.cfg", "2.0.1", "2")
-                             + line("c.cfg", "0.5.0", "2");
+                             + line("c.cfg", "0.5.0", "2") + line("d.cfg", "3.0.0", " 2");
     EXPECT_EQ(parse(lines, "Stock"), Names{"b.cfg"});
-    EXPECT_EQ(parse(lines, "Bonds"), (Names{"a.cfg", "b.cfg"}));
+    EXPECT_EQ(parse(lines, "Bonds"), (Names{"a.cfg", "b.cfg", "d.cfg"}));
     // No name matched: Bonds, the current one, gives the module table, but
     // configuration files are offered whatever their version.
-    EXPECT_EQ(parse(lines, "Unknown"), (Names{"a.cfg", "b.cfg", "c.cfg"}));
+    EXPECT_EQ(parse(lines, "Unknown"), (Names{"a.cfg", "b.cfg", "c.cfg", "d.cfg"}));
 }
 
 TEST_F(ModuleListAgainstHost, AutomaticModeComparesWithItsOwnTable)
