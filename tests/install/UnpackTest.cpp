@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 #include <zlib.h>
 
+#include "InstallTestSupport.h"
 #include "storage/StoreTestHost.h"
 #include "update/SaveParamDownload.h"
 #include "update/Unpack.h"
@@ -19,12 +20,6 @@ struct Recorded {
     QByteArray localPath;
     int state;
 };
-
-QByteArray readAll(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
-}
 
 void writeGzip(const QString& path, const QByteArray& content)
 {
@@ -81,7 +76,7 @@ TEST_P(UnpackSuffix, ReplacesTheCompressedFileByTheNameLessItsSuffix)
     ASSERT_TRUE(unzipDownloadedModule(module, recorder));
 
     EXPECT_FALSE(QFile::exists(compressed));
-    EXPECT_EQ(content, readAll(path("quotes.so")));
+    EXPECT_EQ(content, fileContent(path("quotes.so")));
     EXPECT_EQ(path("quotes.so").toLocal8Bit(), dlText(module.localPath));
     ASSERT_EQ(1u, recorded.size());
     EXPECT_EQ(path("quotes.so").toLocal8Bit(), recorded[0].localPath);
@@ -98,11 +93,11 @@ TEST_F(Unpack, LeavesFilesWithoutTheSuffixAndMissingFilesAlone)
     for (const char* name : {"quotes.so", "quotes.tgz", "quotes.gz.part", "quotesgz"}) {
         SCOPED_TRACE(name);
         writeGzip(path(name), "compressed but not named so");
-        const QByteArray before = readAll(path(name));
+        const QByteArray before = fileContent(path(name));
         dlModule module = recordFor(path(name));
 
         EXPECT_FALSE(unzipDownloadedModule(module, recorder));
-        EXPECT_EQ(before, readAll(path(name)));
+        EXPECT_EQ(before, fileContent(path(name)));
         EXPECT_EQ(path(name).toLocal8Bit(), dlText(module.localPath));
     }
     dlModule missing = recordFor(path("absent.gz"));
@@ -118,22 +113,19 @@ TEST_F(Unpack, AnEmptyStreamGivesAnEmptyFile)
     dlModule module = recordFor(path("empty.dat.gz"));
 
     ASSERT_TRUE(unzipDownloadedModule(module, recorder));
-    EXPECT_EQ(QByteArray(), readAll(path("empty.dat")));
+    EXPECT_EQ(QByteArray(), fileContent(path("empty.dat")));
     EXPECT_FALSE(QFile::exists(path("empty.dat.gz")));
     EXPECT_EQ(1u, recorded.size());
 }
 
 TEST_F(Unpack, OverwritesAnOlderUnpackedFileOfTheSameName)
 {
-    QFile old(path("quotes.so"));
-    ASSERT_TRUE(old.open(QIODevice::WriteOnly));
-    old.write(QByteArray(100000, 'o'));
-    old.close();
+    ASSERT_TRUE(writeFile(path("quotes.so"), QByteArray(100000, 'o')));
     writeGzip(path("quotes.so.gz"), "new");
     dlModule module = recordFor(path("quotes.so.gz"));
 
     ASSERT_TRUE(unzipDownloadedModule(module, recorder));
-    EXPECT_EQ(QByteArray("new"), readAll(path("quotes.so")));
+    EXPECT_EQ(QByteArray("new"), fileContent(path("quotes.so")));
 }
 
 TEST_F(Unpack, AnOutputThatCannotBeOpenedChangesNothing)
@@ -159,7 +151,7 @@ TEST_F(Unpack, PathsAtTheBoundOfTheRecordField)
     dlModule module = recordFor(longest);
     ASSERT_TRUE(unzipDownloadedModule(module, recorder));
     EXPECT_EQ(longest.left(251).toLocal8Bit(), dlText(module.localPath));
-    EXPECT_EQ(QByteArray("at the bound"), readAll(longest.left(251)));
+    EXPECT_EQ(QByteArray("at the bound"), fileContent(longest.left(251)));
 
     // 255 characters fill the field with no terminator; the path is still read
     // within the field and the shorter result fits.
@@ -170,7 +162,7 @@ TEST_F(Unpack, PathsAtTheBoundOfTheRecordField)
     std::memcpy(unterminated.localPath, full.toLocal8Bit().constData(), kDlTextSize);
     ASSERT_TRUE(unzipDownloadedModule(unterminated, recorder));
     EXPECT_EQ(full.left(252).toLocal8Bit(), dlText(unterminated.localPath));
-    EXPECT_EQ(QByteArray("field full"), readAll(full.left(252)));
+    EXPECT_EQ(QByteArray("field full"), fileContent(full.left(252)));
 }
 
 class UnpackBrokenStream : public Unpack, public ::testing::WithParamInterface<const char*> {
@@ -180,12 +172,12 @@ TEST_P(UnpackBrokenStream, FailsAndKeepsTheCompressedFileAndTheRecord)
 {
     const QString compressed = path("quotes.so.gz");
     ASSERT_TRUE(QFile::copy(QString(DM_SOURCE_DIR "/tests/install/data/") + GetParam(), compressed));
-    const QByteArray before = readAll(compressed);
+    const QByteArray before = fileContent(compressed);
     dlModule module = recordFor(compressed);
 
     EXPECT_FALSE(unzipDownloadedModule(module, recorder));
 
-    EXPECT_EQ(before, readAll(compressed));
+    EXPECT_EQ(before, fileContent(compressed));
     EXPECT_TRUE(QFile::exists(path("quotes.so")));  // the partial output stays
     EXPECT_EQ(compressed.toLocal8Bit(), dlText(module.localPath));
     EXPECT_TRUE(recorded.empty());
@@ -206,7 +198,7 @@ TEST_F(Unpack, DecompressModuleReportsEndOfStreamAndReadFailure)
     EXPECT_EQ(0, decompressModule(gz, out));
     gzclose(gz);
     std::fclose(out);
-    EXPECT_EQ(content, readAll(path("exact")));
+    EXPECT_EQ(content, fileContent(path("exact")));
 
     gz = gzopen(DM_SOURCE_DIR "/tests/install/data/gzip-truncated-mid-stream.gz", "rb");
     ASSERT_NE(nullptr, gz);
@@ -216,7 +208,7 @@ TEST_F(Unpack, DecompressModuleReportsEndOfStreamAndReadFailure)
     gzclose(gz);
     std::fclose(out);
     // What came before the cut was written out.
-    EXPECT_TRUE(readAll(path("partial")).startsWith("line 00000 of a module"));
+    EXPECT_TRUE(fileContent(path("partial")).startsWith("line 00000 of a module"));
 }
 
 TEST_F(Unpack, TheStateFileRecordsTheUnpackedFileOnlyOnSuccess)

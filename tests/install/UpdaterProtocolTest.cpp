@@ -33,34 +33,22 @@ public:
     QByteArray bytes;
 };
 
-class EnvironmentVariable {
-public:
-    explicit EnvironmentVariable(const char* name) : name_(name), saved_(qgetenv(name)), had_(qEnvironmentVariableIsSet(name)) {}
-    ~EnvironmentVariable()
-    {
-        if (had_)
-            qputenv(name_, saved_);
-        else
-            qunsetenv(name_);
-    }
-
-private:
-    const char* name_;
-    QByteArray saved_;
-    bool had_;
-};
-
 }  // namespace
 
 TEST(UpdaterProgram, FixedPathUnlessTheEnvironmentNamesAnother)
 {
-    EnvironmentVariable guard(kUpdaterEnvironmentVariable);
+    const bool wasSet = qEnvironmentVariableIsSet(kUpdaterEnvironmentVariable);
+    const QByteArray saved = qgetenv(kUpdaterEnvironmentVariable);
     qunsetenv(kUpdaterEnvironmentVariable);
     EXPECT_EQ(QString("/usr/local/bin/updater"), GetPathToUpdaterProgram());
     qputenv(kUpdaterEnvironmentVariable, "");
     EXPECT_EQ(QString("/usr/local/bin/updater"), GetPathToUpdaterProgram());
     qputenv(kUpdaterEnvironmentVariable, "/opt/test/updater");
     EXPECT_EQ(QString("/opt/test/updater"), GetPathToUpdaterProgram());
+    if (wasSet)
+        qputenv(kUpdaterEnvironmentVariable, saved);
+    else
+        qunsetenv(kUpdaterEnvironmentVariable);
 }
 
 TEST(UpdaterCommandLine, KeyAndQuotedBase64BackupFolder)
