@@ -1,7 +1,6 @@
-// The updater's segment server in-process: readiness, serving, and the ways
-// it ends besides finished.
-#include <atomic>
-#include <cerrno>
+// The updater's segment server in-process: the ways it ends besides
+// finished. Serving and finished are tested through the real program
+// (HandOverTest.cpp).
 #include <cstring>
 #include <memory>
 #include <thread>
@@ -54,33 +53,6 @@ public:
 };
 
 }  // namespace
-
-TEST(UpdaterServer, MarksItselfReadyServesARequestAndEndsOnFinished)
-{
-    ModuleSide module;
-    ASSERT_TRUE(module.created) << qPrintable(module.memory->errorString());
-    std::atomic<int> handled{0};
-    QString seenSource;
-    CUpdaterServer server(module.memory->key(), [&](const umUpdateFile& request) {
-        seenSource = segmentPath(request.source);
-        ++handled;
-        return ENOSPC;
-    }, nullptr);
-    CUpdaterServer::Outcome outcome = CUpdaterServer::AttachFailed;
-    std::thread updater([&] { outcome = server.run(); });
-
-    module.waitForDone();
-    module.locked([](umUpdateFile& s) { writeInstallRequest(s, "/dl/a.so", "/opt"); return 0; });
-    module.waitForDone();
-    EXPECT_EQ(ENOSPC, module.locked([](umUpdateFile& s) { return s.error; }));
-    module.locked([](umUpdateFile& s) { writeFinished(s); return 0; });
-    updater.join();
-
-    EXPECT_EQ(CUpdaterServer::Finished, outcome);
-    EXPECT_EQ(1, handled.load());
-    EXPECT_EQ(1, server.servedCount());
-    EXPECT_EQ(QString("/dl/a.so"), seenSource);
-}
 
 TEST(UpdaterServer, EndsWhenTheModuleDropsTheSegment)
 {

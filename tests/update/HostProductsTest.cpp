@@ -11,7 +11,6 @@
 #include "host/app/HostWindow.h"
 #include "module/ModuleApi.h"
 #include "update/InstalledProducts.h"
-#include "update/ModuleListParser.h"
 
 namespace {
 
@@ -74,26 +73,6 @@ TEST_F(HostProducts, ConfigurationFilePaths)
     EXPECT_EQ(CInstalledProducts().GetPathToConfigFile("Bonds"),
               QDir(dir.path()).filePath("run/config/Bonds.cfg"));
     EXPECT_EQ(CInstalledProducts().GetPathToConfigFile("Metals"), "");
-}
-
-TEST_F(HostProducts, ModuleListParsedAgainstTheHostsTables)
-{
-    start(kProfile);
-    const std::vector<coreNameConfig> configs = CInstalledProducts().configurations();
-    ModuleListSources sources;
-    sources.configs = configs.data();
-    sources.configCount = int(configs.size());
-    const QString list = writeListFile(dir, "moduleDesc.txt",
-                                       "core.so,3.4.0,,0,/d,/f,Core,100\n"
-                                       "charts.so,1.2.1,,0,/d,/f,Charts,100\n"
-                                       "news.so,0.1.0,,0,/d,/f,News,100\n");
-    dlListModule forStock;
-    parseFileList(list, forStock, "Stock", sources, CInstalledProducts());
-    EXPECT_EQ(names(forStock), (Texts{"core.so", "charts.so", "news.so"}));
-    // Bonds, the current configuration, already has core.so 3.4.0.
-    dlListModule forCurrent;
-    parseFileList(list, forCurrent, QString(), sources, CInstalledProducts());
-    EXPECT_EQ(names(forCurrent), (Texts{"charts.so", "news.so"}));
 }
 
 TEST_F(HostProducts, ProfileWithoutConfigurationsReportsNone)

@@ -63,17 +63,6 @@ protected:
     }
 };
 
-void expectTerminatedFields(const dlListModule& list)
-{
-    for (int i = 0; i < list.count; ++i) {
-        const dlModule& m = list.modules[i];
-        for (const char* field : {m.name, m.version, m.versionExtra, m.type, m.serverPath,
-                                  m.descPath, m.localPath, m.auxPath, m.title, m.sizeText})
-            ASSERT_LT(qstrnlen(field, kDlTextSize), kDlTextSize);
-        ASSERT_EQ(m.state, -1);
-    }
-}
-
 }  // namespace
 
 TEST_F(ListRobustness, RandomBytesGiveTheWellFormedLeadingLines)
@@ -86,8 +75,6 @@ TEST_F(ListRobustness, RandomBytesGiveTheWellFormedLeadingLines)
         const dlListModule configList = configs(bytes);
         EXPECT_EQ(moduleList.count, leadingWellFormedLines(bytes, 7)) << round;
         EXPECT_EQ(configList.count, leadingWellFormedLines(bytes, 4)) << round;
-        expectTerminatedFields(moduleList);
-        expectTerminatedFields(configList);
         nonEmptyModuleLists += moduleList.count > 0;
     }
     // The generator must produce well-formed lines for the check to mean anything.
