@@ -26,7 +26,7 @@ TEST(InstalledConfigurations, CountThenAZeroedArrayTheHostFills)
               (Texts{"Stock||2.1.0|0|3", "Bonds|second text|1.0.0|1|1", "||0.0.0|0|0"}));
 }
 
-TEST(InstalledConfigurations, NoneEmptyOrUnbelievableCountsAskNoFurther)
+TEST(InstalledProducts, NoneEmptyOrUnbelievableCountsAskNoFurther)
 {
     for (int32_t count : {0, -1, CInstalledProducts::kMaxConfigurations + 1}) {
         ProductsHost products;
@@ -39,7 +39,15 @@ TEST(InstalledConfigurations, NoneEmptyOrUnbelievableCountsAskNoFurther)
     EXPECT_EQ(CInstalledProducts().configurations().size(),
               std::size_t(CInstalledProducts::kMaxConfigurations));
 
-    EXPECT_TRUE(CInstalledProducts(nullptr, nullptr).configurations().empty());
+    for (int32_t count : {0, -5, CInstalledProducts::kMaxModuleEntries + 1})
+        EXPECT_TRUE(CInstalledProducts().moduleTable(installedConfig("S", 1, 0, 0, false, count, 1)).empty());
+    EXPECT_TRUE(products.tableRequests.empty());
+
+    // Without a host nothing is asked and nothing found.
+    CInstalledProducts noHost(nullptr, nullptr);
+    EXPECT_TRUE(noHost.configurations().empty());
+    EXPECT_TRUE(noHost.moduleTable(installedConfig("S", 1, 0, 0, false, 2, 1)).empty());
+    EXPECT_EQ(noHost.GetPathToConfigFile("Stock"), "");
 }
 
 TEST(InstalledModuleTable, AsksForTheConfigurationsTableByIdAndCount)
@@ -55,16 +63,6 @@ TEST(InstalledModuleTable, AsksForTheConfigurationsTableByIdAndCount)
     EXPECT_EQ(products.host.withCode(HostMsg::ModuleTable).at(0).param2, 0);
     // The third entry, not filled by the host, is zero.
     EXPECT_EQ(describe(table), (Texts{"a.so|1.2.3|4", "b.so|5.6.7|8", "|0.0.0|0"}));
-}
-
-TEST(InstalledModuleTable, EmptyOrUnbelievableTablesAreNotAskedFor)
-{
-    ProductsHost products;
-    for (int32_t count : {0, -5, CInstalledProducts::kMaxModuleEntries + 1})
-        EXPECT_TRUE(CInstalledProducts().moduleTable(installedConfig("S", 1, 0, 0, false, count, 1)).empty());
-    EXPECT_TRUE(products.tableRequests.empty());
-    EXPECT_TRUE(CInstalledProducts(nullptr, nullptr)
-                    .moduleTable(installedConfig("S", 1, 0, 0, false, 2, 1)).empty());
 }
 
 TEST(PathToConfigFile, SendsTheNameInA2303ByteBlockAndReadsTheWideText)
@@ -89,5 +87,4 @@ TEST(PathToConfigFile, AnswerOneMeansNoPath)
     // Any other answer still yields what the host wrote.
     products.host.resultFor[HostMsg::PathToConfigFile] = 2;
     EXPECT_EQ(CInstalledProducts().GetPathToConfigFile("Stock"), "/path");
-    EXPECT_EQ(CInstalledProducts(nullptr, nullptr).GetPathToConfigFile("Stock"), "");
 }

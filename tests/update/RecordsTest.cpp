@@ -132,15 +132,13 @@ TEST(FileToDl, ExistModuleMarksAStoredRecordWithAnotherStateAsChanged)
     CFileToDl set;
     set.addToStuct(record("a", "1", "", 0));
     set.addToStuct(record("b", "1", "", 4));
-
     EXPECT_EQ(set.existModule(record("a", "1", "", 0)), 0);
-    dlModule out = emptyDlModule();
-    set.getModuleInfo(0, out);
-    EXPECT_EQ(out.state, 0) << "same state: left alone";
-
     EXPECT_EQ(set.existModule(record("b", "1", "", 1)), 1);
-    set.getModuleInfo(1, out);
-    EXPECT_EQ(out.state, 2) << "another state: marked 2, not copied from the argument";
+    dlModule a = emptyDlModule(), b = emptyDlModule();
+    set.getModuleInfo(0, a);
+    set.getModuleInfo(1, b);
+    EXPECT_EQ(a.state, 0) << "same state: left alone";
+    EXPECT_EQ(b.state, 2) << "another state: marked 2, not copied from the argument";
 }
 
 TEST(FileToDl, DelToStuctRemovesTheFirstMatchOrElseTheFirstRecord)
