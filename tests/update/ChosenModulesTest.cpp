@@ -109,27 +109,26 @@ protected:
 
 }  // namespace
 
-TEST_F(ChosenModules, NewVersionDeletesTheStalePartialFile)
+TEST_F(ChosenModules, AnotherVersionOrExtraDeletesTheStalePartialFile)
 {
-    recordRun({chosenRecord("a.so", "1.0.0", "x", 2)});
-    refreshChosenModules(freshList("a.so,1.1.0,x,0,/desc/a.txt,/new/a.gz,new title,2048\n"), chosen,
-                         *store);
+    recordRun({chosenRecord("a.so", "1.0.0", "x", 2), chosenRecord("b.so", "1.0.0", "x", 1),
+               chosenRecord("c.so", "1.0.0", "x", 1, false)});
+    refreshChosenModules(freshList("a.so,1.1.0,x,0,/desc/a.txt,/new/a.gz,new title,2048\n"
+                                   "b.so,1.0.0,y,0,/d,/f,T,1\n"
+                                   "c.so,2.0.0,x,0,/d,/f,T,1\n"),
+                         chosen, *store);
 
     EXPECT_FALSE(QFile::exists(local("a.so")));
-    // The fresh record with no local file; the chosen record's state is kept.
+    EXPECT_FALSE(QFile::exists(local("b.so")));
+    // The fresh records with no local file and the chosen records' states; a
+    // stale record whose file was already gone keeps its path.
     EXPECT_EQ(fields(chosenAt(0)), "a.so|1.1.0|x|0|/new/a.gz|/desc/a.txt|||new title|2.0 Mb|2");
-    // The stored run names the old version, which the fresh record does not match.
-    EXPECT_EQ(storedInStateOne(), std::vector<QByteArray>{"a.so|1.0.0|x||/old/a.so.gz||"
-                                                          + local("a.so").toLocal8Bit()
-                                                          + "||old title||2"});
-}
-
-TEST_F(ChosenModules, OtherVersionExtraAloneMakesTheFileStale)
-{
-    recordRun({chosenRecord("a.so", "1.0.0", "x", 1)});
-    refreshChosenModules(freshList("a.so,1.0.0,y,0,/d,/f,T,1\n"), chosen, *store);
-    EXPECT_FALSE(QFile::exists(local("a.so")));
-    EXPECT_EQ(fields(chosenAt(0)), "a.so|1.0.0|y|0|/f|/d|||T|1 kb|1");
+    EXPECT_EQ(fields(chosenAt(1)), "b.so|1.0.0|y|0|/f|/d|||T|1 kb|1");
+    EXPECT_EQ(fields(chosenAt(2)), "c.so|2.0.0|x|0|/f|/d|" + local("c.so").toLocal8Bit() + "||T|1 kb|1");
+    // The stored run names the old versions, which the fresh records do not match.
+    const std::vector<QByteArray> stored = storedInStateOne();
+    ASSERT_EQ(stored.size(), 3u);
+    EXPECT_EQ(stored[0], "a.so|1.0.0|x||/old/a.so.gz||" + local("a.so").toLocal8Bit() + "||old title||2");
 }
 
 TEST_F(ChosenModules, SameVersionKeepsTheFileAndRewritesTheStoredRecord)
@@ -146,13 +145,6 @@ TEST_F(ChosenModules, SameVersionKeepsTheFileAndRewritesTheStoredRecord)
     EXPECT_EQ(fields(chosenAt(0)), fresh);
     // Stored again as still to be fetched, with the fresh fields.
     EXPECT_EQ(storedInStateOne(), std::vector<QByteArray>{fresh});
-}
-
-TEST_F(ChosenModules, StaleRecordWithoutLocalFileKeepsItsPath)
-{
-    recordRun({chosenRecord("a.so", "1.0.0", "x", 1, false)});
-    refreshChosenModules(freshList("a.so,2.0.0,x,0,/d,/f,T,1\n"), chosen, *store);
-    EXPECT_EQ(fields(chosenAt(0)), "a.so|2.0.0|x|0|/f|/d|" + local("a.so").toLocal8Bit() + "||T|1 kb|1");
 }
 
 TEST_F(ChosenModules, OnlyTheFirstFreshRecordOfANameCountsAndAbsentOnesStay)
