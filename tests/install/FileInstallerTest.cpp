@@ -124,11 +124,3 @@ TEST_F(Installer, NoBackupNoReplacement)
     ASSERT_TRUE(writeFile(src + "/fresh.so", "fresh"));
     EXPECT_EQ(0, blocked.install(src + "/fresh.so", dest, false));
 }
-
-TEST_F(Installer, AConfigurationCopyMakesItsFolder)
-{
-    ASSERT_TRUE(writeFile(src + "/Main.ini", "[Main]"));
-    const QString config = root.filePath("copies/Config");
-    ASSERT_EQ(0, installer.install(src + "/Main.ini", config, true));
-    EXPECT_EQ(QByteArray("[Main]"), fileContent(config + "/Main.ini"));
-}
