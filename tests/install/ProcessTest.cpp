@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <QFile>
-#include <QMetaMethod>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
@@ -206,15 +205,4 @@ TEST(VmProcess, DestroyingTheObjectLeavesTheChildRunning)
     EXPECT_TRUE(IsProcessRunning(pid));
     ::kill(pid, SIGKILL);
     reap(pid);
-}
-
-TEST(VmProcess, OffersKillThenTerminateAsSlots)
-{
-    const QMetaObject& meta = CVmProcess::staticMetaObject;
-    const int killSlot = meta.indexOfSlot("kill()");
-    const int terminateSlot = meta.indexOfSlot("terminate()");
-    ASSERT_GE(killSlot, 0);
-    ASSERT_GE(terminateSlot, 0);
-    EXPECT_LT(killSlot, terminateSlot);
-    EXPECT_EQ(QMetaMethod::Slot, meta.method(killSlot).methodType());
 }
