@@ -3,6 +3,7 @@
 // text task's file.
 #include <stdexcept>
 
+#include <QPointer>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
@@ -10,6 +11,7 @@
 #include "module/HostMessages.h"
 #include "support/FaultServer.h"
 #include "support/FileHelpers.h"
+#include "support/RealServers.h"
 #include "support/WaitFor.h"
 #include "tests/support/TestHost.h"
 #include "transfer/DownloadFileText.h"
@@ -121,12 +123,8 @@ TEST_F(DownloadManagerTest, FailedAttemptIsRetriedWithTheContinuationRangeAndFin
     // 0x141 bytes promised, 0x41 sent: the continuation's Range is made of
     // the low bytes of the received and total counts: "A-A".
     const QByteArray body = patternBytes(0x141, 9);
-    ScriptedReply dropped;
-    dropped.bytes = "HTTP/1.1 200 OK\r\nContent-Length: 321\r\n\r\n" + body.left(0x41);
-    ScriptedReply rest;
-    rest.bytes = "HTTP/1.1 206 Partial Content\r\nContent-Length: " + QByteArray::number(0x100)
-        + "\r\n\r\n" + body.mid(0x41);
-    FaultServer server({dropped, rest});
+    FaultServer server({{"HTTP/1.1 200 OK\r\nContent-Length: 321\r\n\r\n" + body.left(0x41)},
+                        {"HTTP/1.1 206 Partial Content\r\nContent-Length: 256\r\n\r\n" + body.mid(0x41)}});
     CDownloadManager manager;
     Recorder rec(manager);
     const QString url = urlOn(server, "/r.bin");
@@ -151,15 +149,9 @@ TEST_F(DownloadManagerTest, FailedAttemptIsRetriedWithTheContinuationRangeAndFin
 
 TEST_F(DownloadManagerTest, RefusedDownloadKeepsRetryingUntilCleared)
 {
-    quint16 port;
-    {
-        QTcpServer probe;
-        probe.listen(QHostAddress::LocalHost, 0);
-        port = probe.serverPort();
-    }
     CDownloadManager manager;
     Recorder rec(manager);
-    const QString url = QStringLiteral("http://127.0.0.1:%1/x").arg(port);
+    const QString url = QStringLiteral("http://127.0.0.1:%1/x").arg(freeLoopbackPort());
     manager.Download(url, false, false);
     ASSERT_TRUE(waitFor([&] { return rec.errors.size() >= 3; }));
     manager.ClearUrl(url);
@@ -170,18 +162,6 @@ TEST_F(DownloadManagerTest, RefusedDownloadKeepsRetryingUntilCleared)
     EXPECT_THROW(manager.GetData(url), std::out_of_range);
 }
 
-TEST_F(DownloadManagerTest, CookiesAreKeptPerUrl)
-{
-    FaultServer server({okReply("c")});
-    CDownloadManager manager;
-    Recorder rec(manager);
-    const QString url = urlOn(server, "/c");
-    manager.Download(url, false, true);
-    manager.SetCookie(url, QStringLiteral("session"), QStringLiteral("42"));
-    EXPECT_EQ(QStringLiteral("session=42"), manager.GetCookie(url));
-    ASSERT_TRUE(waitFor([&] { return !rec.finished.isEmpty(); }));
-}
-
 TEST_F(DownloadManagerTest, TextTasksReactToTheirOwnUrlAndAppend)
 {
     FaultServer one({okReply(QByteArray("first\0hidden", 12))});
@@ -189,7 +169,7 @@ TEST_F(DownloadManagerTest, TextTasksReactToTheirOwnUrlAndAppend)
     QTemporaryDir dir;
     const QString pathOne = dir.filePath(QStringLiteral("one.txt"));
     const QString pathTwo = dir.filePath(QStringLiteral("two.txt"));
-    writeFile(pathOne, "old:");
+    writeText(pathOne, "old:");
     CDownloadManager manager;
     Recorder rec(manager);
 

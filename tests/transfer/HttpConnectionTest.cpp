@@ -1,45 +1,15 @@
 // The HTTP connection against a scripted loopback server: the exact bytes it
 // sends, and what it makes of well-formed and broken replies.
 #include <QBuffer>
-#include <QTcpServer>
 #include <gtest/gtest.h>
 
 #include "support/FaultServer.h"
+#include "support/FileHelpers.h"
+#include "support/RealServers.h"
 #include "support/WaitFor.h"
 #include "transfer/HttpConnection.h"
 
 namespace {
-
-struct Outcome {
-    int doneCount = 0;
-    bool doneError = false;
-    int error = -1;
-    int status = 0;
-    QByteArray body;
-};
-
-// Runs one GET against the server on the given port and waits for done().
-Outcome runRequest(quint16 port, const CHttpRequestHeader& header)
-{
-    Outcome outcome;
-    QBuffer buffer;
-    buffer.open(QIODevice::WriteOnly);
-    CHttpConnection connection;
-    QObject::connect(&connection, &CHttpConnection::responseHeaderReceived,
-                     [&](const CHttpResponseHeader& h) { outcome.status = h.statusCode(); });
-    QObject::connect(&connection, &CHttpConnection::done, [&](bool error) {
-        ++outcome.doneCount;
-        outcome.doneError = error;
-        outcome.error = connection.error();
-    });
-    connection.setHost(QStringLiteral("127.0.0.1"), port);
-    connection.request(header, QByteArray(), &buffer);
-    waitFor([&] { return outcome.doneCount > 0; });
-    // A second done() would arrive from the loop now, if ever.
-    waitFor([] { return false; }, 50);
-    outcome.body = buffer.data();
-    return outcome;
-}
 
 CHttpRequestHeader plainGet()
 {
@@ -47,6 +17,52 @@ CHttpRequestHeader plainGet()
     header.setValue(QStringLiteral("Host"), QStringLiteral("127.0.0.1"));
     return header;
 }
+
+// One request on a fresh connection, with everything it signals recorded.
+struct Exchange {
+    CHttpConnection connection;
+    QBuffer device;
+    int done = 0;
+    bool doneError = false;
+    int status = 0;  // seen in responseHeaderReceived
+    int progressCalls = 0;
+    bool deviceMatchesProgress = true;
+    int lastTotal = 0;
+    int readyReads = 0;
+
+    Exchange()
+    {
+        device.open(QIODevice::WriteOnly);
+        QObject::connect(&connection, &CHttpConnection::responseHeaderReceived,
+                         [this](const CHttpResponseHeader& h) { status = h.statusCode(); });
+        QObject::connect(&connection, &CHttpConnection::done, [this](bool error) {
+            ++done;
+            doneError = error;
+        });
+        QObject::connect(&connection, &CHttpConnection::dataReadProgress, [this](int read, int total) {
+            ++progressCalls;
+            deviceMatchesProgress = deviceMatchesProgress && device.size() == read;
+            lastTotal = total;
+        });
+        QObject::connect(&connection, &CHttpConnection::readyRead,
+                         [this](const CHttpResponseHeader&) { ++readyReads; });
+    }
+
+    void start(quint16 port, const CHttpRequestHeader& header = plainGet(), bool toDevice = true,
+               const QString& host = QStringLiteral("127.0.0.1"))
+    {
+        connection.setHost(host, port);
+        connection.request(header, QByteArray(), toDevice ? &device : nullptr);
+    }
+
+    // Waits for done(), then a little longer: a second done() would arrive
+    // from the loop by then, if ever.
+    void finish()
+    {
+        waitFor([this] { return done > 0; });
+        waitFor([] { return false; }, 50);
+    }
+};
 
 }  // namespace
 
@@ -62,188 +78,168 @@ TEST(HttpConnection, SendsExactlyTheGivenHeaderInOrder)
     // Setting a field again keeps its place.
     header.setValue(QStringLiteral("accept"), QStringLiteral("text/plain"));
 
-    const Outcome outcome = runRequest(server.port(), header);
+    Exchange exchange;
+    exchange.start(server.port(), header);
+    exchange.finish();
 
-    ASSERT_EQ(1, server.requests.size());
-    EXPECT_EQ(QByteArray("GET http://127.0.0.1/a/b.txt?x=1 HTTP/1.1\r\n"
-                         "User-Agent: DownloadHttp1.0.0 (1.0.0)\r\n"
-                         "Accept: text/plain\r\n"
-                         "Accept-Encodinlg: \r\n"
-                         "Range: bytes\r\n"
-                         "Host: 127.0.0.1\r\n\r\n"),
-              server.requests[0]);
-    EXPECT_EQ(1, outcome.doneCount);
-    EXPECT_FALSE(outcome.doneError);
-    EXPECT_EQ(QByteArray("x"), outcome.body);
+    EXPECT_EQ(QVector<QByteArray>{"GET http://127.0.0.1/a/b.txt?x=1 HTTP/1.1\r\n"
+                                  "User-Agent: DownloadHttp1.0.0 (1.0.0)\r\n"
+                                  "Accept: text/plain\r\n"
+                                  "Accept-Encodinlg: \r\n"
+                                  "Range: bytes\r\n"
+                                  "Host: 127.0.0.1\r\n\r\n"},
+              server.requests);
+    EXPECT_EQ(1, exchange.done);
+    EXPECT_FALSE(exchange.doneError);
+    EXPECT_EQ(QByteArray("x"), exchange.device.data());
 }
 
-struct FaultCase {
+namespace {
+
+// The body every well-formed reply of the table carries.
+const QByteArray kBody = "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ";
+
+// The body in three chunks, with an extension and a trailer.
+QByteArray chunkedReply()
+{
+    return "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n"
+           "a;name=value\r\n" + kBody.left(10) + "\r\n"
+           "1A\r\n" + kBody.mid(10, 26) + "\r\n"
+           + QByteArray::number(kBody.size() - 36, 16) + "\r\n" + kBody.mid(36) + "\r\n"
+           "0\r\nX-Trailer: yes\r\n\r\n";
+}
+
+QByteArray tenThousandHeaders()
+{
+    QByteArray bytes = "HTTP/1.1 200 OK\r\n";
+    for (int i = 0; i < 10000; ++i)
+        bytes += "X-H" + QByteArray::number(i) + ": v\r\n";
+    return bytes + "Content-Length: 3\r\n\r\nabc";
+}
+
+struct ReplyCase {
     const char* name;
-    Fault fault;
+    ScriptedReply reply;
     int error;
     int status;       // status seen in responseHeaderReceived, 0 for none
     QByteArray body;  // what reached the device
 };
 
-class HttpConnectionFaults : public ::testing::TestWithParam<FaultCase> {};
+}  // namespace
 
-TEST_P(HttpConnectionFaults, EndsWithTheRightErrorAndBody)
+class HttpConnectionReplies : public ::testing::TestWithParam<ReplyCase> {};
+
+TEST_P(HttpConnectionReplies, EndOnceWithTheRightErrorAndBody)
 {
-    const FaultCase& c = GetParam();
-    FaultServer server({faultReply(c.fault)});
-    const Outcome outcome = runRequest(server.port(), plainGet());
-    EXPECT_EQ(1, outcome.doneCount);
-    EXPECT_EQ(c.error, outcome.error);
-    EXPECT_EQ(c.error != CHttpConnection::NoError, outcome.doneError);
-    EXPECT_EQ(c.status, outcome.status);
-    EXPECT_EQ(c.body, outcome.body);
+    const ReplyCase& c = GetParam();
+    FaultServer server({c.reply});
+    Exchange exchange;
+    exchange.start(server.port());
+    exchange.finish();
+    EXPECT_EQ(1, exchange.done);
+    EXPECT_EQ(c.error, exchange.connection.error());
+    EXPECT_EQ(c.error != CHttpConnection::NoError, exchange.doneError);
+    EXPECT_EQ(c.status, exchange.status);
+    EXPECT_EQ(c.body, exchange.device.data());
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    BrokenReplies, HttpConnectionFaults,
+    WellFormedAndBroken, HttpConnectionReplies,
     ::testing::Values(
-        FaultCase{"DropMidBody", Fault::DropMidBody, CHttpConnection::WrongContentLength, 200,
-                  faultBody().left(40)},
-        FaultCase{"NoContentLength", Fault::NoContentLength, CHttpConnection::NoError, 200,
-                  faultBody()},
-        FaultCase{"NotFound", Fault::NotFound, CHttpConnection::NoError, 404,
+        ReplyCase{"DropMidBody", {"HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n" + kBody.left(40)},
+                  CHttpConnection::WrongContentLength, 200, kBody.left(40)},
+        ReplyCase{"NoContentLength", {"HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n" + kBody},
+                  CHttpConnection::NoError, 200, kBody},
+        ReplyCase{"NotFound", okReply("<html>not found</html>", 404), CHttpConnection::NoError, 404,
                   "<html>not found</html>"},
-        FaultCase{"InvalidStatusLine", Fault::InvalidStatusLine,
+        ReplyCase{"ProxyAuthentication", okReply("auth page", 407),
+                  CHttpConnection::ProxyAuthenticationRequiredError, 407, "auth page"},
+        ReplyCase{"Authentication", okReply("login", 401), CHttpConnection::AuthenticationRequiredError,
+                  401, "login"},
+        ReplyCase{"InvalidStatusLine", {"HTTQ/1.1 2x0 OK\r\nContent-Length: 5\r\n\r\nhello"},
                   CHttpConnection::InvalidResponseHeader, 0, ""},
-        FaultCase{"Chunked", Fault::Chunked, CHttpConnection::NoError, 200, faultBody()},
-        FaultCase{"NegativeLength", Fault::NegativeLength, CHttpConnection::WrongContentLength, 0,
-                  ""},
-        FaultCase{"NonNumericLength", Fault::NonNumericLength,
+        ReplyCase{"Chunked", {chunkedReply()}, CHttpConnection::NoError, 200, kBody},
+        ReplyCase{"NegativeLength", {"HTTP/1.1 200 OK\r\nContent-Length: -5\r\n\r\n" + kBody},
                   CHttpConnection::WrongContentLength, 0, ""},
-        FaultCase{"OverflowingChunk", Fault::OverflowingChunk,
+        ReplyCase{"NonNumericLength", {"HTTP/1.1 200 OK\r\nContent-Length: 12ab\r\n\r\n" + kBody},
+                  CHttpConnection::WrongContentLength, 0, ""},
+        ReplyCase{"OverflowingChunk",
+                  {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nfffffffffffffffffff1\r\nabc"},
                   CHttpConnection::InvalidResponseHeader, 200, ""},
-        FaultCase{"BodyLongerThanLength", Fault::BodyLongerThanLength,
-                  CHttpConnection::WrongContentLength, 200, faultBody().left(10)},
-        FaultCase{"HugeHeaderLine", Fault::HugeHeaderLine, CHttpConnection::InvalidResponseHeader,
-                  0, ""},
-        FaultCase{"TenThousandHeaders", Fault::TenThousandHeaders,
+        // Kept open, so that only the length can end the body.
+        ReplyCase{"BodyLongerThanLength", {"HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n" + kBody, false},
+                  CHttpConnection::WrongContentLength, 200, kBody.left(10)},
+        ReplyCase{"HugeHeaderLine",
+                  {"HTTP/1.1 200 OK\r\nX-Big: " + QByteArray(1024 * 1024, 'x')
+                   + "\r\nContent-Length: 3\r\n\r\nabc"},
                   CHttpConnection::InvalidResponseHeader, 0, ""},
-        FaultCase{"CloseBeforeAnswer", Fault::CloseBeforeAnswer,
-                  CHttpConnection::UnexpectedClose, 0, ""}),
-    [](const ::testing::TestParamInfo<FaultCase>& info) { return std::string(info.param.name); });
+        ReplyCase{"TenThousandHeaders", {tenThousandHeaders()}, CHttpConnection::InvalidResponseHeader,
+                  0, ""},
+        ReplyCase{"CloseBeforeAnswer", {""}, CHttpConnection::UnexpectedClose, 0, ""}),
+    [](const ::testing::TestParamInfo<ReplyCase>& info) { return std::string(info.param.name); });
 
-TEST(HttpConnection, ReportsAuthenticationAnswersAsTheirErrors)
+TEST(HttpConnection, UnreachableServersAreNamed)
 {
-    FaultServer proxy({okReply("auth page", 407)});
-    const Outcome viaProxy = runRequest(proxy.port(), plainGet());
-    EXPECT_EQ(CHttpConnection::ProxyAuthenticationRequiredError, viaProxy.error);
-    EXPECT_EQ(QByteArray("auth page"), viaProxy.body);
+    Exchange refused;
+    refused.start(freeLoopbackPort());
+    refused.finish();
+    EXPECT_EQ(1, refused.done);
+    EXPECT_EQ(CHttpConnection::ConnectionRefused, refused.connection.error());
 
-    FaultServer server({okReply("login", 401)});
-    EXPECT_EQ(CHttpConnection::AuthenticationRequiredError, runRequest(server.port(), plainGet()).error);
-}
-
-TEST(HttpConnection, RefusedConnectionIsReported)
-{
-    quint16 closedPort;
-    {
-        QTcpServer probe;
-        ASSERT_TRUE(probe.listen(QHostAddress::LocalHost, 0));
-        closedPort = probe.serverPort();
-    }
-    const Outcome outcome = runRequest(closedPort, plainGet());
-    EXPECT_EQ(1, outcome.doneCount);
-    EXPECT_EQ(CHttpConnection::ConnectionRefused, outcome.error);
-}
-
-TEST(HttpConnection, InvalidHostNameIsNotFound)
-{
     // Refused by Qt's own name check: no lookup leaves the machine.
-    CHttpConnection connection;
-    int done = 0;
-    QObject::connect(&connection, &CHttpConnection::done, [&](bool) { ++done; });
-    connection.setHost(QStringLiteral("bad..name"), 80);
-    connection.request(plainGet());
-    waitFor([&] { return done > 0; });
-    EXPECT_EQ(CHttpConnection::HostNotFound, connection.error());
+    Exchange badName;
+    badName.start(80, plainGet(), true, QStringLiteral("bad..name"));
+    badName.finish();
+    EXPECT_EQ(CHttpConnection::HostNotFound, badName.connection.error());
 }
 
 TEST(HttpConnection, AbortWhileTheServerNeverAnswersEndsOnceWithAborted)
 {
-    FaultServer server({faultReply(Fault::NeverAnswers)});
-    CHttpConnection connection;
-    int done = 0;
-    bool doneError = false;
-    QObject::connect(&connection, &CHttpConnection::done, [&](bool error) {
-        ++done;
-        doneError = error;
-    });
-    connection.setHost(QStringLiteral("127.0.0.1"), server.port());
-    connection.request(plainGet());
+    FaultServer server({silentReply()});
+    Exchange exchange;
+    exchange.start(server.port());
     ASSERT_TRUE(waitFor([&] { return server.requests.size() == 1; }));
-    EXPECT_EQ(0, done);
-    connection.abort();
-    connection.abort();
-    waitFor([&] { return done > 0; });
-    waitFor([] { return false; }, 50);
-    EXPECT_EQ(1, done);
-    EXPECT_TRUE(doneError);
-    EXPECT_EQ(CHttpConnection::Aborted, connection.error());
+    EXPECT_EQ(0, exchange.done);
+    exchange.connection.abort();
+    exchange.connection.abort();
+    exchange.finish();
+    EXPECT_EQ(1, exchange.done);
+    EXPECT_TRUE(exchange.doneError);
+    EXPECT_EQ(CHttpConnection::Aborted, exchange.connection.error());
 }
 
 TEST(HttpConnection, AbortFromTheHeaderSignalWritesNoBody)
 {
     FaultServer server({okReply(QByteArray(5000, 'b'))});
-    CHttpConnection connection;
-    QBuffer buffer;
-    buffer.open(QIODevice::WriteOnly);
-    int done = 0;
-    QObject::connect(&connection, &CHttpConnection::responseHeaderReceived,
-                     [&](const CHttpResponseHeader&) { connection.abort(); });
-    QObject::connect(&connection, &CHttpConnection::done, [&](bool) { ++done; });
-    connection.setHost(QStringLiteral("127.0.0.1"), server.port());
-    connection.request(plainGet(), QByteArray(), &buffer);
-    waitFor([&] { return done > 0; });
-    EXPECT_EQ(CHttpConnection::Aborted, connection.error());
-    EXPECT_EQ(0, buffer.size());
+    Exchange exchange;
+    QObject::connect(&exchange.connection, &CHttpConnection::responseHeaderReceived,
+                     [&](const CHttpResponseHeader&) { exchange.connection.abort(); });
+    exchange.start(server.port());
+    exchange.finish();
+    EXPECT_EQ(CHttpConnection::Aborted, exchange.connection.error());
+    EXPECT_EQ(0, exchange.device.size());
 }
 
 TEST(HttpConnection, BodyReachesTheDeviceAsItArrives)
 {
-    QByteArray body(3 * 1024 * 1024, '\0');
-    for (int i = 0; i < body.size(); ++i)
-        body[i] = char(i * 7 + (i >> 11));
+    const QByteArray body = patternBytes(3 * 1024 * 1024);
     FaultServer server({okReply(body)});
-    CHttpConnection connection;
-    QBuffer buffer;
-    buffer.open(QIODevice::WriteOnly);
-    int progressCalls = 0;
-    bool deviceMatchesProgress = true;
-    int lastTotal = 0;
-    bool finished = false;
-    QObject::connect(&connection, &CHttpConnection::dataReadProgress, [&](int done, int total) {
-        ++progressCalls;
-        deviceMatchesProgress = deviceMatchesProgress && buffer.size() == done;
-        lastTotal = total;
-    });
-    QObject::connect(&connection, &CHttpConnection::done, [&](bool) { finished = true; });
-    connection.setHost(QStringLiteral("127.0.0.1"), server.port());
-    connection.request(plainGet(), QByteArray(), &buffer);
-    waitFor([&] { return finished; });
-    EXPECT_EQ(CHttpConnection::NoError, connection.error());
-    EXPECT_GT(progressCalls, 1);
-    EXPECT_TRUE(deviceMatchesProgress);
-    EXPECT_EQ(body.size(), lastTotal);
-    EXPECT_TRUE(buffer.data() == body);
+    Exchange exchange;
+    exchange.start(server.port());
+    exchange.finish();
+    EXPECT_EQ(CHttpConnection::NoError, exchange.connection.error());
+    EXPECT_GT(exchange.progressCalls, 1);
+    EXPECT_TRUE(exchange.deviceMatchesProgress);
+    EXPECT_EQ(body.size(), exchange.lastTotal);
+    EXPECT_TRUE(exchange.device.data() == body);
 }
 
 TEST(HttpConnection, WithoutDeviceTheBodyIsKeptForReadAll)
 {
-    FaultServer server({faultReply(Fault::Chunked)});
-    CHttpConnection connection;
-    bool finished = false;
-    int readyReads = 0;
-    QObject::connect(&connection, &CHttpConnection::readyRead,
-                     [&](const CHttpResponseHeader&) { ++readyReads; });
-    QObject::connect(&connection, &CHttpConnection::done, [&](bool) { finished = true; });
-    connection.setHost(QStringLiteral("127.0.0.1"), server.port());
-    connection.request(plainGet());
-    waitFor([&] { return finished; });
-    EXPECT_GT(readyReads, 0);
-    EXPECT_EQ(faultBody(), connection.readAll());
+    FaultServer server({{chunkedReply()}});
+    Exchange exchange;
+    exchange.start(server.port(), plainGet(), false);
+    exchange.finish();
+    EXPECT_GT(exchange.readyReads, 0);
+    EXPECT_EQ(kBody, exchange.connection.readAll());
 }

@@ -15,7 +15,7 @@ inline QByteArray patternBytes(int size, unsigned seed = 1)
     return bytes;
 }
 
-inline void writeFile(const QString& path, const QByteArray& bytes)
+inline void writeText(const QString& path, const QByteArray& bytes)
 {
     QFile file(path);
     file.open(QIODevice::WriteOnly | QIODevice::Truncate);
