@@ -3,8 +3,6 @@
 #include <ostream>
 #include <vector>
 
-#include <QDir>
-#include <QTemporaryDir>
 #include <gtest/gtest.h>
 
 #include "host/app/HostOptions.h"
@@ -21,6 +19,7 @@ TEST(HostProfileTest, ReadsEveryFieldAndResolvesRelativePaths)
         "workFolder": "user",
         "languages": [{"name": "English"}, {"name": "Deutsch", "current": true}],
         "proxy": {"state": 2, "host": "px", "port": 8080, "user": "u", "password": "p"},
+        "online": false,
         "configurations": [{"name": "left for a later host"}]
     })", QStringLiteral("/base/profile")))
         << qPrintable(profile.errorString());
@@ -40,6 +39,7 @@ TEST(HostProfileTest, ReadsEveryFieldAndResolvesRelativePaths)
     EXPECT_EQ(profile.proxy().port, 8080);
     EXPECT_EQ(profile.proxy().user, QStringLiteral("u"));
     EXPECT_EQ(profile.proxy().password, QStringLiteral("p"));
+    EXPECT_FALSE(profile.online());
 }
 
 TEST(HostProfileTest, AnEmptyObjectIsAProfileWithoutAnything)
@@ -51,16 +51,6 @@ TEST(HostProfileTest, AnEmptyObjectIsAProfileWithoutAnything)
     EXPECT_TRUE(profile.languages().isEmpty());
     EXPECT_EQ(profile.proxy().port, 0);
     EXPECT_TRUE(profile.online());
-}
-
-TEST(HostProfileTest, TheConnectionStateIsABoolean)
-{
-    HostProfile profile;
-    ASSERT_TRUE(profile.parse(R"({"online": false})", QStringLiteral("/base")));
-    EXPECT_FALSE(profile.online());
-    EXPECT_FALSE(profile.parse(R"({"online": 0})", QStringLiteral("/base")));
-    EXPECT_TRUE(profile.errorString().contains(QStringLiteral("\"online\"")))
-        << qPrintable(profile.errorString());
 }
 
 struct BrokenProfile {
@@ -107,18 +97,9 @@ INSTANTIATE_TEST_SUITE_P(
         BrokenProfile{"PortNotWhole", R"({"folders": {"2": "a"}, "proxy": {"port": 80.5}})",
                       "\"port\""},
         BrokenProfile{"WorkFolderNotAString", R"({"folders": {"2": "a"}, "workFolder": []})",
-                      "\"workFolder\""}),
+                      "\"workFolder\""},
+        BrokenProfile{"OnlineNotABoolean", R"({"folders": {"2": "a"}, "online": 0})", "\"online\""}),
     [](const ::testing::TestParamInfo<BrokenProfile>& info) { return info.param.name; });
-
-TEST(HostProfileTest, LoadNamesTheFileItCannotRead)
-{
-    QTemporaryDir dir;
-    const QString missing = dir.filePath(QStringLiteral("missing.json"));
-    HostProfile profile;
-    EXPECT_FALSE(profile.load(missing));
-    EXPECT_TRUE(profile.errorString().startsWith(missing + QStringLiteral(": ")))
-        << qPrintable(profile.errorString());
-}
 
 bool parseOptions(HostOptions& options, std::vector<const char*> arguments)
 {

@@ -4,37 +4,14 @@
 // scripts that are wrong. Every assertion is about what the program prints or
 // leaves on disk.
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <QImage>
-#include <QProcess>
 #include <QTemporaryDir>
-#include <QUrl>
 #include <gtest/gtest.h>
 
-#include "transfer/support/RealServers.h"
+#include "ModuleHostRun.h"
 
 namespace {
-
-struct ScriptRun {
-    int exitCode = -1;
-    QString out;
-    QString err;
-};
-
-QByteArray patternBytes(int size, char seed)
-{
-    QByteArray bytes(size, '\0');
-    for (int i = 0; i < size; ++i)
-        bytes[i] = char(seed + (qint64(i) * 7919) % 251);
-    return bytes;
-}
-
-QByteArray fileBytes(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
-}
 
 // The lines a command printed: those after its "> command" echo up to the
 // next echo.
@@ -133,10 +110,9 @@ protected:
         return path;
     }
 
-    // Runs the host on the script to its end: the host's own time limit ends
-    // a run that hangs.
-    ScriptRun run(const QByteArray& script, bool online = true, const QStringList& extra = {},
-                  const QByteArray& input = QByteArray())
+    // Runs the host on the script to its end.
+    HostRun run(const QByteArray& script, bool online = true, const QStringList& extra = {},
+                const QByteArray& input = QByteArray())
     {
         const QString scriptPath = dir.filePath(QStringLiteral("script.txt"));
         writeText(scriptPath, script);
@@ -146,38 +122,15 @@ protected:
         if (!extra.contains(QStringLiteral("--script")))
             arguments << QStringLiteral("--script") << scriptPath;
         arguments << writeProfile(online);
-        QProcess process;
-        // These runs are about fetching: whatever the machine has installed,
-        // the installation that follows finds no updater and says so.
+        // These runs are about the script and the window: whatever the
+        // machine has installed, the installation that follows finds no
+        // updater and says so.
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(QStringLiteral("VELMORA_UPDATER"),
-                           dir.filePath(QStringLiteral("no-updater")));
-        process.setProcessEnvironment(environment);
-        process.start(QStringLiteral(DM_MODULE_HOST), arguments);
-        process.write(input);
-        process.closeWriteChannel();
-        ScriptRun result;
-        if (!process.waitForFinished(-1) || process.exitStatus() != QProcess::NormalExit)
-            return result;
-        result.exitCode = process.exitCode();
-        result.out = QString::fromUtf8(process.readAllStandardOutput());
-        result.err = QString::fromUtf8(process.readAllStandardError());
-        return result;
+        environment.insert(QStringLiteral("VELMORA_UPDATER"), dir.filePath(QStringLiteral("no-updater")));
+        return runModuleHost(arguments, environment, input);
     }
 
-    QString hostLog() const { return QString::fromUtf8(fileBytes(dir.filePath("host.log"))); }
-
-    // Paths of the update files nginx was asked for, in order.
-    QStringList fileRequests() const
-    {
-        QStringList paths;
-        for (const QString& line : nginx->accessLog()) {
-            const QString path = QUrl(line.section(QLatin1Char('|'), 0, 0).section(' ', 1, 1)).path();
-            if (path.startsWith(QLatin1String("/files/")))
-                paths << path;
-        }
-        return paths;
-    }
+    QString hostLog() const { return QString::fromUtf8(readFile(dir.filePath("host.log"))); }
 
     QTemporaryDir dir;
     QString serverRoot;
@@ -185,14 +138,22 @@ protected:
     std::unique_ptr<NginxServer> nginx;
 };
 
-TEST_F(HostScriptTest, ManualRunFetchesExactlyTheTickedFiles)
+// A user's session, command by command: off-line the menu entry opens
+// nothing; on-line the window opens on the offered rows, two are ticked and
+// fetched, and what the window shows is printed. Which files such a run
+// fetches and installs is the whole-run tests' business.
+TEST_F(HostScriptTest, ASessionPrintsTheWindowTheTreeTheFilesAndTheState)
 {
     startNginx();
     const QString shot = dir.filePath(QStringLiteral("shots/updates.png"));
-    const ScriptRun result = run(
-        "# a user picks two updates and fetches them\n"
+    const HostRun result = run(
+        "# off-line first, then a user picks two updates and fetches them\n"
+        "menu\n"
+        "print window\n"
+        "online 1\n"
         "open\n"
         "wait-lists\n"
+        "print window\n"
         "print tree\n"
         "\n"
         "tick charts.so\n"
@@ -204,8 +165,17 @@ TEST_F(HostScriptTest, ManualRunFetchesExactlyTheTickedFiles)
         "print files " + downloadDir.toUtf8() + "\n"
         "print state\n"
         "screenshot " + shot.toUtf8() + "\n"
-        "quit\n");
-    ASSERT_EQ(result.exitCode, 0) << qPrintable(result.out + result.err);
+        "press close\n"
+        "print window\n"
+        "quit 3\n",
+        /*online=*/false);
+    // "quit" gives the host's exit code.
+    ASSERT_EQ(result.exitCode, 3) << qPrintable(result.out + result.err);
+    EXPECT_EQ(printedBy(result.out, QStringLiteral("menu")), QStringList());
+    const QStringList windows = result.out.split('\n').filter(QRegExp(QStringLiteral("^window: ")));
+    EXPECT_EQ(windows, QStringList({"window: hidden", "window: shown", "window: hidden"}))
+        << qPrintable(result.out);
+    EXPECT_TRUE(result.out.contains(QStringLiteral("module-host: code 3529 to the module")));
 
     // The offered rows: the newer configuration with its newer module, the
     // newer and the new module; news.so is installed at the offered version.
@@ -222,20 +192,14 @@ TEST_F(HostScriptTest, ManualRunFetchesExactlyTheTickedFiles)
     EXPECT_TRUE(hostLog().contains(QStringLiteral("Download complete: 2 file(s) ready to install")))
         << qPrintable(hostLog());
 
-    // Only the ticked files were fetched, and they arrived whole.
-    QStringList requested = fileRequests();
-    requested.removeDuplicates();
-    requested.sort();
-    EXPECT_EQ(requested, QStringList({"/files/charts.so.gz", "/files/orders.so.gz"}));
-    const QStringList listed =
-        printedBy(result.out, QStringLiteral("print files ") + downloadDir);
+    // The listing names the fetched files with their sizes on disk.
+    const QStringList listed = printedBy(result.out, QStringLiteral("print files ") + downloadDir);
     for (const char* name : {"charts.so.gz", "orders.so.gz"}) {
         const QStringList found = listed.filter(QString::fromLatin1(name));
         ASSERT_EQ(found.size(), 1) << name << ": " << qPrintable(listed.join('\n'));
-        const QString relative = found.first().section(QLatin1Char(' '), 0, 0);
-        EXPECT_EQ(fileBytes(downloadDir + '/' + relative),
-                  fileBytes(serverRoot + QStringLiteral("/files/") + name))
-            << name;
+        EXPECT_TRUE(found.first().endsWith(
+            QLatin1Char(' ') + QString::number(QFileInfo(serverRoot + QStringLiteral("/files/") + name).size())))
+            << qPrintable(found.first());
     }
     EXPECT_TRUE(listed.filter(QStringLiteral("news.so")).isEmpty());
 
@@ -251,56 +215,14 @@ TEST_F(HostScriptTest, ManualRunFetchesExactlyTheTickedFiles)
     EXPECT_EQ(image.size(), QSize(550, 420));
 }
 
-TEST_F(HostScriptTest, AFileMissingOnTheServerEndsInTheErrorBoxAnsweredYes)
-{
-    startNginx();
-    QFile::remove(serverRoot + QStringLiteral("/files/orders.so.gz"));
-    const ScriptRun result = run(
-        "answer yes\n"
-        "open\n"
-        "wait-lists\n"
-        "tick orders.so\n"
-        "press start\n"
-        "wait-box\n"
-        "print status\n"
-        "quit 3\n");
-    ASSERT_EQ(result.exitCode, 3) << qPrintable(result.out + result.err);
-
-    const QStringList boxes = result.out.split('\n').filter(QRegExp(QStringLiteral("^box: ")));
-    ASSERT_EQ(boxes.size(), 1) << qPrintable(result.out);
-    EXPECT_EQ(boxes.first(), QStringLiteral("box: Download error. | File(s) was not found on "
-                                            "download server.\\r\\nPlease contact to support."));
-    // The box came after the run had been tried again: the file was asked
-    // for more than once before the user was told.
-    EXPECT_GT(fileRequests().count(QStringLiteral("/files/orders.so.gz")), 1);
-    EXPECT_FALSE(hostLog().contains(QStringLiteral("Download complete")));
-    // Once the box is answered the run is over: the window is idle again,
-    // showing the lists as far as they are fetched again by then.
-    const QString status = printedBy(result.out, QStringLiteral("print status")).value(0);
-    EXPECT_TRUE(status == QStringLiteral("status: ")
-                || status == QStringLiteral("status: New modules not found"))
-        << qPrintable(status);
-}
-
-// The automatic mode, switched on in the state file with no delay: the
-// dialog object's timer starts a run without the window, the module asks its
-// question box, and the newer and the new files arrive.
+// The automatic mode, switched on in the state file with no delay and no
+// window: the dialog object's timer starts the run, the module asks its
+// question box, and the files arrive while the window stays hidden.
 TEST_F(HostScriptTest, AnAutomaticRunAsksItsQuestionAndFetchesWithoutTheWindow)
 {
     startNginx();
-    QDir().mkpath(downloadDir);
-    writeText(downloadDir + QStringLiteral("/download.rdd"),
-              "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-              "<parameters format=\"1\">\n"
-              "  <node name=\"ParametersDL\">\n"
-              "    <node name=\"ParamAutoDL\">\n"
-              "      <param name=\"AutoDownload\" value=\"1\"/>\n"
-              "      <param name=\"ShowWindow\" value=\"0\"/>\n"
-              "      <param name=\"DelayAutoStart\" value=\"0\"/>\n"
-              "    </node>\n"
-              "  </node>\n"
-              "</parameters>\n");
-    const ScriptRun result = run(
+    writeAutomaticStart(downloadDir, false);
+    const HostRun result = run(
         "answer yes\n"
         "wait-box\n"
         "wait-log Download complete\n"
@@ -308,46 +230,17 @@ TEST_F(HostScriptTest, AnAutomaticRunAsksItsQuestionAndFetchesWithoutTheWindow)
     ASSERT_EQ(result.exitCode, 0) << qPrintable(result.out + result.err);
 
     // The run goes on into installation, which has no updater program here.
-    EXPECT_EQ(result.out.split('\n').filter(QRegExp(QStringLiteral("^box: "))),
-              QStringList({QStringLiteral("box: Updates found | Download new version?"),
-                           QStringLiteral("box: Error | Update failed")}));
+    EXPECT_EQ(result.boxes(), QStringList({QStringLiteral("box: Updates found | Download new version?"),
+                                           QStringLiteral("box: Error | Update failed")}));
     EXPECT_TRUE(result.out.contains(QStringLiteral("window: hidden")));
     EXPECT_TRUE(hostLog().contains(QStringLiteral("Download complete: 3 file(s) ready to install")))
         << qPrintable(hostLog());
-    for (const char* name : {"charts.so.gz", "orders.so.gz", "quotes.so.gz"})
-        EXPECT_EQ(fileBytes(downloadDir + '/' + name),
-                  fileBytes(serverRoot + QStringLiteral("/files/") + name))
-            << name;
-    EXPECT_FALSE(QFile::exists(downloadDir + QStringLiteral("/news.so.gz")));
-}
-
-TEST_F(HostScriptTest, OffLineTheMenuEntryOpensNothingUntilTheHostGoesOnLine)
-{
-    startNginx();
-    const ScriptRun result = run(
-        "menu\n"
-        "print window\n"
-        "online 1\n"
-        "open\n"
-        "wait-lists\n"
-        "print window\n"
-        "print tree\n"
-        "press close\n"
-        "print window\n",
-        /*online=*/false);
-    ASSERT_EQ(result.exitCode, 0) << qPrintable(result.out + result.err);
-    EXPECT_EQ(printedBy(result.out, QStringLiteral("menu")), QStringList());
-    const QStringList lines = result.out.split('\n').filter(QRegExp(QStringLiteral("^window: ")));
-    EXPECT_EQ(lines, QStringList({"window: hidden", "window: shown", "window: hidden"}))
-        << qPrintable(result.out);
-    EXPECT_EQ(printedBy(result.out, QStringLiteral("print tree")), kOfferedTree);
-    EXPECT_TRUE(result.out.contains(QStringLiteral("module-host: code 3529 to the module")));
 }
 
 TEST_F(HostScriptTest, WrongScriptsStopNamingTheLine)
 {
     // Checked before the library is loaded.
-    ScriptRun result = run("open\n# fine so far\nfrobnicate now\n");
+    HostRun result = run("open\n# fine so far\nfrobnicate now\n");
     EXPECT_EQ(result.exitCode, 6);
     EXPECT_TRUE(result.err.contains(QStringLiteral("script line 3: unknown command: frobnicate now")))
         << qPrintable(result.err);
@@ -379,7 +272,7 @@ TEST_F(HostScriptTest, WrongScriptsStopNamingTheLine)
 
 TEST_F(HostScriptTest, AWaitThatNeverEndsRunsIntoTheTimeLimit)
 {
-    const ScriptRun result =
+    const HostRun result =
         run("sleep 10\nwait-log this line is never logged\nquit\n", true,
             {QStringLiteral("--script-timeout"), QStringLiteral("1")});
     EXPECT_EQ(result.exitCode, 5);

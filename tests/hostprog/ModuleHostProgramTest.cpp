@@ -5,21 +5,14 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QProcess>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
 #include "host/app/HostProfile.h"
 #include "host/app/HostProxyTest.h"
-#include "transfer/support/RealServers.h"
+#include "ModuleHostRun.h"
 
 namespace {
-
-struct HostRun {
-    int exitCode = -1;
-    QString out;
-    QString err;
-};
 
 class ModuleHostProgramTest : public ::testing::Test {
 protected:
@@ -27,26 +20,10 @@ protected:
 
     QString writeProfile(const QByteArray& json, const QString& name = QStringLiteral("p.json"))
     {
-        const QString path = dir.filePath(name);
-        QFile file(path);
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(json);
-        return path;
+        writeText(dir.filePath(name), json);
+        return dir.filePath(name);
     }
 
-    // Runs the host to its end; the host exits by itself in headless mode.
-    static HostRun run(const QStringList& arguments)
-    {
-        QProcess process;
-        process.start(QStringLiteral(DM_MODULE_HOST), arguments);
-        HostRun result;
-        if (!process.waitForFinished(-1) || process.exitStatus() != QProcess::NormalExit)
-            return result;
-        result.exitCode = process.exitCode();
-        result.out = QString::fromUtf8(process.readAllStandardOutput());
-        result.err = QString::fromUtf8(process.readAllStandardError());
-        return result;
-    }
 
     QTemporaryDir dir;
 };
@@ -60,7 +37,7 @@ TEST_F(ModuleHostProgramTest, RegistersTheModuleAndForwardsTheModuleArguments)
     })");
     // Everything after the profile is the module's, including what looks like
     // the host's or Qt's own options.
-    const HostRun result = run({"--headless", "--log", dir.filePath("host.log"), profile,
+    const HostRun result = runModuleHost({"--headless", "--log", dir.filePath("host.log"), profile,
                                 "/OFFLINE", "--headless", "-style", "fusion"});
 
     ASSERT_EQ(result.exitCode, 0) << qPrintable(result.err);
@@ -91,14 +68,14 @@ TEST_F(ModuleHostProgramTest, LoadFailuresNameWhatCouldNotBeLoaded)
     const QString profile = writeProfile("{}");
 
     const QString missing = dir.filePath(QStringLiteral("no/libDownloadModule.so.1"));
-    HostRun result = run({"--headless", "--library", missing, profile});
+    HostRun result = runModuleHost({"--headless", "--library", missing, profile});
     EXPECT_EQ(result.exitCode, 3);
     EXPECT_TRUE(result.err.contains(QStringLiteral("cannot load ") + missing))
         << qPrintable(result.err);
     EXPECT_FALSE(result.out.contains(QStringLiteral("registered")));
 
     // A real library that is not a module.
-    result = run({"--headless", "--library", QStringLiteral(DM_FOREIGN_LIBRARY), profile});
+    result = runModuleHost({"--headless", "--library", QStringLiteral(DM_FOREIGN_LIBRARY), profile});
     EXPECT_EQ(result.exitCode, 3);
     EXPECT_TRUE(result.err.contains(QStringLiteral(DM_FOREIGN_LIBRARY)
                                     + QStringLiteral(" does not export GetModuleInfo")))
@@ -108,7 +85,7 @@ TEST_F(ModuleHostProgramTest, LoadFailuresNameWhatCouldNotBeLoaded)
 TEST_F(ModuleHostProgramTest, BadProfilesAndCommandLinesStopBeforeLoading)
 {
     const QString broken = writeProfile(R"({"folders": {"2": "run/config"},)", "broken.json");
-    HostRun result = run({"--headless", broken});
+    HostRun result = runModuleHost({"--headless", broken});
     EXPECT_EQ(result.exitCode, 2);
     EXPECT_TRUE(result.err.contains(QStringLiteral("profile ") + broken + QStringLiteral(": ")))
         << qPrintable(result.err);
@@ -117,11 +94,11 @@ TEST_F(ModuleHostProgramTest, BadProfilesAndCommandLinesStopBeforeLoading)
     EXPECT_FALSE(result.out.contains(QStringLiteral("loaded")));
 
     const QString missing = dir.filePath(QStringLiteral("missing.json"));
-    result = run({"--headless", missing});
+    result = runModuleHost({"--headless", missing});
     EXPECT_EQ(result.exitCode, 2);
     EXPECT_TRUE(result.err.contains(missing)) << qPrintable(result.err);
 
-    result = run({"--headles", missing});
+    result = runModuleHost({"--headles", missing});
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_TRUE(result.err.contains(QStringLiteral("unknown option --headles")));
     EXPECT_TRUE(result.err.contains(QStringLiteral("usage: module-host")));
@@ -150,7 +127,7 @@ TEST_F(ModuleHostProgramTest, ProxyTestGoesThroughTheProfilesProxyAndPrintsTheRe
         })").arg(proxy.port()).arg(QLatin1String(password)).toUtf8());
     };
 
-    HostRun result = run({"--headless", "--proxy-test", "20", profileWithPassword("secret")});
+    HostRun result = runModuleHost({"--headless", "--proxy-test", "20", profileWithPassword("secret")});
     EXPECT_EQ(result.exitCode, 0) << qPrintable(result.out + result.err);
     EXPECT_TRUE(result.out.contains(QStringLiteral(
         "module-host: proxy test through 127.0.0.1:%1, at most 20 s\n").arg(proxy.port())))
@@ -164,14 +141,14 @@ TEST_F(ModuleHostProgramTest, ProxyTestGoesThroughTheProfilesProxyAndPrintsTheRe
     EXPECT_TRUE(server.accessLog()[0].startsWith(QStringLiteral("HEAD http://127.0.0.1:80/ HTTP/1.0|200|")))
         << qPrintable(server.accessLog()[0]);
 
-    result = run({"--headless", "--proxy-test", "20", profileWithPassword("guess")});
+    result = runModuleHost({"--headless", "--proxy-test", "20", profileWithPassword("guess")});
     EXPECT_EQ(result.exitCode, 7) << qPrintable(result.out + result.err);
     EXPECT_TRUE(result.out.contains(QStringLiteral("module-host: Download server 127.0.0.1:80 failed\n")))
         << qPrintable(result.out);
     EXPECT_EQ(server.accessLog().size(), 1);
 
     const QString noProxy = writeProfile(R"({"folders": {"2": "run/config"}})", "plain.json");
-    result = run({"--headless", "--proxy-test", "20", noProxy});
+    result = runModuleHost({"--headless", "--proxy-test", "20", noProxy});
     EXPECT_EQ(result.exitCode, 2);
     EXPECT_TRUE(result.err.contains(QStringLiteral("names no proxy host"))) << qPrintable(result.err);
     EXPECT_FALSE(result.out.contains(QStringLiteral("loaded")));
