@@ -22,7 +22,7 @@
 
 #include <memory>
 
-#include "transfer/support/RealServers.h"
+#include "hostprog/ModuleHostRun.h"
 #include "transfer/support/WaitFor.h"
 
 namespace {
@@ -97,15 +97,9 @@ QByteArray gzipped(const QByteArray& bytes)
     return out;
 }
 
-struct HostRun {
-    int exitCode = -1;
-    QString out;
-    QString log;
-    QStringList boxes() const
-    {
-        return out.split(QLatin1Char('\n')).filter(QRegularExpression(QStringLiteral("^box: ")));
-    }
-    QString transcript() const { return out + QStringLiteral("\n--- module log ---\n") + log; }
+struct WholeRun : HostRun {
+    QString log;  // the module's log lines, as the host wrote them
+    QString transcript() const { return out + err + QStringLiteral("\n--- module log ---\n") + log; }
 };
 
 // The automatic run's sample: the terminal's older installed tree against the
@@ -175,56 +169,80 @@ protected:
         writeText(profilePath, QJsonDocument(profile).toJson());
     }
 
-    // The stored start option that makes the module run by itself right after
-    // it starts.
-    void switchOnAutomaticRun()
+    void switchOnAutomaticRun() { writeAutomaticStart(downloadDir, true); }
+
+    // quotes.so made large and of noise, so that its gzip file is as large,
+    // and served slowly, so that a test can act while it is half way.
+    // bigQuotes is the module the run must install.
+    void serveALargeQuotesSlowly(quint32 seed, QByteArray& bigQuotes)
     {
-        QDir().mkpath(downloadDir);
-        writeText(downloadDir + QStringLiteral("/download.rdd"),
-                  "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-                  "<parameters format=\"1\">\n"
-                  "  <node name=\"ParametersDL\">\n"
-                  "    <node name=\"ParamAutoDL\">\n"
-                  "      <param name=\"AutoDownload\" value=\"1\"/>\n"
-                  "      <param name=\"ShowWindow\" value=\"1\"/>\n"
-                  "      <param name=\"DelayAutoStart\" value=\"0\"/>\n"
-                  "    </node>\n"
-                  "  </node>\n"
-                  "</parameters>\n");
+        ASSERT_NO_FATAL_FAILURE(useServerCopy());
+        bigQuotes = "quotes.so 2.1.0\n" + noiseBytes(1536 * 1024, seed);
+        const QByteArray bigQuotesGz = gzipped(bigQuotes);
+        bigQuotesGzSize = bigQuotesGz.size();
+        ASSERT_GT(bigQuotesGzSize, 1024 * 1024);
+        writeText(serverRoot + QStringLiteral("/files/quotes.so.gz"), bigQuotesGz);
+        nginx = std::make_unique<NginxServer>(serverRoot, QStringLiteral("/files/quotes.so.gz"), 256 * 1024);
+        ASSERT_TRUE(nginx->started()) << "nginx did not start: " << nginx->errorLog().toStdString();
+        writeSettings(nginx->baseUrl().toLatin1());
+        switchOnAutomaticRun();
+    }
+
+    // Waits until quotes.so.gz, fetched after core.so.gz, has begun to arrive.
+    bool quotesHalfWay(QProcess& host)
+    {
+        return waitFor([&] {
+            host.readAll();
+            return QFileInfo(downloadDir + QStringLiteral("/quotes.so.gz")).size() > 4096
+                && requestedPaths().contains(QStringLiteral("/files/core.so.gz"));
+        });
+    }
+
+    // The release's modules, with quotes.so as the test made it.
+    static FileTree releaseWithQuotes(const QByteArray& quotes)
+    {
+        FileTree updated;
+        for (auto it = kUpdatedByAutomaticRun.begin(); it != kUpdatedByAutomaticRun.end(); ++it)
+            updated.insert(it.key(), releaseModule(it.value()));
+        updated.insert(QStringLiteral("bin/quotes.so"), quotes);
+        return updated;
     }
 
     // Runs module-host on the script to its end; module arguments follow the
     // profile. The host's own script time limit ends a run that hangs.
-    void runHost(const QByteArray& script, HostRun& result, const QStringList& moduleArguments = {})
+    void runHost(const QByteArray& script, WholeRun& result, const QStringList& moduleArguments = {})
     {
-        QProcess process;
-        ASSERT_NO_FATAL_FAILURE(startHost(process, script, moduleArguments));
-        ASSERT_TRUE(process.waitForFinished(-1));
-        result.out = QString::fromUtf8(process.readAll());
+        static_cast<HostRun&>(result) = runModuleHost(hostArguments(script, moduleArguments), hostEnvironment());
         result.log = QString::fromUtf8(fileBytes(dir.filePath(QStringLiteral("host.log"))));
-        ASSERT_EQ(process.exitStatus(), QProcess::NormalExit)
-            << "module-host crashed\n" << qPrintable(result.transcript());
-        result.exitCode = process.exitCode();
+        ASSERT_NE(result.exitCode, -1) << "module-host did not start or crashed\n"
+                                       << qPrintable(result.transcript());
     }
 
-    void startHost(QProcess& process, const QByteArray& script, const QStringList& moduleArguments = {})
+    void startHost(QProcess& process, const QByteArray& script)
+    {
+        process.setProcessChannelMode(QProcess::MergedChannels);
+        ASSERT_TRUE(startModuleHost(process, hostArguments(script, {}), hostEnvironment()))
+            << "module-host did not start: " << process.errorString().toStdString();
+    }
+
+    QStringList hostArguments(const QByteArray& script, const QStringList& moduleArguments)
     {
         const QString scriptPath = dir.filePath(QStringLiteral("script.txt"));
         const QString logPath = dir.filePath(QStringLiteral("host.log"));
         QFile::remove(logPath);
         writeText(scriptPath, script);
+        return QStringList{QStringLiteral("--headless"), QStringLiteral("--script-timeout"),
+                           QStringLiteral("120"), QStringLiteral("--log"), logPath,
+                           QStringLiteral("--script"), scriptPath, profilePath}
+            + moduleArguments;
+    }
+
+    static QProcessEnvironment hostEnvironment()
+    {
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(QStringLiteral("VELMORA_UPDATER"), QStringLiteral(DM_UPDATER));
         environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
-        process.setProcessEnvironment(environment);
-        process.setProcessChannelMode(QProcess::MergedChannels);
-        process.start(QStringLiteral(DM_MODULE_HOST),
-                      QStringList{QStringLiteral("--headless"), QStringLiteral("--script-timeout"),
-                                  QStringLiteral("120"), QStringLiteral("--log"), logPath,
-                                  QStringLiteral("--script"), scriptPath, profilePath}
-                          + moduleArguments);
-        ASSERT_TRUE(process.waitForStarted(-1)) << "module-host did not start: "
-                                                << process.errorString().toStdString();
+        return environment;
     }
 
     // Paths nginx was asked for, in order.
@@ -300,6 +318,7 @@ protected:
     QString profilePath;
     FileTree installedBefore;
     std::unique_ptr<NginxServer> nginx;
+    int bigQuotesGzSize = 0;
 };
 
 const QByteArray kAutomaticScript = "answer yes\n"
@@ -309,7 +328,7 @@ const QByteArray kAutomaticScript = "answer yes\n"
 TEST_F(WholeRunTest, AManualRunInstallsTheTwoTickedModulesAndKeepsTheOldOne)
 {
     ASSERT_NO_FATAL_FAILURE(startNginx());
-    HostRun run;
+    WholeRun run;
     ASSERT_NO_FATAL_FAILURE(runHost("answer yes\n"
                                     "open\n"
                                     "wait-lists\n"
@@ -335,28 +354,6 @@ TEST_F(WholeRunTest, AManualRunInstallsTheTwoTickedModulesAndKeepsTheOldOne)
     EXPECT_EQ(files, QStringList({"/files/charts.so.gz", "/files/orders.so.gz"}));
 }
 
-TEST_F(WholeRunTest, AnAutomaticRunBringsTheWholeTreeToTheRelease)
-{
-    ASSERT_NO_FATAL_FAILURE(startNginx());
-    switchOnAutomaticRun();
-    HostRun run;
-    ASSERT_NO_FATAL_FAILURE(runHost(kAutomaticScript, run));
-    ASSERT_EQ(run.exitCode, 0) << qPrintable(run.transcript());
-    EXPECT_TRUE(run.log.contains(QStringLiteral("Download complete: 8 file(s) ready to install")))
-        << qPrintable(run.log);
-    EXPECT_TRUE(run.log.contains(QStringLiteral("Installation ended: 8"))) << qPrintable(run.log);
-
-    const QStringList boxes = run.boxes();
-    ASSERT_EQ(boxes.size(), 2) << qPrintable(run.out);
-    EXPECT_EQ(boxes[0], QStringLiteral("box: Updates found | Download new version?"));
-    EXPECT_TRUE(boxes[1].startsWith(QStringLiteral("box: End updating | "))) << qPrintable(boxes[1]);
-    EXPECT_TRUE(boxes[1].contains(QStringLiteral("scanner.so          ver: 1.1.0"))) << qPrintable(boxes[1]);
-
-    expectInstalled(kUpdatedByAutomaticRun);
-    for (const QString& replaced : kReplacedByAutomaticRun)
-        expectBackedUp(replaced);
-}
-
 TEST_F(WholeRunTest, AnAutomaticRunThroughAnAuthenticatingProxy)
 {
     ASSERT_NO_FATAL_FAILURE(startNginx());
@@ -366,7 +363,7 @@ TEST_F(WholeRunTest, AnAutomaticRunThroughAnAuthenticatingProxy)
         {{"proxy", QJsonObject{{"state", 1}, {"host", "127.0.0.1"}, {"port", int(proxy.port())},
                                {"user", "u"}, {"password", "p"}}}}));
     switchOnAutomaticRun();
-    HostRun run;
+    WholeRun run;
     ASSERT_NO_FATAL_FAILURE(runHost(kAutomaticScript, run));
     ASSERT_EQ(run.exitCode, 0) << qPrintable(run.transcript());
     EXPECT_TRUE(run.log.contains(QStringLiteral("Installation ended: 8"))) << qPrintable(run.log);
@@ -387,7 +384,7 @@ TEST_F(WholeRunTest, FilesMissingOnTheServerEndTheRunInTheErrorBoxWithNothingIns
         ASSERT_TRUE(QFile::remove(serverRoot + QStringLiteral("/files/") + name)) << name;
     ASSERT_NO_FATAL_FAILURE(startNginx());
     switchOnAutomaticRun();
-    HostRun run;
+    WholeRun run;
     // A missing file makes the automatic run search and ask again; the
     // fourth failed attempt in a row ends it with the error box.
     ASSERT_NO_FATAL_FAILURE(runHost("answer yes\n"
@@ -415,14 +412,16 @@ TEST_F(WholeRunTest, FilesMissingOnTheServerEndTheRunInTheErrorBoxWithNothingIns
     EXPECT_EQ(requestedPaths().count(QStringLiteral("/files/themes.pak.gz")), 4);
 }
 
-TEST_F(WholeRunTest, StartedOffLineTheModuleAsksNothingUntilTheHostGoesOnLine)
+// Started off-line, the automatic run waits without a question or a request;
+// once the host goes on-line it runs to its end and brings the whole tree to
+// the release, keeping the replaced files and reporting what it installed.
+TEST_F(WholeRunTest, AnAutomaticRunWaitsWhileOffLineThenBringsTheWholeTreeToTheRelease)
 {
     ASSERT_NO_FATAL_FAILURE(startNginx());
     switchOnAutomaticRun();
     const QStringList offline{QStringLiteral("/OFFLINE")};
 
-    // Off-line the automatic run waits: no question, no request.
-    HostRun waiting;
+    WholeRun waiting;
     ASSERT_NO_FATAL_FAILURE(runHost("answer yes\n"
                                     "sleep 1500\n"
                                     "quit\n",
@@ -432,8 +431,7 @@ TEST_F(WholeRunTest, StartedOffLineTheModuleAsksNothingUntilTheHostGoesOnLine)
     EXPECT_EQ(waiting.boxes(), QStringList());
     expectInstalled({});
 
-    // Going on-line lets the run go to its end.
-    HostRun run;
+    WholeRun run;
     ASSERT_NO_FATAL_FAILURE(runHost("answer yes\n"
                                     "sleep 500\n"
                                     "online 1\n"
@@ -441,8 +439,19 @@ TEST_F(WholeRunTest, StartedOffLineTheModuleAsksNothingUntilTheHostGoesOnLine)
                                     "quit\n",
                                     run, offline));
     ASSERT_EQ(run.exitCode, 0) << qPrintable(run.transcript());
+    EXPECT_TRUE(run.log.contains(QStringLiteral("Download complete: 8 file(s) ready to install")))
+        << qPrintable(run.log);
     EXPECT_TRUE(run.log.contains(QStringLiteral("Installation ended: 8"))) << qPrintable(run.log);
+
+    const QStringList boxes = run.boxes();
+    ASSERT_EQ(boxes.size(), 2) << qPrintable(run.out);
+    EXPECT_EQ(boxes[0], QStringLiteral("box: Updates found | Download new version?"));
+    EXPECT_TRUE(boxes[1].startsWith(QStringLiteral("box: End updating | "))) << qPrintable(boxes[1]);
+    EXPECT_TRUE(boxes[1].contains(QStringLiteral("scanner.so          ver: 1.1.0"))) << qPrintable(boxes[1]);
+
     expectInstalled(kUpdatedByAutomaticRun);
+    for (const QString& replaced : kReplacedByAutomaticRun)
+        expectBackedUp(replaced);
 }
 
 // The terminal dies (SIGKILL) while the second file of the automatic run is
@@ -450,50 +459,32 @@ TEST_F(WholeRunTest, StartedOffLineTheModuleAsksNothingUntilTheHostGoesOnLine)
 // had arrived is not fetched again, the half one is resumed where it stopped.
 TEST_F(WholeRunTest, AHostKilledMidDownloadContinuesTheStoredRunWhenStartedAgain)
 {
-    ASSERT_NO_FATAL_FAILURE(useServerCopy());
-    const QByteArray bigQuotes = "quotes.so 2.1.0\n" + noiseBytes(1536 * 1024, 0x2545F491u);
-    const QByteArray bigQuotesGz = gzipped(bigQuotes);
-    ASSERT_GT(bigQuotesGz.size(), 1024 * 1024);
-    writeText(serverRoot + QStringLiteral("/files/quotes.so.gz"), bigQuotesGz);
-    NginxServer server(serverRoot, QStringLiteral("/files/quotes.so.gz"), 256 * 1024);
-    ASSERT_TRUE(server.started()) << "nginx did not start: " << server.errorLog().toStdString();
-    writeSettings(server.baseUrl().toLatin1());
-    switchOnAutomaticRun();
-
-    const QString partial = downloadDir + QStringLiteral("/quotes.so.gz");
+    QByteArray bigQuotes;
+    ASSERT_NO_FATAL_FAILURE(serveALargeQuotesSlowly(0x2545F491u, bigQuotes));
     {
         QProcess host;
         ASSERT_NO_FATAL_FAILURE(startHost(host, "answer yes\nwait-log Installation ended\nquit\n"));
-        const bool halfWay = waitFor([&] {
-            host.readAll();
-            return QFileInfo(partial).size() > 4096
-                && pathsOf(server.accessLog()).contains(QStringLiteral("/files/core.so.gz"));
-        });
-        ASSERT_TRUE(halfWay) << "quotes.so.gz never began arriving after core.so.gz\n"
-                             << qPrintable(server.accessLog().join('\n'));
+        ASSERT_TRUE(quotesHalfWay(host)) << "quotes.so.gz never began arriving after core.so.gz\n"
+                                         << qPrintable(nginx->accessLog().join('\n'));
         host.kill();
         host.waitForFinished(-1);
     }
-    const qint64 heldBytes = QFileInfo(partial).size();
-    ASSERT_LT(heldBytes, bigQuotesGz.size()) << "the kill came after the whole file had arrived";
+    const qint64 heldBytes = QFileInfo(downloadDir + QStringLiteral("/quotes.so.gz")).size();
+    ASSERT_LT(heldBytes, bigQuotesGzSize) << "the kill came after the whole file had arrived";
     EXPECT_TRUE(readTree(installedDir) == installedBefore) << "installed before the kill";
-    const int before = server.accessLog().size();
+    const int before = nginx->accessLog().size();
 
-    HostRun run;
+    WholeRun run;
     ASSERT_NO_FATAL_FAILURE(runHost(kAutomaticScript, run));
     ASSERT_EQ(run.exitCode, 0) << qPrintable(run.transcript());
     EXPECT_TRUE(run.log.contains(QStringLiteral("Installation ended: 8"))) << qPrintable(run.log);
-    FileTree updated;
-    for (auto it = kUpdatedByAutomaticRun.begin(); it != kUpdatedByAutomaticRun.end(); ++it)
-        updated.insert(it.key(), releaseModule(it.value()));
-    updated.insert(QStringLiteral("bin/quotes.so"), bigQuotes);
-    expectInstalledBytes(updated);
+    expectInstalledBytes(releaseWithQuotes(bigQuotes));
     expectBackedUp(QStringLiteral("bin/quotes.so"));
 
     // After the restart (the log also holds the killed host's cut requests):
     // core.so's body is not sent again, and quotes.so.gz is asked for from
     // the bytes already held.
-    const QStringList after = server.accessLog().mid(before);
+    const QStringList after = nginx->accessLog().mid(before);
     qint64 coreBytesAgain = 0;
     QStringList quotesRanges;
     for (const QString& line : after) {
@@ -514,44 +505,27 @@ TEST_F(WholeRunTest, AHostKilledMidDownloadContinuesTheStoredRunWhenStartedAgain
 // resumes the file; the run ends installed as if nothing had happened.
 TEST_F(WholeRunTest, AServerStoppedMidFileIsTriedAgainAndTheFileResumed)
 {
-    ASSERT_NO_FATAL_FAILURE(useServerCopy());
-    const QByteArray bigQuotes = "quotes.so 2.1.0\n" + noiseBytes(1536 * 1024, 0x9E3779B9u);
-    writeText(serverRoot + QStringLiteral("/files/quotes.so.gz"), gzipped(bigQuotes));
-    NginxServer server(serverRoot, QStringLiteral("/files/quotes.so.gz"), 256 * 1024);
-    ASSERT_TRUE(server.started()) << "nginx did not start: " << server.errorLog().toStdString();
-    writeSettings(server.baseUrl().toLatin1());
-    switchOnAutomaticRun();
-
+    QByteArray bigQuotes;
+    ASSERT_NO_FATAL_FAILURE(serveALargeQuotesSlowly(0x9E3779B9u, bigQuotes));
     QProcess host;
     ASSERT_NO_FATAL_FAILURE(startHost(host, kAutomaticScript));
-    QByteArray out;
-    const QString partial = downloadDir + QStringLiteral("/quotes.so.gz");
-    const bool halfWay = waitFor([&] {
-        out += host.readAll();
-        return QFileInfo(partial).size() > 4096
-            && pathsOf(server.accessLog()).contains(QStringLiteral("/files/core.so.gz"));
-    });
-    ASSERT_TRUE(halfWay) << "quotes.so.gz never began arriving after core.so.gz\n"
-                         << qPrintable(server.accessLog().join('\n'));
-    server.stop();
-    const int before = server.accessLog().size();
-    ASSERT_TRUE(server.start()) << "nginx did not start again: " << server.errorLog().toStdString();
+    ASSERT_TRUE(quotesHalfWay(host)) << "quotes.so.gz never began arriving after core.so.gz\n"
+                                     << qPrintable(nginx->accessLog().join('\n'));
+    nginx->stop();
+    const int before = nginx->accessLog().size();
+    ASSERT_TRUE(nginx->start()) << "nginx did not start again: " << nginx->errorLog().toStdString();
 
     ASSERT_TRUE(host.waitForFinished(-1));
-    out += host.readAll();
+    const QString out = QString::fromUtf8(host.readAll());
     const QString log = QString::fromUtf8(fileBytes(dir.filePath(QStringLiteral("host.log"))));
     ASSERT_EQ(host.exitStatus(), QProcess::NormalExit) << qPrintable(out);
     ASSERT_EQ(host.exitCode(), 0) << qPrintable(out + log);
     EXPECT_TRUE(log.contains(QStringLiteral("Installation ended: 8"))) << qPrintable(log);
-    FileTree updated;
-    for (auto it = kUpdatedByAutomaticRun.begin(); it != kUpdatedByAutomaticRun.end(); ++it)
-        updated.insert(it.key(), releaseModule(it.value()));
-    updated.insert(QStringLiteral("bin/quotes.so"), bigQuotes);
-    expectInstalledBytes(updated);
+    expectInstalledBytes(releaseWithQuotes(bigQuotes));
 
     // The second server saw quotes.so.gz asked for from an offset, never
     // from the start, and core.so.gz not at all.
-    const QStringList after = server.accessLog().mid(before);
+    const QStringList after = nginx->accessLog().mid(before);
     QStringList quotesRanges;
     for (const QString& line : after) {
         if (pathsOf({line}).value(0) == QLatin1String("/files/quotes.so.gz"))
