@@ -66,31 +66,23 @@ struct Exchange {
 
 }  // namespace
 
-TEST(HttpConnection, SendsExactlyTheGivenHeaderInOrder)
+// What the client's own requests look like byte for byte is checked through
+// the HTTP file client; here, the rule the header keeps for a field set again.
+TEST(HttpConnection, SendsTheGivenHeaderWithAFieldSetAgainInItsFirstPlace)
 {
     FaultServer server({okReply("x")});
     CHttpRequestHeader header(QStringLiteral("GET"), QStringLiteral("http://127.0.0.1/a/b.txt?x=1"));
-    header.setValue(QStringLiteral("User-Agent"), QStringLiteral("DownloadHttp1.0.0 (1.0.0)"));
     header.setValue(QStringLiteral("Accept"), QStringLiteral("*/*"));
     header.setValue(QStringLiteral("Accept-Encodinlg"), QString());
-    header.setValue(QStringLiteral("Range"), QStringLiteral("bytes"));
-    header.setValue(QStringLiteral("Host"), QStringLiteral("127.0.0.1"));
-    // Setting a field again keeps its place.
     header.setValue(QStringLiteral("accept"), QStringLiteral("text/plain"));
 
     Exchange exchange;
     exchange.start(server.port(), header);
     exchange.finish();
-
     EXPECT_EQ(QVector<QByteArray>{"GET http://127.0.0.1/a/b.txt?x=1 HTTP/1.1\r\n"
-                                  "User-Agent: DownloadHttp1.0.0 (1.0.0)\r\n"
                                   "Accept: text/plain\r\n"
-                                  "Accept-Encodinlg: \r\n"
-                                  "Range: bytes\r\n"
-                                  "Host: 127.0.0.1\r\n\r\n"},
+                                  "Accept-Encodinlg: \r\n\r\n"},
               server.requests);
-    EXPECT_EQ(1, exchange.done);
-    EXPECT_FALSE(exchange.doneError);
     EXPECT_EQ(QByteArray("x"), exchange.device.data());
 }
 
