@@ -171,40 +171,37 @@ mwiTesProxy proxyRecord(quint16 port, int seconds)
 
 }  // namespace
 
-TEST(DoProxyConnect, TestsTheConfiguredServerAndFillsOneEntry)
+// Code 3517: the module tests its settings' server (the default one without
+// settings) through the given proxy and fills exactly one result entry.
+TEST(DoProxyConnect, TestsTheConfiguredOrDefaultServerAndFillsOneEntry)
 {
+    const auto testThrough = [](const QString& configFolder, quint16 proxyPort) {
+        TestHost host;
+        host.folders[2] = configFolder;
+        mwiTesProxy record = proxyRecord(proxyPort, 30);
+        EXPECT_EQ(0, host.deliver(HostMsg::TestProxy, reinterpret_cast<intptr_t>(&record)));
+        EXPECT_EQ(0, host.deliver(HostMsg::TestProxy, 0));  // no record: nothing to do
+        return record;
+    };
     QTemporaryDir config;
     writeText(config.filePath(QStringLiteral("download.cfg")),
               "[Address]\npath=files.example.invalid/Win32%5Fx\n");
-    TestHost host;
-    host.folders[2] = config.path();
-    FaultServer proxy({okReply("", 200)});
-    mwiTesProxy record = proxyRecord(proxy.port(), 30);
-    EXPECT_EQ(0, host.deliver(HostMsg::TestProxy, reinterpret_cast<intptr_t>(&record)));
+    FaultServer passing({okReply("", 200)});
+    const mwiTesProxy configured = testThrough(config.path(), passing.port());
+    EXPECT_EQ(1, value(configured.resultCount));
+    EXPECT_STREQ("Download server", configured.results[0].name);
+    EXPECT_STREQ("files.example.invalid", configured.results[0].host);
+    EXPECT_EQ(80, value(configured.results[0].port));
+    EXPECT_EQ(0, value(configured.results[0].failed));
+    EXPECT_EQ(QVector<QByteArray>{"HEAD http://files.example.invalid HTTP/1.0\r\n"
+                                  "Proxy-Authorization: Basic dXNlcjpwdw==\r\n\r\n"},
+              passing.requests);
 
-    EXPECT_EQ(1, value(record.resultCount));
-    EXPECT_STREQ("Download server", record.results[0].name);
-    EXPECT_STREQ("files.example.invalid", record.results[0].host);
-    EXPECT_EQ(80, value(record.results[0].port));
-    EXPECT_EQ(0, value(record.results[0].failed));
-    ASSERT_EQ(1, proxy.requests.size());
-    EXPECT_EQ(QByteArray("HEAD http://files.example.invalid HTTP/1.0\r\n"
-                         "Proxy-Authorization: Basic dXNlcjpwdw==\r\n\r\n"),
-              proxy.requests[0]);
-}
-
-TEST(DoProxyConnect, RefusingProxyAndMissingConfigurationFailWithTheDefaultHost)
-{
     QTemporaryDir empty;
-    TestHost host;
-    host.folders[2] = empty.path();
-    FaultServer proxy({okReply("", 407)});
-    mwiTesProxy record = proxyRecord(proxy.port(), 30);
-    EXPECT_EQ(0, host.deliver(HostMsg::TestProxy, reinterpret_cast<intptr_t>(&record)));
-    EXPECT_EQ(1, value(record.resultCount));
-    EXPECT_STREQ("update.velmora.org", record.results[0].host);
-    EXPECT_EQ(1, value(record.results[0].failed));
+    FaultServer refusing({okReply("", 407)});
+    const mwiTesProxy fallback = testThrough(empty.path(), refusing.port());
+    EXPECT_EQ(1, value(fallback.resultCount));
+    EXPECT_STREQ("update.velmora.org", fallback.results[0].host);
+    EXPECT_EQ(1, value(fallback.results[0].failed));
     EXPECT_FALSE(QFile::exists(empty.filePath(QStringLiteral("download.cfg"))));
-
-    EXPECT_EQ(0, host.deliver(HostMsg::TestProxy, 0));
 }
