@@ -154,18 +154,12 @@ TEST_F(ModuleHostProgramTest, ProxyTestGoesThroughTheProfilesProxyAndPrintsTheRe
     EXPECT_FALSE(result.out.contains(QStringLiteral("loaded")));
 }
 
-TEST(HostProxyTestTest, CredentialsGoPlainAndTheReportTrustsNoCountBeyondTheRecord)
+// The record's credentials going out plain is shown by tinyproxy above.
+TEST(HostProxyTestTest, TheReportTrustsNoCountBeyondTheRecord)
 {
     HostProxy proxy;
     proxy.host = QStringLiteral("px.example");
-    proxy.port = 3128;
-    proxy.user = QStringLiteral("user");
-    proxy.password = QStringLiteral("p:w");
     mwiTesProxy record = proxyTestRecord(proxy, 9);
-    EXPECT_STREQ(record.proxy.host, "px.example");
-    EXPECT_STREQ(record.proxy.user, "user");
-    EXPECT_STREQ(record.proxy.password, "p:w");
-    EXPECT_EQ(int32_t(record.proxyType), 9);
     EXPECT_FALSE(proxyTestPassed(record));  // nothing filled is no pass
     EXPECT_TRUE(proxyTestReport(record).isEmpty());
 
