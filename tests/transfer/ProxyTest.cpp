@@ -20,10 +20,7 @@
 
 TEST(ProxyHttpTest, RequestNamesTheHostOnlyAndAlwaysCarriesCredentials)
 {
-    CTestProxyHttp bare(1, "update.velmora.org/Win32_3.3.8", 80, "127.0.0.1", 1, "user", "pw");
-    EXPECT_EQ(QStringLiteral("HEAD http://update.velmora.org HTTP/1.0\r\n"
-                             "Proxy-Authorization: Basic dXNlcjpwdw==\r\n\r\n"),
-              bare.requestText());
+    // A server with a path and credentials: see the 3517 test below.
     CTestProxyHttp empty(1, "http://example.invalid/a/b?c", 80, "127.0.0.1", 1, "", "");
     EXPECT_EQ(QStringLiteral("HEAD http://example.invalid HTTP/1.0\r\n"
                              "Proxy-Authorization: Basic Og==\r\n\r\n"),

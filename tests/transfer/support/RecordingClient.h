@@ -1,6 +1,9 @@
 #pragma once
 // Stands where the update dialog will stand: records every call the HTTP file
 // client makes on its owner.
+#include <ostream>
+
+#include <QPair>
 #include <QString>
 #include <QStringList>
 #include <QVector>
@@ -47,3 +50,9 @@ public:
         calls.append({QStringLiteral("autoDownloadConfigDescr"), file, param});
     }
 };
+
+// Status-bar messages print readably in assertion messages.
+inline void PrintTo(const QPair<QString, int>& message, std::ostream* os)
+{
+    *os << '"' << message.first.toStdString() << "\" for " << message.second << " ms";
+}
