@@ -31,12 +31,6 @@ using FileTree = QMap<QString, QByteArray>;
 
 const QString kSamples = QStringLiteral(DM_SOURCE_DIR "/examples");
 
-QByteArray fileBytes(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing " + path.toUtf8() + ">");
-}
-
 // Every file under root by its relative path, with its bytes.
 FileTree readTree(const QString& root)
 {
@@ -44,7 +38,7 @@ FileTree readTree(const QString& root)
     QDirIterator it(root, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
     while (it.hasNext()) {
         const QString path = it.next();
-        tree.insert(QDir(root).relativeFilePath(path), fileBytes(path));
+        tree.insert(QDir(root).relativeFilePath(path), readFile(path));
     }
     return tree;
 }
@@ -65,7 +59,7 @@ bool copyTree(const QString& from, const QString& to)
 // update, byte for byte.
 QByteArray releaseModule(const QString& name)
 {
-    return fileBytes(kSamples + QStringLiteral("/release/modules/") + name);
+    return readFile(kSamples + QStringLiteral("/release/modules/") + name);
 }
 
 // Bytes that do not compress, so that their gzip file is as large as they are.
@@ -161,7 +155,7 @@ protected:
     // The sample profile, with some of its keys replaced.
     void writeProfile(const QJsonObject& changes)
     {
-        QJsonObject profile = QJsonDocument::fromJson(fileBytes(kSamples + QStringLiteral("/host-profile.json"))).object();
+        QJsonObject profile = QJsonDocument::fromJson(readFile(kSamples + QStringLiteral("/host-profile.json"))).object();
         ASSERT_FALSE(profile.isEmpty()) << "the sample profile does not read";
         for (auto it = changes.begin(); it != changes.end(); ++it)
             profile.insert(it.key(), it.value());
@@ -213,7 +207,7 @@ protected:
     void runHost(const QByteArray& script, WholeRun& result, const QStringList& moduleArguments = {})
     {
         static_cast<HostRun&>(result) = runModuleHost(hostArguments(script, moduleArguments), hostEnvironment());
-        result.log = QString::fromUtf8(fileBytes(dir.filePath(QStringLiteral("host.log"))));
+        result.log = QString::fromUtf8(readFile(dir.filePath(QStringLiteral("host.log"))));
         ASSERT_NE(result.exitCode, -1) << "module-host did not start or crashed\n"
                                        << qPrintable(result.transcript());
     }
@@ -276,7 +270,7 @@ protected:
         const QStringList backups = backupsOf(relative);
         ASSERT_EQ(backups.size(), 1) << qPrintable(relative) << " has no single backup under "
                                      << qPrintable(downloadDir + QStringLiteral("/Backup"));
-        EXPECT_EQ(fileBytes(backups.first()), installedBefore.value(relative)) << qPrintable(relative);
+        EXPECT_EQ(readFile(backups.first()), installedBefore.value(relative)) << qPrintable(relative);
     }
 
     // Every installed file: the updated ones equal the release's modules, all
@@ -517,7 +511,7 @@ TEST_F(WholeRunTest, AServerStoppedMidFileIsTriedAgainAndTheFileResumed)
 
     ASSERT_TRUE(host.waitForFinished(-1));
     const QString out = QString::fromUtf8(host.readAll());
-    const QString log = QString::fromUtf8(fileBytes(dir.filePath(QStringLiteral("host.log"))));
+    const QString log = QString::fromUtf8(readFile(dir.filePath(QStringLiteral("host.log"))));
     ASSERT_EQ(host.exitStatus(), QProcess::NormalExit) << qPrintable(out);
     ASSERT_EQ(host.exitCode(), 0) << qPrintable(out + log);
     EXPECT_TRUE(log.contains(QStringLiteral("Installation ended: 8"))) << qPrintable(log);
