@@ -232,6 +232,12 @@ QDialog* DialogDriver::openBox() const
     return nullptr;
 }
 
+QWidget* DialogDriver::windowAbove() const
+{
+    QWidget* modal = QApplication::activeModalWidget();
+    return modal && modal != window() && modal->isVisible() ? modal : nullptr;
+}
+
 QString DialogDriver::boxTitle(QDialog* box)
 {
     return box->windowTitle();

@@ -17,6 +17,7 @@ class QPushButton;
 class QStatusBar;
 class QTreeWidget;
 class QTreeWidgetItem;
+class QWidget;
 
 class DialogDriver {
 public:
@@ -52,6 +53,9 @@ public:
     // the module's own question box or a report. Never a progress window.
     // Null when there is none.
     QDialog* openBox() const;
+    // The modal window over the "Updates" window (a box, a progress window),
+    // or null. While there is one a user cannot reach the window's controls.
+    QWidget* windowAbove() const;
     static QString boxTitle(QDialog* box);
     static QString boxText(QDialog* box);
     // Presses the box's first button (yes) or its last (no), in the order

@@ -9,6 +9,7 @@
 #include <QFileInfo>
 #include <QPointer>
 #include <QPushButton>
+#include <QWidget>
 
 #include "host/app/HostBridge.h"
 #include "host/app/HostConsole.h"
@@ -212,6 +213,8 @@ HostScript::Step HostScript::run(const ScriptCommand& command)
         return driver_.listsShown() ? Step::Done : Step::Waiting;
     }
     if (name == QLatin1String("tick") || name == QLatin1String("untick")) {
+        if (QWidget* above = driver_.windowAbove())
+            return failBehind(above);
         QString error;
         return driver_.setTicked(argument, name == QLatin1String("tick"), error) ? Step::Done
                                                                                : fail(error);
@@ -225,6 +228,10 @@ HostScript::Step HostScript::run(const ScriptCommand& command)
                 return fail(QStringLiteral("the Updates window has no such button open"));
             if (!button->isEnabled())
                 return fail(QStringLiteral("the button \"%1\" is disabled").arg(button->text()));
+            // Clicking through a box would do what no user can, and could
+            // take the window away from under the box's own event loop.
+            if (QWidget* above = driver_.windowAbove())
+                return failBehind(above);
             QPointer<QPushButton> target(button);
             return runAction([target] {
                 if (target)
@@ -277,6 +284,12 @@ HostScript::Step HostScript::run(const ScriptCommand& command)
         return Step::Done;
     }
     return fail(QStringLiteral("unknown command"));
+}
+
+HostScript::Step HostScript::failBehind(QWidget* above)
+{
+    return fail(QStringLiteral("the Updates window is behind \"%1\"; answer or close it first")
+                    .arg(above->windowTitle()));
 }
 
 // Runs the action from the event loop rather than from this tick: it may

@@ -26,6 +26,7 @@
 
 class HostBridge;
 class HostLogPrinter;
+class QWidget;
 
 struct ScriptCommand {
     int line = 0;
@@ -69,6 +70,7 @@ private:
     Step runAction(const std::function<void()>& action);
     Step runPrint(const QString& what);
     Step fail(const QString& message);
+    Step failBehind(QWidget* above);
     void end(int code);
     QString resolve(const QString& path) const;
 
