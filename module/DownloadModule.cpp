@@ -129,12 +129,7 @@ void CDownloadModule::registerWithHost(int argumentCount, char** arguments)
 
 void CDownloadModule::openDialog()
 {
-    coreInterfaceRecord query;
-    std::memset(&query, 0, sizeof query);
-    copyToField(query.name, "MAINWINDOW");
-    copyToField(query.vendor, "VELMORA");
-    query.kind = 1;
-    query.object = &pGloabalMainWindow;
+    coreInterfaceRecord query = mainWindowQuery(&pGloabalMainWindow);
     if (send_)
         send_(host_, HostMsg::FindInterface, reinterpret_cast<intptr_t>(&query), 0);
 

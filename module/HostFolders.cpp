@@ -21,12 +21,7 @@ QString applicationFolder()
 void* findMainWindow(HostCallback send, void* host)
 {
     void* mainWindow = nullptr;
-    coreInterfaceRecord query;
-    std::memset(&query, 0, sizeof query);
-    copyToField(query.name, "MAINWINDOW");
-    copyToField(query.vendor, "VELMORA");
-    query.kind = 1;
-    query.object = &mainWindow;
+    coreInterfaceRecord query = mainWindowQuery(&mainWindow);
     send(host, HostMsg::FindInterface, reinterpret_cast<intptr_t>(&query), 0);
     return mainWindow;
 }
@@ -76,4 +71,15 @@ QString GetUserDir(HostCallback send, void* host)
 QString GetUserDir(const CModule* module)
 {
     return module ? GetUserDir(module->sendCallback(), module->hostPointer()) : QString();
+}
+
+coreInterfaceRecord mainWindowQuery(void** mainWindow)
+{
+    coreInterfaceRecord query;
+    std::memset(&query, 0, sizeof query);
+    copyToField(query.name, "MAINWINDOW");
+    copyToField(query.vendor, "VELMORA");
+    query.kind = 1;
+    query.object = mainWindow;
+    return query;
 }

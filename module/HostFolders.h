@@ -1,6 +1,6 @@
 #pragma once
 // Folders that the host knows: by folder type (3128) and the user's work
-// folder (3503 to the main window).
+// folder (3503 to the main window), and the query that finds that window.
 #include <QString>
 
 #include "module/HostRecords.h"
@@ -24,3 +24,7 @@ QString GetPathByFolderType(const CModule* module, VM_FOLDERS type);
 QString GetWorkFolderFromMain(const CModule* module, void* mainWindow);
 QString GetUserDir(const CModule* module);
 QString GetUserDir(HostCallback send, void* host);
+
+// The lookup (3001) of the host's main window: the host writes the window's
+// pointer into *mainWindow and leaves it as it was when it has none.
+coreInterfaceRecord mainWindowQuery(void** mainWindow);

@@ -141,13 +141,8 @@ void CDownloadWidget::askHostAtStart()
         sendToHost(host, HostMsg::QueryConnectState, reinterpret_cast<intptr_t>(&state), 0) == 0;
     connectState = (owner && owner->isOffline()) ? 0 : (answered ? state.state : 1);
 
-    coreInterfaceRecord mainWindowQuery;
-    std::memset(&mainWindowQuery, 0, sizeof mainWindowQuery);
-    copyToField(mainWindowQuery.name, "MAINWINDOW");
-    copyToField(mainWindowQuery.vendor, "VELMORA");
-    mainWindowQuery.kind = 1;
-    mainWindowQuery.object = &pGloabalMainWindow;
-    sendToHost(host, HostMsg::FindInterface, reinterpret_cast<intptr_t>(&mainWindowQuery), 0);
+    coreInterfaceRecord query = mainWindowQuery(&pGloabalMainWindow);
+    sendToHost(host, HostMsg::FindInterface, reinterpret_cast<intptr_t>(&query), 0);
     mainWindow = pGloabalMainWindow;
 
     coreMenuItem entry;
