@@ -309,6 +309,7 @@ TEST_F(SaveParamDownloadTest, LongAndNonAsciiFieldsReadBackWhole)
 {
     dlModule module = makeModule("модуль.so", "1.0.0", "é", 2);
     setDlText(module.title, QByteArray(254, 't'));
+    setDlText(module.sizeText, QByteArray(254, 's'));
     setDlText(module.localPath, QByteArray("/tmp/\xd0\xb4/") + QByteArray(240, 'p'));
     saver.createLastDownload(1);
     saver.saveLastDownloadModule(module, 7);
