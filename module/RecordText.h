@@ -32,3 +32,19 @@ inline QString utf16FieldText(const char16_t* buffer, std::size_t units)
         ++length;
     return QString::fromUtf16(buffer, int(length));
 }
+
+// The same for 16-bit text inside a packed record, where the field may not be
+// aligned for char16_t: the units are copied out one at a time. The count
+// comes from records a peer filled in, so a negative one reads nothing.
+inline QString utf16TextAt(const char* address, int units)
+{
+    QString text;
+    for (int i = 0; i < units; ++i) {
+        char16_t unit;
+        std::memcpy(&unit, address + 2 * i, sizeof unit);
+        if (unit == 0)
+            break;
+        text.append(QChar(unit));
+    }
+    return text;
+}

@@ -18,20 +18,6 @@ void setValuePointer(coreSzItem& item, char16_t* storage)
                 sizeof storage);
 }
 
-// At most units units of text, up to the first NUL.
-QString unitsText(const char* address, int units)
-{
-    QString text;
-    for (int i = 0; i < units; ++i) {
-        char16_t unit;
-        std::memcpy(&unit, address + 2 * i, sizeof unit);
-        if (unit == 0)
-            break;
-        text.append(QChar(unit));
-    }
-    return text;
-}
-
 }  // namespace
 
 CXMLWorkData::CXMLWorkData(void* hostPointer, void* file, const char* name, HostCallback send)
@@ -125,9 +111,9 @@ void CXMLWorkData::readParameters()
         const QString name = QString::fromLocal8Bit(fieldBytes(item.name));
         const QString value =
             item.inlineValue
-                ? unitsText(reinterpret_cast<const char*>(&item) + offsetof(coreSzItem, value),
-                            kCoreSzInlineUnits)
-                : unitsText(reinterpret_cast<const char*>(values[i].get()), units[i]);
+                ? utf16TextAt(reinterpret_cast<const char*>(&item) + offsetof(coreSzItem, value),
+                              kCoreSzInlineUnits)
+                : utf16TextAt(reinterpret_cast<const char*>(values[i].get()), units[i]);
         if (item.kind == coreSzParameter)
             params.insert(CCoreSzItem{name, value, item.node});
         else if (item.kind == coreSzChild)

@@ -25,20 +25,6 @@ const char* fieldAddress(const void* record, std::size_t offset)
     return static_cast<const char*>(record) + offset;
 }
 
-// At most units units of 16-bit text at address, up to the first NUL.
-QString readUnits(const char* address, int units)
-{
-    QString text;
-    for (int i = 0; i < units; ++i) {
-        char16_t unit;
-        std::memcpy(&unit, address + 2 * i, sizeof unit);
-        if (unit == 0)
-            break;
-        text.append(QChar(unit));
-    }
-    return text;
-}
-
 // The text cut to room - 1 units and a NUL after it; nothing for room < 1.
 void writeUnits(char* address, int room, const QString& text)
 {
@@ -72,7 +58,7 @@ int ParameterStore::handleMessage(unsigned int code, intptr_t param1, intptr_t p
         auto* record = reinterpret_cast<coreXmlLoad*>(param1);
         if (!record)
             return 1;
-        const QString path = readUnits(fieldAddress(record, offsetof(coreXmlLoad, path)), 255);
+        const QString path = utf16TextAt(fieldAddress(record, offsetof(coreXmlLoad, path)), 255);
         record->data = load(path);
         return record->data ? 0 : 1;
     }
@@ -218,11 +204,11 @@ QString ParameterStore::itemValue(const coreSzItem& item)
     const char* valueField = fieldAddress(&item, offsetof(coreSzItem, value));
     const int32_t length = item.length;
     if (item.inlineValue)
-        return readUnits(valueField, length > 0 && length < kCoreSzInlineUnits ? length
-                                                                               : kCoreSzInlineUnits);
+        return utf16TextAt(valueField, length > 0 && length < kCoreSzInlineUnits ? length
+                                                                                 : kCoreSzInlineUnits);
     const char16_t* storage;
     std::memcpy(&storage, valueField, sizeof storage);
-    return storage ? readUnits(reinterpret_cast<const char*>(storage), length) : QString();
+    return storage ? utf16TextAt(reinterpret_cast<const char*>(storage), length) : QString();
 }
 
 int ParameterStore::readItems(intptr_t identity, intptr_t nodeAddress)
