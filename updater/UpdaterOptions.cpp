@@ -1,5 +1,6 @@
 #include "updater/UpdaterOptions.h"
 
+#include <cstdio>
 #include <cstdlib>
 
 #include "net/Base64.h"
@@ -37,4 +38,16 @@ bool parseUpdaterOptions(const QStringList& arguments, UpdaterOptions* options, 
         return false;
     }
     return true;
+}
+
+bool parseUpdaterCommandLine(int argc, char** argv, const char* program, UpdaterOptions* options)
+{
+    QStringList arguments;
+    for (int i = 1; i < argc; ++i)
+        arguments << QString::fromLocal8Bit(argv[i]);
+    QString error;
+    if (parseUpdaterOptions(arguments, options, &error))
+        return true;
+    std::fprintf(stderr, "%s: %s\n", program, error.toLocal8Bit().constData());
+    return false;
 }

@@ -13,3 +13,7 @@ struct UpdaterOptions {
 // quotes the module put around it, since no shell removes them. Returns
 // false with error set for anything else.
 bool parseUpdaterOptions(const QStringList& arguments, UpdaterOptions* options, QString* error);
+
+// The same for a program's own argc/argv; on failure the error goes to
+// standard error after the program's name, and the caller exits with 64.
+bool parseUpdaterCommandLine(int argc, char** argv, const char* program, UpdaterOptions* options);

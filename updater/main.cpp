@@ -2,10 +2,7 @@
 // segment. Started by the module as
 //   updater -u "<base64 of the backup folder>" <segment key>
 // and ended by the module's finished flag (see UpdaterServer.h).
-#include <cstdio>
-
 #include <QDir>
-#include <QStringList>
 
 #include "updater/FileInstaller.h"
 #include "updater/UpdaterLog.h"
@@ -20,16 +17,9 @@ const char kLogName[] = "/updater.log";
 
 int main(int argc, char** argv)
 {
-    QStringList arguments;
-    for (int i = 1; i < argc; ++i)
-        arguments << QString::fromLocal8Bit(argv[i]);
-
     UpdaterOptions options;
-    QString error;
-    if (!parseUpdaterOptions(arguments, &options, &error)) {
-        std::fprintf(stderr, "updater: %s\n", error.toLocal8Bit().constData());
+    if (!parseUpdaterCommandLine(argc, argv, "updater", &options))
         return 64;
-    }
 
     QDir().mkpath(options.backupFolder);
     // The log lives with the backups: both say what this run changed.
