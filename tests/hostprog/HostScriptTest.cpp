@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "ModuleHostRun.h"
+#include "support/SampleUpdateServer.h"
 
 namespace {
 
@@ -43,7 +44,7 @@ protected:
         ASSERT_TRUE(dir.isValid());
         serverRoot = dir.filePath(QStringLiteral("server"));
         downloadDir = dir.filePath(QStringLiteral("run/download"));
-        publishServer();
+        publishSampleServer(serverRoot, 300);
         // Until a test starts its server, the settings name a port nobody
         // listens on, so that nothing leaves the machine.
         writeSettings("http://127.0.0.1:9");
@@ -54,35 +55,6 @@ protected:
         QDir().mkpath(dir.filePath(QStringLiteral("run/config")));
         writeText(dir.filePath(QStringLiteral("run/config/download.cfg")),
                   "[Address]\r\nPath=" + url + "\r\n");
-    }
-
-    void put(const QString& relative, const QByteArray& bytes)
-    {
-        const QString path = serverRoot + relative;
-        QDir().mkpath(QFileInfo(path).path());
-        writeText(path, bytes);
-    }
-
-    // One configuration newer than the installed one, with its own module
-    // list; a general list with a newer module, one at the installed
-    // version and one the terminal does not have.
-    void publishServer()
-    {
-        put("/configDesc.txt",
-            "Standard,3.4.0,/configs/standard-modules.txt,/desc/standard.txt,Standard configuration\n");
-        put("/configs/standard-modules.txt",
-            "quotes.so,2.1.0,3.3.8,1,/desc/quotes.txt,/files/quotes.so.gz,2026-11-01,12\n");
-        put("/moduleDesc.txt",
-            "charts.so,1.5.0,3.3.8,1,/desc/charts.txt,/files/charts.so.gz,2026-10-01,20\n"
-            "news.so,1.0.0,3.3.8,1,/desc/news.txt,/files/news.so.gz,2026-09-01,5\n"
-            "orders.so,4.0.0,3.3.8,1,/desc/orders.txt,/files/orders.so.gz,2026-11-10,300\n");
-        put("/desc/standard.txt", "The standard set of modules.");
-        put("/desc/charts.txt", "Charts.");
-        put("/desc/orders.txt", "Orders of every kind.");
-        put("/files/quotes.so.gz", patternBytes(12 * 1024, 'q'));
-        put("/files/charts.so.gz", patternBytes(20 * 1024, 'c'));
-        put("/files/news.so.gz", patternBytes(5 * 1024, 'n'));
-        put("/files/orders.so.gz", patternBytes(300 * 1024, 'o'));
     }
 
     void startNginx()

@@ -14,6 +14,7 @@
 
 #include "module/DownloadModule.h"
 #include "module/HostMessages.h"
+#include "support/SampleUpdateServer.h"
 #include "transfer/support/RealServers.h"
 #include "transfer/support/WaitFor.h"
 #include "ui/DownloadWidget.h"
@@ -22,15 +23,6 @@
 inline void PrintTo(const QString& text, std::ostream* out)
 {
     *out << '"' << text.toStdString() << '"';
-}
-
-inline QByteArray patternBytes(int size, char seed)
-{
-    QByteArray bytes(size, '\0');
-    char* data = bytes.data();
-    for (int i = 0; i < size; ++i)
-        data[i] = char(seed + (qint64(i) * 7919) % 251);
-    return bytes;
 }
 
 inline QByteArray fileBytes(const QString& path)
@@ -45,7 +37,7 @@ protected:
     {
         ASSERT_TRUE(root.isValid());
         serverRoot = root.filePath(QStringLiteral("server"));
-        publishServer();
+        publishSampleServer(serverRoot, 3000);
         host = std::make_unique<UiTestHost>(root.path());
         // Installed: configuration Standard 3.3.8 in use, with an older charts
         // and quotes module and news at the offered version.
@@ -82,30 +74,7 @@ protected:
 
     void put(const QString& relative, const QByteArray& bytes)
     {
-        const QString path = serverRoot + relative;
-        QDir().mkpath(QFileInfo(path).path());
-        writeText(path, bytes);
-    }
-
-    // The server as a publisher would lay it out: one configuration with its
-    // own module list, a general module list and the description texts.
-    void publishServer()
-    {
-        put("/configDesc.txt",
-            "Standard,3.4.0,/configs/standard-modules.txt,/desc/standard.txt,Standard configuration\n");
-        put("/configs/standard-modules.txt",
-            "quotes.so,2.1.0,3.3.8,1,/desc/quotes.txt,/files/quotes.so.gz,2026-11-01,12\n");
-        put("/moduleDesc.txt",
-            "charts.so,1.5.0,3.3.8,1,/desc/charts.txt,/files/charts.so.gz,2026-10-01,20\n"
-            "news.so,1.0.0,3.3.8,1,/desc/news.txt,/files/news.so.gz,2026-09-01,5\n"
-            "orders.so,4.0.0,3.3.8,1,/desc/orders.txt,/files/orders.so.gz,2026-11-10,3000\n");
-        put("/desc/standard.txt", "The standard set of modules.");
-        put("/desc/quotes.txt", "Quotes, faster.");
-        put("/desc/charts.txt", "Charts with \xe9l\xe9gance.");
-        put("/desc/orders.txt", "Orders of every kind.");
-        put("/files/quotes.so.gz", patternBytes(12 * 1024, 'q'));
-        put("/files/charts.so.gz", patternBytes(20 * 1024, 'c'));
-        put("/files/orders.so.gz", patternBytes(3000 * 1024, 'o'));
+        putServerFile(serverRoot, relative, bytes);
     }
 
     CDownloadWidget* openDialog()
