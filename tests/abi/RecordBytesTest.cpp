@@ -130,14 +130,11 @@ TEST_F(LoadedLibrary, TranslationRecordsAreThreeFixedFieldsOf1024Bytes)
     EXPECT_TRUE(allZero(first, std::strlen("CTransDownload"), 1024));
     EXPECT_TRUE(allZero(first, 1024 + std::strlen("C0007Cancel"), 2048));
     EXPECT_TRUE(allZero(first, 2048 + std::strlen("Cancel"), 3072));
-    for (const QByteArray& record : translations) {
-        const auto* bytes = reinterpret_cast<const unsigned char*>(record.constData());
-        EXPECT_EQ("CTransDownload", textAt(bytes, 0, 1024));
-        EXPECT_FALSE(textAt(bytes, 1024, 1024).empty());
-        textAt(bytes, 2048, 1024);  // terminated within its field
-    }
-    const auto* last = reinterpret_cast<const unsigned char*>(translations.back().constData());
-    EXPECT_EQ("M0177", textAt(last, 1024, 1024));
+    // Every field of every record ends within its 1024 bytes; the contexts,
+    // keys and their order are checked in tests/spine/ModuleEntryTest.cpp.
+    for (const QByteArray& record : translations)
+        for (std::size_t field = 0; field < 3; ++field)
+            textAt(reinterpret_cast<const unsigned char*>(record.constData()), 1024 * field, 1024);
 }
 
 TEST(UpdaterSegmentBytes, RequestFinishAndConfigurationCopy)
@@ -249,11 +246,9 @@ TEST(HostConfigurationBytes, ConfigurationsAndModuleTableReadFromTheHostsLayout)
     EXPECT_EQ(7, int32_t(configs[0].build));
     EXPECT_EQ(3, int32_t(configs[0].minor));
     EXPECT_EQ(2, int32_t(configs[0].major));
-    EXPECT_EQ(0, int32_t(configs[0].current));
     EXPECT_STREQ("alpha-second", configs[0].secondName);
+    // The second entry shows the 538-byte stride and the fields the first leaves at 0.
     EXPECT_STREQ("Beta", configs[1].name);
-    EXPECT_EQ(12, int32_t(configs[1].build));
-    EXPECT_EQ(5, int32_t(configs[1].major));
     EXPECT_EQ(1, int32_t(configs[1].current));
     EXPECT_EQ(4712, int32_t(configs[1].moduleTableId));
     EXPECT_STREQ("beta-second", configs[1].secondName);
@@ -267,7 +262,5 @@ TEST(HostConfigurationBytes, ConfigurationsAndModuleTableReadFromTheHostsLayout)
     EXPECT_EQ(20, int32_t(table[0].minor));
     EXPECT_EQ(3, int32_t(table[0].major));
     EXPECT_STREQ("libNews.so", table[1].name);
-    EXPECT_EQ(101, int32_t(table[1].build));
-    EXPECT_EQ(21, int32_t(table[1].minor));
     EXPECT_EQ(9, int32_t(table[1].fourth));
 }

@@ -7,7 +7,6 @@
 
 #include "module/HostMessages.h"
 #include "module/Log.h"
-#include "module/LogHelper.h"
 #include "support/TestHost.h"
 
 namespace {
@@ -44,27 +43,14 @@ TEST(LogBuffer, GrowsToTheLargerOfNeedAndDouble)
     EXPECT_EQ(QString(40, 'x') + QString(200, 'y'), big.text());
 }
 
-TEST(LogBuffer, ManyPiecesKeepEveryCharacter)
-{
-    Log log;
-    QString expected;
-    for (int i = 0; i < 2000; ++i) {
-        log << i << QChar(0x0416) << ' ';
-        expected += QString::number(i) + QChar(0x0416) + ' ';
-    }
-    EXPECT_EQ(expected, log.text());
-    EXPECT_EQ(unsigned(expected.size()) + 1, log.length());
-    EXPECT_GE(log.capacity(), log.length());
-}
-
 TEST(LogStream, NumbersAndTexts)
 {
     Log log;
     log << short(-5) << ',' << (unsigned short)65535 << ',' << INT_MIN << ',' << UINT_MAX << ','
         << LONG_MIN << ',' << ULONG_MAX << ',' << 0.1f << ',' << 1234567.0 << ',' << 100000.0
-        << ',' << 1e-5 << ',' << "lat\xe9" << ',' << QStringLiteral("\u0436");
+        << ',' << 1e-5 << ',' << "lat\xe9" << ',' << QStringLiteral("\u0436") << QChar(0x0416);
     EXPECT_EQ(QStringLiteral("-5,65535,-2147483648,4294967295,") + QString::number(LONG_MIN) + ","
-                  + QString::number(ULONG_MAX) + ",0.1,1.23457e+06,100000,1e-05,lat\u00e9,\u0436",
+                  + QString::number(ULONG_MAX) + ",0.1,1.23457e+06,100000,1e-05,lat\u00e9,\u0436\u0416",
               log.text());
 }
 
@@ -149,15 +135,4 @@ TEST(LogSink, ByteStringCreateBehavesAsTheStringOne)
     log << "x" << lmSend;
     ASSERT_EQ(1u, host.logLines.size());
     EXPECT_EQ(QStringLiteral("Bytes"), host.logLines[0].source);
-}
-
-TEST(LogHelper, ReachesTheModulesLog)
-{
-    TestHost host;
-    host.deliver(HostMsg::HostReady);
-    ASSERT_NE(nullptr, LogHelper::GetLog());
-    LogHelper::ShowLogInfo(logTypeError, logLevel4, QStringLiteral("via helper"));
-    ASSERT_EQ(1u, host.logLines.size());
-    EXPECT_EQ(QStringLiteral("CDownloadModule"), host.logLines[0].source);
-    EXPECT_EQ(QStringLiteral("via helper"), host.logLines[0].text);
 }

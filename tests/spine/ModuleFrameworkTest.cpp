@@ -13,6 +13,7 @@
 #include "module/HostFolders.h"
 #include "module/HostMessages.h"
 #include "module/Log.h"
+#include "module/LogHelper.h"
 #include "module/ModuleApi.h"
 #include "module/RecordText.h"
 #include "support/TestHost.h"
@@ -22,6 +23,15 @@ namespace {
 CDownloadModule* module()
 {
     return GetModule<CDownloadModule>();
+}
+
+// The record of the first message with code, as the host received it.
+template <class Record>
+Record firstRecord(const TestHost& host, unsigned int code)
+{
+    Record record;
+    std::memcpy(&record, host.withCode(code).at(0).record.constData(), sizeof record);
+    return record;
 }
 
 }  // namespace
@@ -88,8 +98,9 @@ TEST(HostReady, SendsItsQuestionsInOrderAndReplacesDateFormatterAndSink)
     EXPECT_TRUE(module()->GetDateTime()->toString(when, "dd").isEmpty());
     EXPECT_TRUE(module()->GetDateTime()->toString(1L, "dd", false).isEmpty());
 
-    // The log now reaches this host's sink, under the module's name.
-    module()->GetLog()->ShowLogInfo(logTypeMessage, logLevel2, QStringLiteral("hello"));
+    // The module's log, which the rest of the code reaches through
+    // LogHelper, now goes to this host's sink under the module's name.
+    LogHelper::ShowLogInfo(logTypeMessage, logLevel2, QStringLiteral("hello"));
     ASSERT_EQ(1u, host.logLines.size());
     EXPECT_EQ(QStringLiteral("CDownloadModule"), host.logLines[0].source);
     EXPECT_EQ(0, host.logLines[0].type);
@@ -117,9 +128,7 @@ TEST(Events, CreateEmitSubscribe)
     const std::string longName(300, 'e');
     void* handle = module()->CreateEvent(QString::fromStdString(longName));
     ASSERT_EQ(1u, host.withCode(HostMsg::CreateEvent).size());
-    coreEventCreate created;
-    std::memcpy(&created, host.withCode(HostMsg::CreateEvent)[0].record.constData(),
-                sizeof created);
+    const auto created = firstRecord<coreEventCreate>(host, HostMsg::CreateEvent);
     EXPECT_EQ(QByteArray(255, 'e'), QByteArray(created.name, 255));
     EXPECT_EQ(reinterpret_cast<void*>(intptr_t(0x100)), handle);
 
@@ -153,9 +162,7 @@ TEST(Events, SubscriptionRecordsCarryTheRegistration)
     char* argv[] = {program};
     host.deliver(HostMsg::CommandLine, 1, reinterpret_cast<intptr_t>(argv));
     module()->SubscribeEvent(QStringLiteral("quotes"));
-    coreEventSubscribe subscribe;
-    std::memcpy(&subscribe, host.withCode(HostMsg::SubscribeEvent).at(0).record.constData(),
-                sizeof subscribe);
+    const auto subscribe = firstRecord<coreEventSubscribe>(host, HostMsg::SubscribeEvent);
     EXPECT_STREQ("quotes", subscribe.name);
     EXPECT_EQ(0u, value(subscribe.zero));
     EXPECT_EQ(module()->registration(), value(subscribe.registration));
@@ -164,19 +171,15 @@ TEST(Events, SubscriptionRecordsCarryTheRegistration)
 
     host.resultFor[HostMsg::UnsubscribeEvents] = 3;
     EXPECT_EQ(3, module()->UnSubscribeEvent());
-    coreEventUnsubscribe unsubscribe;
-    std::memcpy(&unsubscribe, host.withCode(HostMsg::UnsubscribeEvents).at(0).record.constData(),
-                sizeof unsubscribe);
-    EXPECT_EQ(module()->registration(), value(unsubscribe.registration));
+    EXPECT_EQ(module()->registration(),
+              value(firstRecord<coreEventUnsubscribe>(host, HostMsg::UnsubscribeEvents).registration));
 }
 
 TEST(Lookup, InterfaceFieldsFollowTheArgumentOrder)
 {
     TestHost host;
     EXPECT_EQ(nullptr, module()->getInterface("Quotes", "qKey", "ACME"));
-    coreInterfaceRecord query;
-    std::memcpy(&query, host.withCode(HostMsg::FindInterface).at(0).record.constData(),
-                sizeof query);
+    const auto query = firstRecord<coreInterfaceRecord>(host, HostMsg::FindInterface);
     EXPECT_STREQ("Quotes", query.name);
     EXPECT_STREQ("qKey", query.key);
     EXPECT_STREQ("ACME", query.vendor);
@@ -194,10 +197,7 @@ TEST(Folders, ByTypeFromTheHostOrTheApplicationFolder)
     EXPECT_EQ(QCoreApplication::applicationDirPath(), GetPathByFolderType(module(), vfConfigCopy));
     EXPECT_EQ(QCoreApplication::applicationDirPath(),
               GetPathByFolderType(nullptr, nullptr, vfConfiguration));
-    coreFolder asked;
-    std::memcpy(&asked, host.withCode(HostMsg::FolderByType).at(0).record.constData(),
-                sizeof asked);
-    EXPECT_EQ(2, value(asked.type));
+    EXPECT_EQ(2, value(firstRecord<coreFolder>(host, HostMsg::FolderByType).type));
 }
 
 TEST(Folders, UserDirAsksTheMainWindow)

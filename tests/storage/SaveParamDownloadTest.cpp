@@ -11,17 +11,12 @@
 #include <gtest/gtest.h>
 
 #include "DlRecords.h"
+#include "StorageFiles.h"
 #include "StoreTestHost.h"
 #include "module/HostMessages.h"
 #include "update/SaveParamDownload.h"
 
 namespace {
-
-QByteArray fileBytes(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
-}
 
 class SaveParamDownloadTest : public ::testing::Test {
 protected:
@@ -34,13 +29,7 @@ protected:
 
     QString statePath() const { return folder + QStringLiteral("/download.rdd"); }
 
-    void putFile(const QByteArray& bytes)
-    {
-        QDir().mkpath(folder);
-        QFile file(statePath());
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(bytes);
-    }
+    void putFile(const QByteArray& bytes) { writeFile(statePath(), bytes); }
 
     // A new host with a new store: nothing survives but the file.
     void restartHost()
@@ -97,7 +86,7 @@ TEST_F(SaveParamDownloadTest, StartParametersSurviveARestartOfTheHost)
 
 TEST_F(SaveParamDownloadTest, SavingStartParametersDropsTheDelay)
 {
-    putFile(fileBytes(QStringLiteral(DM_TEST_DATA_DIR "/rdd-written-by-hand.rdd")));
+    putFile(fileBytes(dataFile("rdd-written-by-hand.rdd")));
     int delay = 3;
     saver.getDelayAutoStart(delay);
     EXPECT_EQ(delay, 15);
@@ -150,6 +139,7 @@ TEST_F(SaveParamDownloadTest, LastDownloadOfThreeModulesByState)
     setDlText(changed.localPath, "/tmp/dl/news.so.unpacked");
     changed.state = dlStateFetched;
     saver.changeStateLastDownloadModule(changed, 3);
+    restartHost();
     EXPECT_EQ(saver.getCountStateLastDownloadModule(1), 1);
     EXPECT_EQ(saver.getCountStateLastDownloadModule(3), 1);
     dlModule found = emptyDlModule();
@@ -247,7 +237,7 @@ TEST_F(SaveParamDownloadTest, EveryCallLoadsAndSavesOnce)
 
 TEST_F(SaveParamDownloadTest, ADamagedFileIsDeletedAndLoadedAgain)
 {
-    putFile(fileBytes(QStringLiteral(DM_TEST_DATA_DIR "/xml-truncated.rdd")));
+    putFile(fileBytes(dataFile("xml-truncated.rdd")));
     bool autoDownload = true;
     bool showWindow = true;
     saver.getStartParam(autoDownload, showWindow);

@@ -302,7 +302,6 @@ TEST(XMLWorkDataRecords, NamesAreBoundedAndValuesTravelInSeparateArrays)
     TestHost host;
     QByteArray openedName;
     std::vector<int32_t> inlineFlags;
-    std::vector<QString> sentValues;
     host.extraHandler = [&](unsigned int code, intptr_t param1, intptr_t param2) {
         if (code == HostMsg::OpenNode) {
             auto* open = reinterpret_cast<coreXmlOpenNode*>(param1);
@@ -313,10 +312,6 @@ TEST(XMLWorkDataRecords, NamesAreBoundedAndValuesTravelInSeparateArrays)
             for (int i = 0; i < items->count; ++i) {
                 const coreSzItem& item = items->items[i];
                 inlineFlags.push_back(int32_t(item.inlineValue));
-                char16_t* value;
-                std::memcpy(&value, reinterpret_cast<const char*>(&item) + offsetof(coreSzItem, value),
-                            sizeof value);
-                sentValues.push_back(QString::fromUtf16(value, item.length - 1));
                 EXPECT_EQ(int32_t(item.node), 42);
             }
         }
@@ -329,6 +324,7 @@ TEST(XMLWorkDataRecords, NamesAreBoundedAndValuesTravelInSeparateArrays)
     root.writeString("a", "short");
     root.writeString("b", QString(300, QChar('v')));
     root.writeParameters();
+    // Even a short value goes by pointer; the values' text is checked
+    // through the real store in ValuesReachTheHostExactly.
     EXPECT_EQ(inlineFlags, (std::vector<int32_t>{0, 0}));
-    EXPECT_EQ(sentValues, (std::vector<QString>{QStringLiteral("short"), QString(300, QChar('v'))}));
 }
