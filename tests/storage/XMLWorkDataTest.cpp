@@ -57,6 +57,10 @@ TEST_F(XMLWorkDataTest, ValuesAreTextWithTheReadersRules)
     root->writeBool("no", false);
     root->writeString("letters", QStringLiteral("abcdef"));
     root->writeString("minus", "-12");
+    root->writeInt64("big", 1234567890123LL);
+    root->writeDouble("double", 2.5, 3);
+    root->writeFloat("float", 1.234f, 1);
+    root->writeString("wide", u"w\u00e9de");
     root->writeParameters();
 
     auto again = open("Root");
@@ -71,6 +75,11 @@ TEST_F(XMLWorkDataTest, ValuesAreTextWithTheReadersRules)
     ASSERT_NE(again->FindAttr("yes"), nullptr);
     EXPECT_EQ(again->FindAttr("yes")->value, QStringLiteral("1"));
     EXPECT_EQ(again->FindAttr("YES"), nullptr);  // keys are case-sensitive here
+    EXPECT_EQ(again->readInt64("big", 0), 1234567890123LL);
+    EXPECT_EQ(again->FindAttr("double")->value, QStringLiteral("2.500"));
+    EXPECT_DOUBLE_EQ(again->readDouble("double", 0), 2.5);
+    EXPECT_FLOAT_EQ(again->readFloat("float", 0), 1.2f);  // written with one decimal
+    EXPECT_EQ(again->readDouble("wide", 7.0), 0.0);
 
     char buffer[8];
     std::memset(buffer, '#', sizeof buffer);
@@ -86,6 +95,9 @@ TEST_F(XMLWorkDataTest, ValuesAreTextWithTheReadersRules)
     EXPECT_EQ(text, QStringLiteral("fallback"));
     again->readString("letters", QStringLiteral("fallback"), text);
     EXPECT_EQ(text, QStringLiteral("abcdef"));
+    char16_t wide[4];
+    again->readString("wide", u"", wide, 4);
+    EXPECT_EQ(QString::fromUtf16(wide), QString::fromUtf16(u"w\u00e9d"));
 }
 
 TEST_F(XMLWorkDataTest, ValuesReachTheHostExactly)
@@ -231,25 +243,6 @@ TEST_F(XMLWorkDataTest, ColoursAndFonts)
     EXPECT_FALSE(read.strikeOut());
     const QFont fallback(QStringLiteral("Fallback"), 7);
     EXPECT_EQ(again->readFont("nofont", fallback), fallback);
-}
-
-TEST_F(XMLWorkDataTest, OtherNumberTypesAnd16BitText)
-{
-    auto root = open("Root");
-    root->writeInt64("big", 1234567890123LL);
-    root->writeDouble("double", 2.5, 3);
-    root->writeFloat("float", 1.234f, 1);
-    root->writeString("wide", u"w\u00e9de");
-    root->writeParameters();
-    auto again = open("Root");
-    EXPECT_EQ(again->readInt64("big", 0), 1234567890123LL);
-    EXPECT_EQ(again->FindAttr("double")->value, QStringLiteral("2.500"));
-    EXPECT_DOUBLE_EQ(again->readDouble("double", 0), 2.5);
-    EXPECT_FLOAT_EQ(again->readFloat("float", 0), 1.2f);  // written with one decimal
-    char16_t wide[4];
-    again->readString("wide", u"", wide, 4);
-    EXPECT_EQ(QString::fromUtf16(wide), QString::fromUtf16(u"w\u00e9d"));
-    EXPECT_EQ(again->readDouble("wide", 7.0), 0.0);
 }
 
 TEST(XMLWorkDataWithoutHost, ReadersReturnDefaultsAndNothingIsSent)
