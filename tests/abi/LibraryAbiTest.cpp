@@ -61,9 +61,7 @@ TEST_F(LoadedLibrary, EntryPointsAnswerAsAHostExpects)
     int host = 0;
     initialize(&recordingHost, &recordingHost, &host, nullptr);
     EXPECT_TRUE(received().empty());  // Initialize only stores
-    EXPECT_EQ(0, registerWithRecordingHost(&host));
-    ASSERT_EQ(52u, received().size());
-    EXPECT_EQ(unsigned(HostMsg::RegisterModule), received()[0].code);
+    // Registration through these entry points is checked in RecordBytesTest.cpp.
     EXPECT_EQ(0, receiveMessage(&host, HostMsg::HostReady, 0, 0));
     initialize(nullptr, nullptr, nullptr, nullptr);
 }
