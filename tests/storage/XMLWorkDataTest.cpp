@@ -174,6 +174,9 @@ TEST_F(XMLWorkDataTest, CreateNodeModes)
     ASSERT_TRUE(first && same && appended);
     EXPECT_EQ(first->getNodeHandle(), same->getNodeHandle());
     EXPECT_NE(first->getNodeHandle(), appended->getNodeHandle());
+    // Of several children with one name, opening an existing one finds the first.
+    std::unique_ptr<CXMLWorkData> again(root->createNode("Child", coreXmlOpenExisting));
+    EXPECT_EQ(again->getNodeHandle(), first->getNodeHandle());
     EXPECT_EQ(hostNode(*root)->children.size(), 2u);
     EXPECT_EQ(open("Root")->getNodeHandle(), root->getNodeHandle());
     EXPECT_EQ(root->getCountParamsInTag(), 2);
