@@ -19,7 +19,7 @@ if(NOT EXISTS "${DM_I386_SYSROOT}/lib/ld-linux.so.2")
   message(FATAL_ERROR "No i386 sysroot at ${DM_I386_SYSROOT}: run scripts/sysroot-i386 first")
 endif()
 # try_compile projects read this file again: hand them the same sysroot.
-set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES DM_I386_SYSROOT DM_QT_HOST_TOOLS)
+set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES DM_I386_SYSROOT DM_QT_HOST_TOOLS DM_I386_EMULATOR)
 set(DM_I386_SYSROOT "${DM_I386_SYSROOT}" CACHE PATH "i386 sysroot" FORCE)
 if(NOT DM_QT_HOST_TOOLS)
   set(DM_QT_HOST_TOOLS /usr/lib/qt5/bin)
@@ -53,5 +53,11 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 # put them on an i386 system; here they are inside the sysroot. The test
 # programs are started through env with the sysroot's plugin folder, both
 # when gtest lists their cases at build time and when CTest runs them.
+#
+# DM_I386_EMULATOR is the command that runs an i386 program where the kernel
+# cannot (scripts/test-i386 sets it: its guard, qemu-i386 and -L with the
+# sysroot); empty, the kernel runs them. Programs that tests start by path go
+# through the same command (tests/CMakeLists.txt, dm_program_path).
+set(DM_I386_EMULATOR "${DM_I386_EMULATOR}" CACHE STRING "Command that runs i386 programs; empty: run natively")
 set(CMAKE_CROSSCOMPILING_EMULATOR /usr/bin/env
-    "QT_PLUGIN_PATH=${DM_I386_SYSROOT}/usr/lib/i386-linux-gnu/qt5/plugins")
+    "QT_PLUGIN_PATH=${DM_I386_SYSROOT}/usr/lib/i386-linux-gnu/qt5/plugins" ${DM_I386_EMULATOR})

@@ -103,7 +103,9 @@ CUpdaterSession::Result CUpdaterSession::run()
     std::memset(segment, 0, sizeof *segment);
     CVmProcess process(true, nullptr);
     process.start(program_, updaterArguments(backupFolder_, key_));
-    if (process.pid() < 0) {
+    // A failed fork leaves the pid at -1; the process class would pass it on
+    // to kill(), which would signal every process of the user.
+    if (process.pid() <= 0) {
         memory.unlock();
         return fail(StartFailed, QString("Cannot start %1: %2").arg(program_, process.errorString()));
     }

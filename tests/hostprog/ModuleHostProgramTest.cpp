@@ -47,10 +47,12 @@ TEST_F(ModuleHostProgramTest, RegistersTheModuleAndForwardsTheModuleArguments)
                        "1.2.9, context CTransDownload\n")
             .arg(library)))
         << qPrintable(result.out);
+    // The first argument is the program's file: the path it was started by,
+    // or under an emulator the path the emulator's launcher handed on.
     EXPECT_TRUE(result.out.contains(
         QStringLiteral("module-host: code 3007 with argc 5: \"%1\" \"/OFFLINE\" "
                        "\"--headless\" \"-style\" \"fusion\"\n")
-            .arg(QStringLiteral(DM_MODULE_HOST))))
+            .arg(QStringLiteral(DM_MODULE_HOST_FILE))))
         << qPrintable(result.out);
     EXPECT_TRUE(result.out.contains(
         QStringLiteral("module-host: registered Download (VELMORA, vmDownload) kind 1, "

@@ -20,8 +20,8 @@
 
 namespace {
 
-const QString kUpdater = DM_BINARY_DIR "/updater/updater";
-const QString kFailingUpdater = DM_BINARY_DIR "/tests/install/failing_updater";
+const QString kUpdater = DM_UPDATER_PATH;
+const QString kFailingUpdater = DM_FAILING_UPDATER_PATH;
 
 // A key of its own for each session, so tests may run side by side.
 QString uniqueKey()
@@ -205,7 +205,7 @@ TEST_F(HandOver, AProgramThatNeverAnswersIsNotWaitedForForever)
 TEST_F(HandOver, AnUpdaterKilledMidRunDoesNotHangTheModule)
 {
     hooks.prepare = [this](int index, UpdaterRequest&) {
-        if (index == 1)
+        if (index == 1 && running->updaterPid() > 0)
             ::kill(running->updaterPid(), SIGKILL);
         return CUpdaterSession::Send;
     };

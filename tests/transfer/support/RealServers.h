@@ -29,6 +29,8 @@ public:
     ServerProcess& operator=(const ServerProcess&) = delete;
     ~ServerProcess()
     {
+        if (!running())
+            return;
         process_.terminate();
         if (!process_.waitForFinished(10000))
             stop();
@@ -37,8 +39,10 @@ public:
     // Ends the server at once, cutting every connection, as an outage would.
     void stop()
     {
-        process_.kill();
-        process_.waitForFinished();
+        if (running()) {
+            process_.kill();
+            process_.waitForFinished();
+        }
         started_ = false;
     }
 
@@ -70,6 +74,10 @@ protected:
     }
 
 private:
+    // A start that failed half way can leave QProcess holding a process id
+    // of -1, and a signal to -1 reaches every process of the user.
+    bool running() const { return process_.state() != QProcess::NotRunning && process_.processId() > 0; }
+
     bool waitForListener()
     {
         for (int attempt = 0; attempt < 500; ++attempt) {
