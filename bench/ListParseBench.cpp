@@ -14,8 +14,8 @@
 #include <QFile>
 #include <QTemporaryDir>
 
-#include "module/HostMessages.h"
-#include "module/RecordText.h"
+#include "protocol/HostMessages.h"
+#include "storage/RecordText.h"
 #include "update/ConfigListParser.h"
 #include "update/InstalledProducts.h"
 #include "update/ModuleListParser.h"

@@ -4,7 +4,7 @@
 #include <QChar>
 #include <QString>
 
-#include "module/HostRecords.h"
+#include "protocol/HostRecords.h"
 
 // Message type as the host's sink receives it; the module uses 0 and 1.
 enum coreLogMsgType : int { logTypeMessage = 0, logTypeError = 1 };

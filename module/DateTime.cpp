@@ -1,6 +1,6 @@
 #include "module/DateTime.h"
 
-#include "module/HostMessages.h"
+#include "protocol/HostMessages.h"
 
 namespace Velmora {
 

@@ -5,7 +5,7 @@
 #include <QDateTime>
 #include <QString>
 
-#include "module/HostRecords.h"
+#include "protocol/HostRecords.h"
 
 namespace Velmora {
 

@@ -7,13 +7,13 @@
 
 #include <QCoreApplication>
 
-#include "module/HostMessages.h"
-#include "module/ModuleApi.h"
-#include "module/RecordText.h"
+#include "protocol/HostMessages.h"
+#include "protocol/ModuleApi.h"
+#include "storage/RecordText.h"
 #include "module/TextTable.h"
 #include "module/TranslateManager.h"
 #include "net/Base64.h"
-#include "ui/DialogRecords.h"
+#include "protocol/DialogRecords.h"
 #include "ui/DownloadWidget.h"
 #include "net/TestProxyHttp.h"
 #include "module/HostFolders.h"

@@ -5,9 +5,9 @@
 
 #include <QCoreApplication>
 
-#include "module/HostMessages.h"
+#include "protocol/HostMessages.h"
 #include "module/Module.h"
-#include "module/RecordText.h"
+#include "storage/RecordText.h"
 
 namespace {
 

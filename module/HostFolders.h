@@ -3,7 +3,7 @@
 // folder (3503 to the main window), and the query that finds that window.
 #include <QString>
 
-#include "module/HostRecords.h"
+#include "protocol/HostRecords.h"
 
 class CModule;
 

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <new>
 
-#include "module/HostMessages.h"
+#include "protocol/HostMessages.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include "module/Log.h"
 #include "module/Module.h"
-#include "module/ModuleApi.h"
+#include "protocol/ModuleApi.h"
 
 BaseLog* LogHelper::GetLog()
 {

@@ -6,9 +6,9 @@
 #include <memory>
 
 #include "module/DateTime.h"
-#include "module/HostMessages.h"
+#include "protocol/HostMessages.h"
 #include "module/Log.h"
-#include "module/RecordText.h"
+#include "storage/RecordText.h"
 #include "module/TranslateManager.h"
 
 namespace {

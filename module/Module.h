@@ -8,7 +8,7 @@
 #include <QString>
 
 #include "module/FontManager.h"
-#include "module/HostRecords.h"
+#include "protocol/HostRecords.h"
 
 class CTranslateManager;
 class Log;

@@ -4,7 +4,7 @@
 // exists before the host calls in. Exceptions are not caught here: the only
 // one the module lets out is the host-ready handler's, which the host expects.
 #include "module/DownloadModule.h"
-#include "module/ModuleApi.h"
+#include "protocol/ModuleApi.h"
 
 namespace {
 

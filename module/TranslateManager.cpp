@@ -6,9 +6,9 @@
 
 #include <QCoreApplication>
 
-#include "module/HostMessages.h"
+#include "protocol/HostMessages.h"
 #include "module/Module.h"
-#include "module/ModuleApi.h"
+#include "protocol/ModuleApi.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 // host's string record.
 #include <QString>
 
-#include "storage/StorageRecords.h"
+#include "protocol/StorageRecords.h"
 #include "storage/UnicodeStringData.h"
 
 class CUnicodeString {

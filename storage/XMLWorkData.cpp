@@ -5,8 +5,8 @@
 #include <memory>
 #include <new>
 
-#include "module/HostMessages.h"
-#include "module/RecordText.h"
+#include "protocol/HostMessages.h"
+#include "storage/RecordText.h"
 
 namespace {
 

@@ -15,8 +15,8 @@
 #include <QFont>
 #include <QString>
 
-#include "module/HostRecords.h"
-#include "storage/StorageRecords.h"
+#include "protocol/HostRecords.h"
+#include "protocol/StorageRecords.h"
 
 // One parameter of a node: ordered and unique by key.
 struct CCoreSzItem {

@@ -9,7 +9,7 @@
 #include <QUrl>
 
 #include "module/DownloadModule.h"
-#include "module/HostRecords.h"
+#include "protocol/HostRecords.h"
 #include "net/Base64.h"
 #include "transfer/DownloadHttpClient.h"
 

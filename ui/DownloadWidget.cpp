@@ -25,9 +25,9 @@
 
 #include "module/DownloadModule.h"
 #include "module/HostFolders.h"
-#include "module/HostMessages.h"
+#include "protocol/HostMessages.h"
 #include "module/LogHelper.h"
-#include "module/RecordText.h"
+#include "storage/RecordText.h"
 #include "transfer/DownloadHttp.h"
 #include "transfer/DownloadManager.h"
 #include "ui/ChangeModulesThread.h"

@@ -10,11 +10,11 @@
 #include <QObject>
 #include <QString>
 
-#include "module/HostRecords.h"
+#include "protocol/HostRecords.h"
 #include "transfer/DownloadHttpClient.h"
-#include "ui/DialogRecords.h"
+#include "protocol/DialogRecords.h"
 #include "update/DlModule.h"
-#include "update/UpdateRecords.h"
+#include "protocol/UpdateRecords.h"
 
 class ChangeModulesThread;
 class CDownloadHttp;

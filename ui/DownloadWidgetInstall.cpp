@@ -17,9 +17,9 @@
 
 #include "module/DownloadModule.h"
 #include "module/HostFolders.h"
-#include "module/HostMessages.h"
+#include "protocol/HostMessages.h"
 #include "module/LogHelper.h"
-#include "module/RecordText.h"
+#include "storage/RecordText.h"
 #include "transfer/DownloadHttp.h"
 #include "ui/ChangeModulesThread.h"
 #include "ui/DownloadWidget.h"

@@ -1,6 +1,6 @@
 #include "update/ConfigListParser.h"
 
-#include "module/RecordText.h"
+#include "storage/RecordText.h"
 #include "update/InstalledProducts.h"
 #include "update/ListFile.h"
 #include "update/VersionRules.h"

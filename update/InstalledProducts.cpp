@@ -4,8 +4,8 @@
 #include <cstring>
 
 #include "module/DownloadModule.h"
-#include "module/HostMessages.h"
-#include "module/RecordText.h"
+#include "protocol/HostMessages.h"
+#include "storage/RecordText.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 
 #include <QString>
 
-#include "module/HostRecords.h"
-#include "update/UpdateRecords.h"
+#include "protocol/HostRecords.h"
+#include "protocol/UpdateRecords.h"
 
 class CModule;
 

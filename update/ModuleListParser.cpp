@@ -4,7 +4,7 @@
 
 #include <QHash>
 
-#include "module/RecordText.h"
+#include "storage/RecordText.h"
 #include "update/InstalledProducts.h"
 #include "update/ListFile.h"
 #include "update/VersionRules.h"

@@ -10,7 +10,7 @@
 #include <QStringList>
 
 #include "update/DlModule.h"
-#include "update/UpdateRecords.h"
+#include "protocol/UpdateRecords.h"
 
 class CInstalledProducts;
 

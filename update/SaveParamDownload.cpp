@@ -8,8 +8,8 @@
 #include <QFile>
 
 #include "module/DownloadModule.h"
-#include "module/HostMessages.h"
-#include "storage/StorageRecords.h"
+#include "protocol/HostMessages.h"
+#include "protocol/StorageRecords.h"
 #include "storage/UnicodeString.h"
 #include "storage/XMLWorkData.h"
 

@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "module/RecordText.h"
+#include "storage/RecordText.h"
 #include "net/Base64.h"
 
 const char kUpdaterEnvironmentVariable[] = "VELMORA_UPDATER";

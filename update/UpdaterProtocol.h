@@ -1,13 +1,13 @@
 #pragma once
 // What the module tells the updater program: where it is, how it is started
-// and how requests are written into the shared segment (update/InstallRecords.h).
+// and how requests are written into the shared segment (protocol/InstallRecords.h).
 #include <cstdint>
 
 #include <QByteArray>
 #include <QString>
 #include <QStringList>
 
-#include "update/InstallRecords.h"
+#include "protocol/InstallRecords.h"
 
 // Names the updater program when set and not empty; tests and unusual
 // installations point it elsewhere.

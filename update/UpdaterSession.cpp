@@ -10,7 +10,7 @@
 
 #include "platform/ProcessWait.h"
 #include "platform/VmProcess.h"
-#include "update/InstallRecords.h"
+#include "protocol/InstallRecords.h"
 #include "update/UpdaterProtocol.h"
 
 namespace {

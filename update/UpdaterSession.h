@@ -3,7 +3,7 @@
 // the request loop. The dialog's installation worker wires it to the download
 // state file and the progress dialog through the hooks.
 //
-// Protocol (the segment is update/InstallRecords.h): the module creates and
+// Protocol (the segment is protocol/InstallRecords.h): the module creates and
 // zeroes the segment and starts the updater, which sets done when it is ready.
 // Each round the module takes the segment's lock; while done is 0 the updater
 // is busy and the module lets go and yields. Once done is set it reads error

@@ -6,7 +6,7 @@
 
 #include <QString>
 
-#include "update/UpdateRecords.h"
+#include "protocol/UpdateRecords.h"
 
 // A version text a.b.c taken apart.
 struct VersionParts {

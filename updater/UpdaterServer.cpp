@@ -10,7 +10,7 @@
 #include <QElapsedTimer>
 #include <QSharedMemory>
 
-#include "module/RecordText.h"
+#include "storage/RecordText.h"
 #include "updater/FileInstaller.h"
 #include "updater/UpdaterLog.h"
 

@@ -1,5 +1,5 @@
 #pragma once
-// The updater's side of the shared segment (update/InstallRecords.h).
+// The updater's side of the shared segment (protocol/InstallRecords.h).
 //
 // It attaches to the segment the module created, sets done to say it is
 // ready and then polls: a request is pending while done is 0; it is copied
@@ -13,7 +13,7 @@
 
 #include <QString>
 
-#include "update/InstallRecords.h"
+#include "protocol/InstallRecords.h"
 
 class CUpdaterLog;
 

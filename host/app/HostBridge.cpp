@@ -11,8 +11,8 @@
 #include "host/app/HostLogPrinter.h"
 #include "host/app/HostProfile.h"
 #include "host/app/HostWindow.h"
-#include "module/HostMessages.h"
-#include "module/RecordText.h"
+#include "protocol/HostMessages.h"
+#include "storage/RecordText.h"
 #include "net/Base64.h"
 
 HostBridge* HostBridge::current_ = nullptr;

@@ -16,8 +16,8 @@
 #include "host/app/HostEvents.h"
 #include "host/app/HostTranslator.h"
 #include "host/store/ParameterStore.h"
-#include "module/HostRecords.h"
-#include "ui/DialogRecords.h"
+#include "protocol/HostRecords.h"
+#include "protocol/DialogRecords.h"
 
 class HostProfile;
 class HostWindow;

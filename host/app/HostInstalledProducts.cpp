@@ -7,8 +7,8 @@
 #include <QJsonArray>
 #include <QRegularExpression>
 
-#include "module/HostMessages.h"
-#include "module/RecordText.h"
+#include "protocol/HostMessages.h"
+#include "storage/RecordText.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <QString>
 #include <QVector>
 
-#include "update/UpdateRecords.h"
+#include "protocol/UpdateRecords.h"
 
 struct HostInstalledModule {
     QString name;

@@ -13,7 +13,7 @@
 #include <QString>
 #include <QStringList>
 
-#include "module/HostRecords.h"
+#include "protocol/HostRecords.h"
 
 class HostLogPrinter {
 public:

@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "host/app/HostProfile.h"
-#include "module/RecordText.h"
+#include "storage/RecordText.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 // one line per tested server.
 #include <QStringList>
 
-#include "module/HostRecords.h"
+#include "protocol/HostRecords.h"
 
 struct HostProxy;
 

@@ -5,7 +5,7 @@
 // windows and callbacks still exist.
 #include <QString>
 
-#include "module/ModuleApi.h"
+#include "protocol/ModuleApi.h"
 
 class ModuleLoader {
 public:

@@ -28,8 +28,8 @@
 #include "host/app/HostScript.h"
 #include "host/app/HostWindow.h"
 #include "host/app/ModuleLoader.h"
-#include "module/HostMessages.h"
-#include "module/RecordText.h"
+#include "protocol/HostMessages.h"
+#include "storage/RecordText.h"
 
 namespace {
 

@@ -7,9 +7,9 @@
 #include <QFileInfo>
 #include <QSaveFile>
 
-#include "module/HostMessages.h"
-#include "module/RecordText.h"
-#include "storage/StorageRecords.h"
+#include "protocol/HostMessages.h"
+#include "storage/RecordText.h"
+#include "protocol/StorageRecords.h"
 
 namespace {
 

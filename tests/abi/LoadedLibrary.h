@@ -8,8 +8,8 @@
 #include <QByteArray>
 #include <gtest/gtest.h>
 
-#include "module/HostMessages.h"
-#include "module/ModuleApi.h"
+#include "protocol/HostMessages.h"
+#include "protocol/ModuleApi.h"
 
 class LoadedLibrary : public ::testing::Test {
 protected:

@@ -15,7 +15,7 @@
 #include <gtest/gtest.h>
 
 #include "LoadedLibrary.h"
-#include "update/InstallRecords.h"
+#include "protocol/InstallRecords.h"
 #include "update/InstalledProducts.h"
 #include "update/UpdaterProtocol.h"
 

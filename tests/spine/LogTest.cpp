@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "module/HostMessages.h"
+#include "protocol/HostMessages.h"
 #include "module/Log.h"
 #include "support/TestHost.h"
 

@@ -9,9 +9,9 @@
 #include <gtest/gtest.h>
 
 #include "module/DownloadModule.h"
-#include "module/HostMessages.h"
-#include "module/ModuleApi.h"
-#include "module/RecordText.h"
+#include "protocol/HostMessages.h"
+#include "protocol/ModuleApi.h"
+#include "storage/RecordText.h"
 #include "support/TestHost.h"
 
 // The info record as the host reads it, byte for byte, is checked through

@@ -11,11 +11,11 @@
 #include "module/DateTime.h"
 #include "module/DownloadModule.h"
 #include "module/HostFolders.h"
-#include "module/HostMessages.h"
+#include "protocol/HostMessages.h"
 #include "module/Log.h"
 #include "module/LogHelper.h"
-#include "module/ModuleApi.h"
-#include "module/RecordText.h"
+#include "protocol/ModuleApi.h"
+#include "storage/RecordText.h"
 #include "support/TestHost.h"
 
 namespace {

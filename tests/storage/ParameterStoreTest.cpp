@@ -11,9 +11,9 @@
 
 #include "StorageFiles.h"
 #include "host/store/ParameterStore.h"
-#include "module/HostMessages.h"
-#include "module/RecordText.h"
-#include "storage/StorageRecords.h"
+#include "protocol/HostMessages.h"
+#include "storage/RecordText.h"
+#include "protocol/StorageRecords.h"
 
 namespace {
 

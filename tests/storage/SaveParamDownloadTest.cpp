@@ -13,7 +13,7 @@
 #include "DlRecords.h"
 #include "StorageFiles.h"
 #include "StoreTestHost.h"
-#include "module/HostMessages.h"
+#include "protocol/HostMessages.h"
 #include "update/SaveParamDownload.h"
 
 namespace {

@@ -2,7 +2,7 @@
 #include <QString>
 #include <gtest/gtest.h>
 
-#include "storage/StorageRecords.h"
+#include "protocol/StorageRecords.h"
 #include "storage/UnicodeString.h"
 
 TEST(UnicodeString, ConvertsFromEverySourceAndBack)

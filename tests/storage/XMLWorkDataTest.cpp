@@ -7,7 +7,7 @@
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
-#include "module/HostMessages.h"
+#include "protocol/HostMessages.h"
 #include "StoreTestHost.h"
 #include "storage/XMLWorkData.h"
 

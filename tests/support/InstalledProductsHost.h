@@ -11,9 +11,9 @@
 #include <QByteArray>
 #include <QString>
 
-#include "module/HostMessages.h"
-#include "module/RecordText.h"
-#include "update/UpdateRecords.h"
+#include "protocol/HostMessages.h"
+#include "storage/RecordText.h"
+#include "protocol/UpdateRecords.h"
 
 inline coreNameConfig installedConfig(const char* name, int major, int minor, int build,
                                       bool current = false, int moduleCount = 0, int tableId = 0)

@@ -5,9 +5,9 @@
 
 #include <QDateTime>
 
-#include "module/HostMessages.h"
-#include "module/ModuleApi.h"
-#include "module/RecordText.h"
+#include "protocol/HostMessages.h"
+#include "protocol/ModuleApi.h"
+#include "storage/RecordText.h"
 
 TestHost* TestHost::current_ = nullptr;
 

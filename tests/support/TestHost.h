@@ -11,7 +11,7 @@
 #include <QByteArray>
 #include <QString>
 
-#include "module/HostRecords.h"
+#include "protocol/HostRecords.h"
 
 struct RecordedMessage {
     void* target;

@@ -8,7 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "module/BaseLog.h"
-#include "module/HostMessages.h"
+#include "protocol/HostMessages.h"
 #include "support/FaultServer.h"
 #include "support/FileHelpers.h"
 #include "support/RealServers.h"

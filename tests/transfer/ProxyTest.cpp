@@ -9,7 +9,7 @@
 #include <QTextCodec>
 #include <gtest/gtest.h>
 
-#include "module/HostMessages.h"
+#include "protocol/HostMessages.h"
 #include "net/ProxySocket.h"
 #include "net/TestProxyHttp.h"
 #include "net/TestSocketProxyConnect.h"

@@ -13,7 +13,7 @@
 #include <gtest/gtest.h>
 
 #include "module/DownloadModule.h"
-#include "module/HostMessages.h"
+#include "protocol/HostMessages.h"
 #include "support/SampleUpdateServer.h"
 #include "transfer/support/RealServers.h"
 #include "transfer/support/WaitFor.h"

@@ -16,11 +16,11 @@
 #include <QTimer>
 
 #include "host/store/ParameterStore.h"
-#include "module/HostMessages.h"
-#include "module/RecordText.h"
+#include "protocol/HostMessages.h"
+#include "storage/RecordText.h"
 #include "support/InstalledProductsHost.h"
 #include "support/TestHost.h"
-#include "ui/DialogRecords.h"
+#include "protocol/DialogRecords.h"
 #include "ui/DownloadMessInfo.h"
 
 class UiTestHost : public TestHost {

@@ -10,7 +10,7 @@
 #include "host/app/HostBridge.h"
 #include "host/app/HostProfile.h"
 #include "host/app/HostWindow.h"
-#include "module/ModuleApi.h"
+#include "protocol/ModuleApi.h"
 #include "update/ChosenModules.h"
 #include "update/FileToDl.h"
 #include "update/InstalledProducts.h"

@@ -9,7 +9,7 @@
 #include "host/app/HostBridge.h"
 #include "host/app/HostProfile.h"
 #include "host/app/HostWindow.h"
-#include "module/ModuleApi.h"
+#include "protocol/ModuleApi.h"
 #include "update/InstalledProducts.h"
 
 namespace {

@@ -7,7 +7,7 @@
 // on Qt or on anything that is not available to a bare i386 compiler.
 #include <cstdint>
 
-#include "module/RecordLayout.h"
+#include "protocol/RecordLayout.h"
 
 class QDateTime;
 class QString;

@@ -3,7 +3,7 @@
 // the library exports; everything else is hidden.
 #include <cstdint>
 
-#include "module/HostRecords.h"
+#include "protocol/HostRecords.h"
 
 class CModule;
 

@@ -7,7 +7,7 @@
 // with -m32 by the test suite, so it uses nothing but the bare compiler.
 #include <cstdint>
 
-#include "module/RecordLayout.h"
+#include "protocol/RecordLayout.h"
 
 #pragma pack(push, 1)
 

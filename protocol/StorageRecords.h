@@ -11,7 +11,7 @@
 // with -m32 by the test suite: no Qt, nothing a bare i386 compiler lacks.
 #include <cstdint>
 
-#include "module/RecordLayout.h"
+#include "protocol/RecordLayout.h"
 
 #pragma pack(push, 1)
 

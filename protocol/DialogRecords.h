@@ -6,7 +6,7 @@
 // Compiled with -m32 by the tests: no Qt here.
 #include <cstdint>
 
-#include "module/RecordLayout.h"
+#include "protocol/RecordLayout.h"
 
 #pragma pack(push, 1)
 

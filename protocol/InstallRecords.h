@@ -8,7 +8,7 @@
 // bare compiler.
 #include <cstdint>
 
-#include "module/RecordLayout.h"
+#include "protocol/RecordLayout.h"
 
 // 16-bit code units in each path field.
 constexpr int kUpdatePathUnits = 1024;

@@ -28,14 +28,14 @@ enum Code : unsigned int {
     GetDateFormatters = 3207, // module -> host: coreDateTimeFormatters*
 
     // Installed configurations and their module tables (update workflow);
-    // records in update/UpdateRecords.h
+    // records in protocol/UpdateRecords.h
     ConfigurationCount = 3086,  // module -> host: int32_t* (the host writes the count)
     ConfigurationList = 3087,   // module -> host: coreConfigListRequest (fills coreNameConfig[])
     ModuleTable = 3088,         // module -> host: coreModuleTableRequest (fills coreModuleEntry[])
     PathToConfigFile = 3209,    // module -> host: corePathToConfig; 1 = no such configuration
 
     // Parameter files held by the host: a file loaded into a tree of named
-    // nodes with text parameters; records in storage/StorageRecords.h
+    // nodes with text parameters; records in protocol/StorageRecords.h
     LoadParameterFile = 3163,  // module -> host: coreXmlLoad (the host writes the file handle)
     SaveParameterFile = 3164,  // module -> host: file handle; writes the file, releases the handle
     ClearNode = 3165,          // module -> host: coreXmlNodeId
