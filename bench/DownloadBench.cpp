@@ -45,6 +45,7 @@ public:
     bool finished = false;
     bool failed = false;
     bool isOffLine() override { return false; }
+    void getProxyData(mwiProxyState&) override {}  // no proxy: the benchmark compares with a direct curl
     bool hasWindow() override { return false; }
     void showStatusMessage(const QString&, int) override { failed = true; }
     void addBytesOnDisk(long) override {}

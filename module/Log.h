@@ -2,7 +2,7 @@
 // The module's log stream: composes one message in a growable 16-bit buffer
 // and hands it to the host's log sink as a LogRecord. Used on the GUI thread
 // only; a message composed in pieces must not be interleaved with another.
-#include "module/BaseLog.h"
+#include "platform/BaseLog.h"
 
 class Log : public BaseLog {
 public:

@@ -58,6 +58,11 @@ int CModule::InitializeWrap(HostCallback send, HostCallback post, void* host, vo
     return 0;
 }
 
+CHostLink CModule::hostLink() const
+{
+    return CHostLink(send_, host_, log_);
+}
+
 int CModule::GetModuleInfoWrap(MODULE_INFO* out)
 {
     if (out)

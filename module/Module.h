@@ -8,6 +8,7 @@
 #include <QString>
 
 #include "module/FontManager.h"
+#include "platform/HostLink.h"
 #include "protocol/HostRecords.h"
 
 class CTranslateManager;
@@ -65,6 +66,8 @@ public:
     void* hostPointer() const { return host_; }
     intptr_t hostParam() const { return hostParam_; }
     void* registration() const { return registration_; }
+    // The callback, host pointer and log, for the classes below the module.
+    CHostLink hostLink() const;
 
 protected:
     // Sends code to target through the synchronous callback; -1 without one.

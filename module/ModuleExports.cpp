@@ -10,6 +10,15 @@ namespace {
 
 CDownloadModule theModule("Velmora.Download module", 1, 2, 9);
 
+CHostLink theModuleLink()
+{
+    return theModule.hostLink();
+}
+
+// The layers below the module reach the host through this link, never
+// through the module object.
+[[maybe_unused]] const bool theModuleLinkRegistered = (CHostLink::setModuleLinkSource(&theModuleLink), true);
+
 }  // namespace
 
 extern "C" {

@@ -7,7 +7,7 @@
 #include <QNetworkRequest>
 #include <QTimer>
 
-#include "module/LogHelper.h"
+#include "platform/LogHelper.h"
 
 namespace Download {
 

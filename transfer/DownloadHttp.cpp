@@ -8,7 +8,6 @@
 #include <QTimer>
 #include <QUrl>
 
-#include "module/DownloadModule.h"
 #include "protocol/HostRecords.h"
 #include "net/Base64.h"
 #include "transfer/DownloadHttpClient.h"
@@ -106,8 +105,7 @@ QString CDownloadHttp::connectTo(const Target& target)
 {
     mwiProxyState proxy;
     std::memset(&proxy, 0, sizeof proxy);
-    if (CDownloadModule* module = GetModule<CDownloadModule>())
-        module->GetProxyData(proxy);
+    owner->getProxyData(proxy);
     const int32_t state = proxy.state;
     if (state != 1) {
         http->setHost(target.hostName, target.port);

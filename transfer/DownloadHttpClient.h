@@ -1,15 +1,20 @@
 #pragma once
 // What the HTTP file client needs from its owner, the update dialog: the
-// off-line switch, progress and status-bar output, and one completion call per
-// request kind. The dialog implements it; tests plug in a recording one.
-// Every call arrives on the GUI thread.
+// off-line switch, the host's proxy settings, progress and status-bar output,
+// and one completion call per request kind. The dialog implements it; tests
+// plug in a recording one. Every call arrives on the GUI thread.
 #include <QString>
+
+#include "protocol/HostRecords.h"
 
 class IDownloadHttpClient {
 public:
     virtual ~IDownloadHttpClient() = default;
 
     virtual bool isOffLine() = 0;
+    // The proxy as the host reports it, credentials decoded; all zero (state
+    // 0: no proxy) when there is no host to ask. Asked before every request.
+    virtual void getProxyData(mwiProxyState& state) = 0;
     // True while the dialog's window exists; status texts and progress are
     // only shown then.
     virtual bool hasWindow() = 0;

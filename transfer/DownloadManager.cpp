@@ -6,7 +6,7 @@
 #include <QNetworkCookieJar>
 #include <QNetworkProxy>
 
-#include "module/LogHelper.h"
+#include "platform/LogHelper.h"
 
 namespace Download {
 

@@ -26,7 +26,7 @@
 #include "module/DownloadModule.h"
 #include "module/HostFolders.h"
 #include "protocol/HostMessages.h"
-#include "module/LogHelper.h"
+#include "platform/LogHelper.h"
 #include "storage/RecordText.h"
 #include "transfer/DownloadHttp.h"
 #include "transfer/DownloadManager.h"
@@ -52,6 +52,12 @@ const char kStateFileName[] = "download.rdd";
 CDownloadModule* module()
 {
     return GetModule<CDownloadModule>();
+}
+
+CHostLink moduleLink()
+{
+    CDownloadModule* owner = module();
+    return owner ? owner->hostLink() : CHostLink();
 }
 
 int sendToHost(void* target, unsigned int code, intptr_t param1, intptr_t param2)
@@ -153,7 +159,7 @@ void CDownloadWidget::askHostAtStart()
         menuId = entry.id;
     sendToHost(host, HostMsg::UpdateMenu, 0, 0);
 
-    installedConfigs = CInstalledProducts(owner).configurations();
+    installedConfigs = CInstalledProducts(moduleLink()).configurations();
 
     sendToHost(host, HostMsg::ReleaseInterface, reinterpret_cast<intptr_t>(&mainWindowQuery), 0);
 }
@@ -516,12 +522,12 @@ ModuleListSources CDownloadWidget::listSources() const
 void CDownloadWidget::parseModuleListFile(const QString& file, dlListModule& list,
                                           const QString& configName)
 {
-    parseFileList(file, list, configName, listSources(), CInstalledProducts(module()));
+    parseFileList(file, list, configName, listSources(), CInstalledProducts(moduleLink()));
 }
 
 void CDownloadWidget::parseConfigListFile(const QString& file, dlListModule& list)
 {
-    parseConfigList(file, list, autoMode, CInstalledProducts(module()));
+    parseConfigList(file, list, autoMode, CInstalledProducts(moduleLink()));
 }
 
 void CDownloadWidget::initFrame()
@@ -760,6 +766,12 @@ void CDownloadWidget::finishListChain()
 bool CDownloadWidget::isOffLine()
 {
     return connectState == 0;
+}
+
+void CDownloadWidget::getProxyData(mwiProxyState& state)
+{
+    if (CDownloadModule* owner = module())
+        owner->GetProxyData(state);
 }
 
 void CDownloadWidget::setStateConnect(int state)
@@ -1178,7 +1190,7 @@ void CDownloadWidget::clickRefreshDownload()
 
 void CDownloadWidget::getNewModule(QString file)
 {
-    if (!::getNewModule(file, *fileToDl, *saveParam, listSources(), CInstalledProducts(module())))
+    if (!::getNewModule(file, *fileToDl, *saveParam, listSources(), CInstalledProducts(moduleLink())))
         return;
     moduleIndex = 0;
     totalBytes = 0;
@@ -1193,7 +1205,7 @@ void CDownloadWidget::startAutoDownload()
     bool showWindow = showWindowOption;
     saveParam->getStartParam(autoMode, showWindow);
     if (autoMode && QFile::exists(stateFilePath)) {
-        installedConfigs = CInstalledProducts(module()).configurations();
+        installedConfigs = CInstalledProducts(moduleLink()).configurations();
         const int current =
             getCurrentConfigurationIndex(installedConfigs.data(), int(installedConfigs.size()));
         if (current < 0) {
@@ -1203,7 +1215,7 @@ void CDownloadWidget::startAutoDownload()
         }
         currentConfig = installedConfigs[size_t(current)];
         currentConfigValid = true;
-        autoModuleTable = CInstalledProducts(module()).moduleTable(currentConfig);
+        autoModuleTable = CInstalledProducts(moduleLink()).moduleTable(currentConfig);
         autoWait = true;
         DownloadFile(configDescName, downloadDir, 1, CDownloadHttp::KindAutoDownloadConfig, 0,
                      false);

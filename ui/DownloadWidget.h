@@ -62,6 +62,7 @@ public:
 
     // The download run.
     bool isOffLine() override;
+    void getProxyData(mwiProxyState& state) override;
     void setStateConnect(int state);
     void DownloadFile(QString const& name, QString const& dir, int param, int kind, int chunk,
                       bool progress);

@@ -18,7 +18,7 @@
 #include "module/DownloadModule.h"
 #include "module/HostFolders.h"
 #include "protocol/HostMessages.h"
-#include "module/LogHelper.h"
+#include "platform/LogHelper.h"
 #include "storage/RecordText.h"
 #include "transfer/DownloadHttp.h"
 #include "ui/ChangeModulesThread.h"
@@ -37,6 +37,12 @@ namespace {
 CDownloadModule* owner()
 {
     return GetModule<CDownloadModule>();
+}
+
+CHostLink moduleLink()
+{
+    CDownloadModule* module = owner();
+    return module ? module->hostLink() : CHostLink();
 }
 
 int sendToHost(unsigned int code, void* record)
@@ -201,7 +207,7 @@ int CDownloadWidget::changeModulesInnerWork(ChangeModulesThread* worker)
                 QFile::remove(local);
                 setInfoAboutSuccessModuleUpdate(true, record, configIndex, QString());
                 request.copyConfiguration = true;
-                request.source = CInstalledProducts(owner()).GetPathToConfigFile(
+                request.source = CInstalledProducts(moduleLink()).GetPathToConfigFile(
                     QString::fromLocal8Bit(dlText(record.name)));
                 request.destination =
                     GetPathByFolderType(owner(), VM_FOLDERS(vfConfigCopy)) + QStringLiteral("/Config");
@@ -328,5 +334,5 @@ void CDownloadWidget::showUpdateReport(int count)
     reportDialog = nullptr;
     delete finished;
     saveParam->clearLastDownload();
-    installedConfigs = CInstalledProducts(owner()).configurations();
+    installedConfigs = CInstalledProducts(moduleLink()).configurations();
 }

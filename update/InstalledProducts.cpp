@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <cstring>
 
-#include "module/DownloadModule.h"
 #include "protocol/HostMessages.h"
 #include "storage/RecordText.h"
 
@@ -20,14 +19,13 @@ CInstalledProducts::CInstalledProducts(HostCallback send, void* host)
 {
 }
 
-CInstalledProducts::CInstalledProducts(const CModule* module)
-    : send_(module ? module->sendCallback() : nullptr)
-    , host_(module ? module->hostPointer() : nullptr)
+CInstalledProducts::CInstalledProducts(const CHostLink& link)
+    : CInstalledProducts(link.sendCallback(), link.hostPointer())
 {
 }
 
 CInstalledProducts::CInstalledProducts()
-    : CInstalledProducts(GetModule<CDownloadModule>())
+    : CInstalledProducts(CHostLink::moduleLink())
 {
 }
 

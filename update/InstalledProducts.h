@@ -7,10 +7,9 @@
 
 #include <QString>
 
+#include "platform/HostLink.h"
 #include "protocol/HostRecords.h"
 #include "protocol/UpdateRecords.h"
-
-class CModule;
 
 class CInstalledProducts {
 public:
@@ -20,8 +19,7 @@ public:
 
     // Without a callback every query answers as if nothing were installed.
     CInstalledProducts(HostCallback send, void* host);
-    // The host of module (null: no host).
-    explicit CInstalledProducts(const CModule* module);
+    explicit CInstalledProducts(const CHostLink& link);
     // The host of the library's module object.
     CInstalledProducts();
 

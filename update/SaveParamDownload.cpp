@@ -7,7 +7,7 @@
 #include <QDir>
 #include <QFile>
 
-#include "module/DownloadModule.h"
+#include "platform/HostLink.h"
 #include "protocol/HostMessages.h"
 #include "protocol/StorageRecords.h"
 #include "storage/UnicodeString.h"
@@ -21,18 +21,6 @@ const char* const kAutoNode = "ParamAutoDL";
 const char* const kLastNode = "LastDownload";
 const char* const kModuleNode = "Module";
 const char* const kCountKey = "LastDownloadCount";
-
-HostCallback moduleCallback()
-{
-    CDownloadModule* module = GetModule<CDownloadModule>();
-    return module ? module->sendCallback() : nullptr;
-}
-
-void* moduleHost()
-{
-    CDownloadModule* module = GetModule<CDownloadModule>();
-    return module ? module->hostPointer() : nullptr;
-}
 
 // Asks the host to load the file; its handle, or null.
 void* loadFile(HostCallback send, void* host, const QString& path)
@@ -123,33 +111,41 @@ CSaveParamDownload::CSaveParamDownload(QString folderPath)
 {
 }
 
+CSaveParamDownload::CSaveParamDownload(QString folderPath, const CHostLink& link)
+    : folder(std::move(folderPath)), link_(link)
+{
+}
+
+CHostLink CSaveParamDownload::link() const
+{
+    return link_ ? *link_ : CHostLink::moduleLink();
+}
+
 CXMLWorkData* CSaveParamDownload::getDefaultXml()
 {
     QDir().mkpath(folder);
-    const HostCallback send = moduleCallback();
-    void* host = moduleHost();
+    const CHostLink host = link();
+    const HostCallback send = host.sendCallback();
     if (!send)
         return nullptr;
     const QString path = folder + QLatin1Char('/') + QLatin1String(kFileName);
-    void* data = loadFile(send, host, path);
+    void* data = loadFile(send, host.hostPointer(), path);
     if (!data) {
         // A file the host cannot load is taken to be damaged: it goes, and the
         // settings start again from the callers' values.
         QFile::remove(path);
-        data = loadFile(send, host, path);
+        data = loadFile(send, host.hostPointer(), path);
         if (!data)
             return nullptr;
     }
-    return new CXMLWorkData(host, data, kRootNode, send);
+    return new CXMLWorkData(host.hostPointer(), data, kRootNode, send);
 }
 
 void CSaveParamDownload::saveDefaultXml(CXMLWorkData* xml)
 {
     if (!xml)
         return;
-    const HostCallback send = moduleCallback();
-    if (send)
-        send(moduleHost(), HostMsg::SaveParameterFile, reinterpret_cast<intptr_t>(xml->fillNodeData()), 0);
+    link().send(HostMsg::SaveParameterFile, reinterpret_cast<intptr_t>(xml->fillNodeData()));
     delete xml;
 }
 

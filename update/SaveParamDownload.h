@@ -14,16 +14,22 @@
 // Without a host callback nothing is loaded: getters leave their outputs
 // unchanged and count 0 (getCountLastDownloadModule: -1). Called on the GUI
 // thread.
+#include <optional>
+
 #include <QString>
 
+#include "platform/HostLink.h"
 #include "update/DlModule.h"
 
 class CXMLWorkData;
 
 class CSaveParamDownload {
 public:
-    // folder is where "download.rdd" lives; it is created when missing.
+    // folder is where "download.rdd" lives; it is created when missing. The
+    // host is the module object's, looked up at every call, so an object made
+    // before the host called Initialize works once it has.
     explicit CSaveParamDownload(QString folder);
+    CSaveParamDownload(QString folder, const CHostLink& link);
 
     // The loaded file's root node, owned by the caller; null when the host
     // cannot load the file even after the damaged file was deleted.
@@ -58,5 +64,8 @@ public:
     void clearLastDownload();
 
 private:
+    CHostLink link() const;
+
     QString folder;
+    std::optional<CHostLink> link_;
 };

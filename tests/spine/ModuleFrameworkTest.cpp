@@ -13,7 +13,7 @@
 #include "module/HostFolders.h"
 #include "protocol/HostMessages.h"
 #include "module/Log.h"
-#include "module/LogHelper.h"
+#include "platform/LogHelper.h"
 #include "protocol/ModuleApi.h"
 #include "storage/RecordText.h"
 #include "support/TestHost.h"

@@ -7,7 +7,7 @@
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
-#include "module/BaseLog.h"
+#include "platform/BaseLog.h"
 #include "protocol/HostMessages.h"
 #include "support/FaultServer.h"
 #include "support/FileHelpers.h"

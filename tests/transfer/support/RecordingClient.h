@@ -8,6 +8,7 @@
 #include <QStringList>
 #include <QVector>
 
+#include "module/DownloadModule.h"
 #include "transfer/DownloadHttpClient.h"
 
 struct ClientCall {
@@ -28,6 +29,12 @@ public:
     int completions() const { return calls.size(); }
 
     bool isOffLine() override { return offline; }
+    // The dialog's answer: the module object asks its host (3516).
+    void getProxyData(mwiProxyState& state) override
+    {
+        if (CDownloadModule* module = GetModule<CDownloadModule>())
+            module->GetProxyData(state);
+    }
     bool hasWindow() override { return window; }
     void showStatusMessage(const QString& text, int timeoutMs) override
     {

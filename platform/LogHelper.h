@@ -1,7 +1,7 @@
 #pragma once
-// Static forwarders that reach the module object's log from anywhere. Each
-// does nothing when the library has no module object.
-#include "module/BaseLog.h"
+// Static forwarders that reach the module object's log from anywhere, through
+// the module's host link. Each does nothing while there is no log.
+#include "platform/BaseLog.h"
 
 class LogHelper {
 public:

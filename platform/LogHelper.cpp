@@ -1,13 +1,10 @@
-#include "module/LogHelper.h"
+#include "platform/LogHelper.h"
 
-#include "module/Log.h"
-#include "module/Module.h"
-#include "protocol/ModuleApi.h"
+#include "platform/HostLink.h"
 
 BaseLog* LogHelper::GetLog()
 {
-    CModule* module = ::GetModule();
-    return module ? module->GetLog() : nullptr;
+    return CHostLink::moduleLink().log();
 }
 
 void LogHelper::Create(const QString& name, eLogMsgType type, unsigned int)
