@@ -1,5 +1,7 @@
 #include "update/ConfigListParser.h"
 
+#include <cstring>
+
 #include "storage/RecordText.h"
 #include "update/InstalledProducts.h"
 #include "update/ListFile.h"
@@ -11,7 +13,9 @@ constexpr QChar kSeparator = QLatin1Char(',');
 constexpr int kSeparatedFields = 4;
 constexpr int kFields = 5;
 
-// Splits four fields at commas; the fifth is the rest of the line.
+// Splits four fields at commas; the fifth is the rest of the line. The
+// positions are always inside the line, so the references are made directly
+// rather than through midRef's range checks.
 bool splitConfigLine(const QString& line, QStringRef (&fields)[kFields])
 {
     int from = 0;
@@ -19,10 +23,10 @@ bool splitConfigLine(const QString& line, QStringRef (&fields)[kFields])
         const int comma = line.indexOf(kSeparator, from);
         if (comma < 0)
             return false;
-        fields[i] = line.midRef(from, comma - from);
+        fields[i] = QStringRef(&line, from, comma - from);
         from = comma + 1;
     }
-    fields[kSeparatedFields] = line.midRef(from);
+    fields[kSeparatedFields] = QStringRef(&line, from, line.size() - from);
     return true;
 }
 
@@ -43,24 +47,23 @@ bool parseConfigLine(const QString& line, dlModule& out)
     QStringRef fields[kFields];
     if (!splitConfigLine(line, fields))
         return false;
-    out = emptyDlModule();
-    const QByteArray name = fields[0].toLocal8Bit();
-    setDlText(out.name, name);
-    setDlText(out.auxPath, name);
-    setDlText(out.version, fields[1].toLocal8Bit());
-    setDlText(out.serverPath, fields[2].toLocal8Bit());
-    setDlText(out.descPath, fields[3].toLocal8Bit());
-    setDlText(out.title, fields[4].toLocal8Bit());
+    clearDlModule(out);
+    setDlLocalText(out.name, fields[0]);
+    std::memcpy(out.auxPath, out.name, sizeof out.auxPath);
+    setDlLocalText(out.version, fields[1]);
+    setDlLocalText(out.serverPath, fields[2]);
+    setDlLocalText(out.descPath, fields[3]);
+    setDlLocalText(out.title, fields[4]);
     return true;
 }
 
 bool isConfigOffered(const dlModule& offered, const coreNameConfig* installed, int installedCount,
                      bool autoMode)
 {
-    const coreNameConfig* found = findInstalled(dlText(offered.name), installed, installedCount);
+    const coreNameConfig* found = findInstalled(dlTextInPlace(offered.name), installed, installedCount);
     if (!found)
         return true;
-    const VersionParts version = splitVersion(QString::fromLocal8Bit(dlText(offered.version)));
+    const VersionParts version = splitVersion(dlLocalText(offered.version));
     if (autoMode || found->current == 1)
         return isGoodConfigForAuto(version.major, version.minor, version.build, *found);
     return version.major > found->major || version.minor > found->minor

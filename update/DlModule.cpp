@@ -1,24 +1,61 @@
 #include "update/DlModule.h"
 
+#include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
 
-#include <QString>
+#include <QTextCodec>
+
+#include "update/RecordGrowth.h"
 
 namespace {
 
 // Sizes up to this many kB are shown in kB.
 constexpr int kLargestSizeInKb = 1024;
+// Codecs that write US-ASCII characters as the same bytes, one per character.
+constexpr int kUtf8Mib = 106;
+constexpr int kLatin1Mib = 4;
+
+bool localEncodingKeepsAscii()
+{
+    const QTextCodec* codec = QTextCodec::codecForLocale();
+    return codec && (codec->mibEnum() == kUtf8Mib || codec->mibEnum() == kLatin1Mib);
+}
+
+bool isAscii(const QChar* characters, int count)
+{
+    for (int i = 0; i < count; ++i) {
+        if (characters[i].unicode() >= 0x80)
+            return false;
+    }
+    return true;
+}
+
+// The decimal digits of number followed by unit, made in one buffer: every
+// module list line has its size text made here.
+QByteArray numberWithUnit(int number, const char* unit)
+{
+    char text[32];
+    char* const digitsEnd = std::to_chars(text, text + sizeof text, number).ptr;
+    const std::size_t unitLength = std::strlen(unit);
+    std::memcpy(digitsEnd, unit, unitLength);
+    return QByteArray(text, int(digitsEnd - text) + int(unitLength));
+}
 
 }  // namespace
 
 dlModule emptyDlModule()
 {
     dlModule module;
+    clearDlModule(module);
+    return module;
+}
+
+void clearDlModule(dlModule& module)
+{
     std::memset(&module, 0, sizeof module);
     module.state = dlStateParsed;
-    return module;
 }
 
 void setDlText(char (&field)[kDlTextSize], const QByteArray& text)
@@ -28,18 +65,46 @@ void setDlText(char (&field)[kDlTextSize], const QByteArray& text)
     std::memset(field + length, 0, kDlTextSize - length);
 }
 
+void setDlLocalText(char (&field)[kDlTextSize], const QStringRef& text)
+{
+    // List lines are nearly always plain ASCII, and the locale's encoding
+    // nearly always UTF-8: then the characters kept are the bytes, and the
+    // encoder's buffer per field, a few for every line of a long list, is
+    // not needed. Characters beyond the ones kept cannot change those bytes.
+    const int kept = qMin(int(kDlTextSize) - 1, text.size());
+    const QChar* const characters = text.unicode();
+    if (!isAscii(characters, kept) || !localEncodingKeepsAscii()) {
+        setDlText(field, text.toLocal8Bit());
+        return;
+    }
+    for (int i = 0; i < kept; ++i)
+        field[i] = char(characters[i].unicode());
+    std::memset(field + kept, 0, kDlTextSize - std::size_t(kept));
+}
+
 QByteArray dlText(const char (&field)[kDlTextSize])
 {
     return QByteArray(field, int(qstrnlen(field, kDlTextSize)));
 }
 
+QByteArray dlTextInPlace(const char (&field)[kDlTextSize])
+{
+    return QByteArray::fromRawData(field, int(qstrnlen(field, kDlTextSize)));
+}
+
+QString dlLocalText(const char (&field)[kDlTextSize])
+{
+    return QString::fromLocal8Bit(field, int(qstrnlen(field, kDlTextSize)));
+}
+
 QByteArray dlSizeText(int sizeKb)
 {
     if (sizeKb <= kLargestSizeInKb)
-        return QByteArray::number(sizeKb) + " kb";
-    // QString::asprintf formats numbers in the C locale whatever the process
-    // locale is, so the decimal separator is always a point.
-    return QString::asprintf("%0.1f Mb", double(sizeKb >> 10)).toLatin1();
+        return numberWithUnit(sizeKb, " kb");
+    // "%0.1f" of a whole number of megabytes is that number and ".0"; written
+    // out directly it costs no printf per list line and no locale can turn
+    // the point into a comma.
+    return numberWithUnit(sizeKb >> 10, ".0 Mb");
 }
 
 dlListModule::~dlListModule()
@@ -65,13 +130,13 @@ dlListModule& dlListModule::operator=(dlListModule&& other) noexcept
 
 void dlListModule::append(const dlModule& module)
 {
-    const int32_t grown = (count < 0 ? 0 : count) + 1;
-    void* block = std::realloc(modules, std::size_t(grown) * sizeof(dlModule));
+    const int32_t present = count < 0 ? 0 : count;
+    dlModule* block = withRoomForOneMore(modules, present);
     if (!block)
         return;
-    modules = static_cast<dlModule*>(block);
-    count = grown;
-    modules[count - 1] = module;
+    modules = block;
+    modules[present] = module;
+    count = present + 1;
 }
 
 void dlListModule::clear()

@@ -10,6 +10,7 @@
 #include <cstdint>
 
 #include <QByteArray>
+#include <QString>
 
 // Bytes of one text field, terminator included.
 constexpr std::size_t kDlTextSize = 255;
@@ -47,11 +48,21 @@ enum dlState : int32_t {
 
 // A record with every text empty and the state of a freshly parsed entry.
 dlModule emptyDlModule();
+// Makes module such a record in place, without a second record to copy from.
+void clearDlModule(dlModule& module);
 
 // Stores text in a field: cut to 254 bytes, terminated, the rest zeroed.
 void setDlText(char (&field)[kDlTextSize], const QByteArray& text);
+// Stores text encoded in the local 8-bit encoding, as setDlText(field,
+// text.toLocal8Bit()) does.
+void setDlLocalText(char (&field)[kDlTextSize], const QStringRef& text);
 // The text of a field, up to its terminator (or all 255 bytes if it has none).
 QByteArray dlText(const char (&field)[kDlTextSize]);
+// The same text without a copy: it refers to the field and is only good while
+// the record lives and the field is not changed. For look-ups and comparisons.
+QByteArray dlTextInPlace(const char (&field)[kDlTextSize]);
+// The text of a field decoded from the local 8-bit encoding.
+QString dlLocalText(const char (&field)[kDlTextSize]);
 
 // The size shown to the user for a size in kB: "%d kb" up to 1024 kB, beyond
 // that "%0.1f Mb" of the size shifted right by 10 bits. The shift is an
@@ -59,8 +70,10 @@ QByteArray dlText(const char (&field)[kDlTextSize]);
 // always been shown and it is kept.
 QByteArray dlSizeText(int sizeKb);
 
-// The parsers' output: a count and an array of exactly count records. Appends
-// grow the array by one record at a time.
+// The parsers' output: a count and an array of count records. The array is
+// malloc'ed and freed with free(); it has room for recordCapacity(count)
+// records (update/RecordGrowth.h), which holds only while the members alone
+// set its fields; everyone else just reads them.
 struct dlListModule {
     int32_t count = 0;
     dlModule* modules = nullptr;

@@ -3,6 +3,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "update/RecordGrowth.h"
+
 namespace {
 
 bool sameText(const char (&a)[kDlTextSize], const char (&b)[kDlTextSize])
@@ -28,13 +30,13 @@ void CFileToDl::addToStuct(dlModule module)
     // A set whose count went below zero (a removal from an empty set) holds no
     // records; the next record becomes its first.
     const int32_t present = held();
-    void* block = std::realloc(modules_, std::size_t(present + 1) * sizeof(dlModule));
+    dlModule* block = withRoomForOneMore(modules_, present);
     if (!block) {
         std::free(modules_);
         modules_ = nullptr;
         return;
     }
-    modules_ = static_cast<dlModule*>(block);
+    modules_ = block;
     modules_[present] = module;
     count_ = present + 1;
 }
@@ -92,6 +94,7 @@ int CFileToDl::findModule(const dlModule& module) const
 
 void CFileToDl::resize(int32_t count)
 {
+    const std::size_t capacity = recordCapacity(held());
     count_ = count;
     if (!modules_)
         return;
@@ -100,7 +103,15 @@ void CFileToDl::resize(int32_t count)
         modules_ = nullptr;
         return;
     }
-    void* block = std::realloc(modules_, std::size_t(count) * sizeof(dlModule));
+    // The block gives memory back only when the count drops to a smaller
+    // capacity; below that it already has the room the count calls for.
+    if (recordCapacity(count) < capacity)
+        shrinkTo(recordCapacity(count));
+}
+
+void CFileToDl::shrinkTo(std::size_t capacity)
+{
+    void* block = std::realloc(modules_, capacity * sizeof(dlModule));
     // Shrinking cannot really fail; if it does the larger block still serves.
     if (block)
         modules_ = static_cast<dlModule*>(block);

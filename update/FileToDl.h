@@ -1,7 +1,9 @@
 #pragma once
-// The set of records chosen for download. Arrays are reallocated on every add
-// and delete to exactly the number of records held, as the rest of the update
-// workflow expects of these record arrays.
+// The set of records chosen for download, kept in a realloc'ed array whose
+// room follows from the count (update/RecordGrowth.h): adds grow it to the
+// next power of two when the count reaches one, deletes give the memory back
+// when the count drops to the power of two below.
+#include <cstddef>
 #include <cstdint>
 
 #include "update/DlModule.h"
@@ -41,6 +43,7 @@ private:
     int held() const { return modules_ ? qMax(count_, 0) : 0; }
     int findModule(const dlModule& module) const;
     void resize(int32_t count);
+    void shrinkTo(std::size_t capacity);
 
     dlModule* modules_ = nullptr;
     int32_t count_ = 0;

@@ -18,6 +18,8 @@ constexpr int kFields = 8;
 const QByteArray kConfigurationType = QByteArrayLiteral("2");
 
 // Splits the fields; the eighth runs to the next comma or to the line's end.
+// The positions are always inside the line, so the references are made
+// directly rather than through midRef's range checks.
 bool splitModuleLine(const QString& line, QStringRef (&fields)[kFields])
 {
     int from = 0;
@@ -25,11 +27,11 @@ bool splitModuleLine(const QString& line, QStringRef (&fields)[kFields])
         const int comma = line.indexOf(kSeparator, from);
         if (comma < 0)
             return false;
-        fields[i] = line.midRef(from, comma - from);
+        fields[i] = QStringRef(&line, from, comma - from);
         from = comma + 1;
     }
     const int comma = line.indexOf(kSeparator, from);
-    fields[kMandatoryFields] = comma < 0 ? line.midRef(from) : line.midRef(from, comma - from);
+    fields[kMandatoryFields] = QStringRef(&line, from, (comma < 0 ? line.size() : comma) - from);
     return true;
 }
 
@@ -48,18 +50,18 @@ QHash<QByteArray, int> indexByName(const coreModuleEntry* entries, int count)
 
 bool isNewerThan(const dlModule& entry, int major, int minor, int build, int fourth)
 {
-    return isNewVersionModule(major, minor, build, fourth, QString::fromLocal8Bit(dlText(entry.version)),
-                              QString::fromLocal8Bit(dlText(entry.versionExtra)));
+    return isNewVersionModule(major, minor, build, fourth, dlLocalText(entry.version),
+                              dlLocalText(entry.versionExtra));
 }
 
 bool isOffered(const dlModule& entry, const ModuleListBasis& basis,
                const QHash<QByteArray, int>& installedByName)
 {
-    if (dlText(entry.type) == kConfigurationType) {
+    if (dlTextInPlace(entry.type) == kConfigurationType) {
         const coreNameConfig* config = basis.namedConfig;
         return !config || isNewerThan(entry, config->major, config->minor, config->build, basis.fourth);
     }
-    const auto found = installedByName.constFind(dlText(entry.name));
+    const auto found = installedByName.constFind(dlTextInPlace(entry.name));
     if (found == installedByName.constEnd())
         return true;
     const coreModuleEntry& installed = basis.installed[found.value()];
@@ -73,16 +75,16 @@ bool parseModuleLine(const QString& line, dlModule& out)
     QStringRef fields[kFields];
     if (!splitModuleLine(line, fields))
         return false;
-    out = emptyDlModule();
-    setDlText(out.name, fields[0].toLocal8Bit());
-    setDlText(out.version, fields[1].toLocal8Bit());
-    setDlText(out.versionExtra, fields[2].toLocal8Bit());
-    setDlText(out.type, fields[3].toLocal8Bit());
+    clearDlModule(out);
+    setDlLocalText(out.name, fields[0]);
+    setDlLocalText(out.version, fields[1]);
+    setDlLocalText(out.versionExtra, fields[2]);
+    setDlLocalText(out.type, fields[3]);
     // The list gives the description's location before the file's; the
     // record keeps them the other way round.
-    setDlText(out.descPath, fields[4].toLocal8Bit());
-    setDlText(out.serverPath, fields[5].toLocal8Bit());
-    setDlText(out.title, fields[6].toLocal8Bit());
+    setDlLocalText(out.descPath, fields[4]);
+    setDlLocalText(out.serverPath, fields[5]);
+    setDlLocalText(out.title, fields[6]);
     setDlText(out.sizeText, dlSizeText(fields[7].toInt(nullptr, 10)));
     return true;
 }

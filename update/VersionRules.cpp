@@ -4,14 +4,34 @@ namespace {
 
 constexpr QChar kVersionSeparator = QLatin1Char('.');
 
+// Plain digits up to this many cannot overflow an int.
+constexpr int kMostPlainDigits = 9;
+
+// A part's value as toInt(nullptr, 10) reads it. Parts are nearly always a
+// few plain digits, and every offered list line has its version read; those
+// are added up here rather than sent through the locale-aware conversion,
+// which gets everything else (signs, blanks, long numbers, other text).
+int versionPartValue(const QStringRef& part)
+{
+    if (part.size() > kMostPlainDigits)
+        return part.toInt(nullptr, 10);
+    int value = 0;
+    for (const QChar c : part) {
+        if (c < QLatin1Char('0') || c > QLatin1Char('9'))
+            return part.toInt(nullptr, 10);
+        value = value * 10 + (c.unicode() - '0');
+    }
+    return value;
+}
+
 // Takes the next part off rest. Without a further dot the whole rest is the
 // part and stays the rest as well.
-int takeVersionPart(QString& rest)
+int takeVersionPart(QStringRef& rest)
 {
     const int dot = rest.indexOf(kVersionSeparator);
     if (dot < 0)
-        return rest.toInt(nullptr, 10);
-    const int part = rest.leftRef(dot).toInt(nullptr, 10);
+        return versionPartValue(rest);
+    const int part = versionPartValue(rest.left(dot));
     rest = rest.mid(dot + 1);
     return part;
 }
@@ -20,11 +40,12 @@ int takeVersionPart(QString& rest)
 
 VersionParts splitVersion(const QString& version)
 {
-    QString rest = version;
+    // References into version: every offered list line goes through here.
+    QStringRef rest(&version);
     VersionParts parts;
     parts.major = takeVersionPart(rest);
     parts.minor = takeVersionPart(rest);
-    parts.build = rest.toInt(nullptr, 10);
+    parts.build = versionPartValue(rest);
     return parts;
 }
 

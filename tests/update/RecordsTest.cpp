@@ -23,6 +23,16 @@ dlModule record(const char* name, const char* version = "1", const char* extra =
     return module;
 }
 
+// A record that differs from the others in its first, middle and last fields.
+dlModule numbered(int i)
+{
+    const QByteArray number = QByteArray::number(i);
+    dlModule module = record(("m" + number + ".so").constData(), "1.0.0", "x", i);
+    setDlText(module.auxPath, "aux" + number);
+    setDlText(module.sizeText, number + " kb");
+    return module;
+}
+
 void add(CFileToDl& set, std::initializer_list<const char*> names)
 {
     for (const char* name : names)
@@ -84,25 +94,25 @@ TEST(DlSizeText, KilobytesUpTo1024ThenWholeMegabytesWithPointZero)
         EXPECT_EQ(dlSizeText(c.first), c.second) << c.first;
 }
 
-TEST(DlListModule, AppendGrowsByOneAndCopiesEveryField)
+TEST(DlListModule, AppendKeepsEveryRecordWholeAsTheArrayGrowsAndMoves)
 {
-    dlListModule list;
-    dlModule first = record("a.so", "1.0.0", "x", 3);
-    setDlText(first.sizeText, "7 kb");
-    setDlText(first.auxPath, "aux");
-    list.append(first);
-    list.append(record("b.so", "2.0.0"));
-    ASSERT_EQ(list.count, 2);
-    EXPECT_EQ(std::memcmp(&list.modules[0], &first, sizeof first), 0);
-    EXPECT_EQ(dlText(list.modules[1].name), "b.so");
-
-    dlListModule moved(std::move(list));
-    EXPECT_EQ(list.count, 0);
-    EXPECT_EQ(list.modules, nullptr);
-    EXPECT_EQ(moved.count, 2);
-    moved.clear();
-    EXPECT_EQ(moved.count, 0);
-    EXPECT_EQ(moved.modules, nullptr);
+    // Counts on and just past the sizes at which the array is reallocated.
+    for (int count : {1, 2, 3, 4, 5, 1000}) {
+        dlListModule list;
+        for (int i = 0; i < count; ++i)
+            list.append(numbered(i));
+        dlListModule moved(std::move(list));
+        EXPECT_EQ(list.count, 0);
+        EXPECT_EQ(list.modules, nullptr);
+        ASSERT_EQ(moved.count, count);
+        for (int i = 0; i < count; ++i) {
+            const dlModule expected = numbered(i);
+            ASSERT_EQ(std::memcmp(&moved.modules[i], &expected, sizeof expected), 0) << count << ": " << i;
+        }
+        moved.clear();
+        EXPECT_EQ(moved.count, 0);
+        EXPECT_EQ(moved.modules, nullptr);
+    }
 }
 
 TEST(FileToDl, AddKeepsOrderAndDuplicatesAndReadsOnlyInsideTheSet)
