@@ -3,8 +3,6 @@
 #include <cstdlib>
 #include <cstring>
 
-#include <QUrl>
-
 #include <QCoreApplication>
 
 #include "protocol/HostMessages.h"
@@ -15,6 +13,7 @@
 #include "net/Base64.h"
 #include "protocol/DialogRecords.h"
 #include "ui/DownloadWidget.h"
+#include "net/ServerUrl.h"
 #include "net/TestProxyHttp.h"
 #include "module/HostFolders.h"
 #include "storage/IniFiles.h"
@@ -206,17 +205,14 @@ int CDownloadModule::DoProxyConnect(mwiTesProxy* test)
         inifiles config(configPath.constData(), false);
         config.ReadString("Address", "path", kDefaultUpdateHost, address, int(sizeof address));
     }
-    // A bare "host/path" has no scheme in Qt 5 (Qt 4 called it a file URL).
-    QUrl url(QUrl::fromPercentEncoding(QByteArray(address)));
-    if (url.scheme() == QLatin1String("file") || url.scheme().isEmpty())
-        url = QUrl(QStringLiteral("http://") + QUrl::fromPercentEncoding(QByteArray(address)));
+    const ServerUrl server = ServerUrl::fromBytes(QByteArray(address), ServerUrl::kProxyTestAddress);
 
     test->resultCount = 0;
     mwiTesProxyResult& entry = test->results[0];
     std::memset(&entry, 0, sizeof entry);
     copyToField(entry.name, "Download server");
-    copyToField(entry.host, url.host().toLocal8Bit().left(255));
-    entry.port = 80;
+    copyToField(entry.host, server.hostName().toLocal8Bit().left(255));
+    entry.port = server.port();
 
     const QByteArray proxyHost = fieldBytes(test->proxy.host);
     const QByteArray user = fieldBytes(test->proxy.user);
@@ -224,7 +220,7 @@ int CDownloadModule::DoProxyConnect(mwiTesProxy* test)
     const QByteArray testedHost = fieldBytes(entry.host);
     const int32_t proxyType = test->proxyType;
     const int32_t proxyPort = test->proxy.port;
-    CTestProxyHttp proxyTest(proxyType, testedHost.constData(), 80, proxyHost.constData(),
+    CTestProxyHttp proxyTest(proxyType, testedHost.constData(), server.port(), proxyHost.constData(),
                              proxyPort, user.constData(), password.constData());
     entry.failed = proxyTest.doTest() ? 0 : 1;
     test->resultCount = 1;

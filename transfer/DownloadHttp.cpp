@@ -4,9 +4,7 @@
 #include <cstring>
 
 #include <QFile>
-#include <QFileInfo>
 #include <QTimer>
-#include <QUrl>
 
 #include "protocol/HostRecords.h"
 #include "net/Base64.h"
@@ -50,34 +48,15 @@ CDownloadHttp::~CDownloadHttp()
     delete copyFile;
 }
 
-// The request URL is baseUrl + name with back-slashes turned round; a fetch
-// also percent-decodes it. A URL without a scheme (Qt 4 called a bare
-// "host/path" a file URL; Qt 5 leaves its scheme empty) is taken as http.
-bool CDownloadHttp::buildTarget(QString name, bool decode, Target& target)
+// The request URL is baseUrl + name with back-slashes turned round, read with
+// the options of the request (a fetch percent-decodes it, the probe does not).
+ServerUrl CDownloadHttp::requestTarget(const QString& name, const ServerUrl::Options& options)
 {
-    url = baseUrl + name;
-    url.replace(QLatin1String("\\"), QLatin1String("/"));
-    if (decode)
-        url = QUrl::fromPercentEncoding(url.toLocal8Bit());
-    QUrl parsed(url);
-    if (parsed.scheme() == QLatin1String("file") || parsed.scheme().isEmpty()) {
-        url = QStringLiteral("http://") + url;
-        parsed = QUrl(url);
-    }
-    const QFileInfo pathInfo(parsed.path());
-    target.fileName = pathInfo.fileName();
-    target.dir = pathInfo.path();
-    target.hostName = parsed.host();
-    target.host = target.hostName;
-    if (parsed.port() > 0) {
-        target.port = quint16(parsed.port());
-        target.host += QLatin1Char(':') + QString::number(parsed.port());
-    }
-    // Absolute form, so that a proxy can pass the request on.
-    target.path = QStringLiteral("http://") + target.host + parsed.path(QUrl::FullyEncoded);
-    if (parsed.hasQuery())
-        target.path += QLatin1Char('?') + parsed.query(QUrl::FullyEncoded);
-    return true;
+    QString address = baseUrl + name;
+    address.replace(QLatin1String("\\"), QLatin1String("/"));
+    const ServerUrl target = ServerUrl::fromText(address, options);
+    url = target.text();
+    return target;
 }
 
 // Each request gets a fresh connection; the superseded one is dropped once
@@ -101,14 +80,14 @@ void CDownloadHttp::newConnection()
     connect(http, &CHttpConnection::requestStarted, this, &CDownloadHttp::RequestStarted);
 }
 
-QString CDownloadHttp::connectTo(const Target& target)
+QString CDownloadHttp::connectTo(const ServerUrl& target)
 {
     mwiProxyState proxy;
     std::memset(&proxy, 0, sizeof proxy);
     owner->getProxyData(proxy);
     const int32_t state = proxy.state;
     if (state != 1) {
-        http->setHost(target.hostName, target.port);
+        http->setHost(target.hostName(), target.port());
         return QString();
     }
     const int32_t port = proxy.port;
@@ -121,22 +100,20 @@ void CDownloadHttp::getFileSize(QString name)
 {
     if (owner->isOffLine())
         return;
-    Target target;
-    buildTarget(name, false, target);
+    const ServerUrl target = requestTarget(name, ServerUrl::kSizeProbe);
     ok = true;
     busy = true;
     newConnection();
 
-    CHttpRequestHeader header(QStringLiteral("GET"), target.path, 1, 1);
+    CHttpRequestHeader header(QStringLiteral("GET"), target.requestPath(), 1, 1);
     header.setValue(QStringLiteral("User-Agent"), QLatin1String(kUserAgent));
     header.setValue(QStringLiteral("Accept"), QStringLiteral("*/*"));
     // The misspelt name is what this client has always sent; servers ignore it.
     header.setValue(QStringLiteral("Accept-Encodinlg"), QString());
     const QString authorization = connectTo(target);
     header.setValue(QStringLiteral("Range"), QStringLiteral("bytes"));
-    header.setValue(QStringLiteral("Referer"),
-                    QStringLiteral("http://") + target.host + target.dir + QLatin1Char('/'));
-    header.setValue(QStringLiteral("Host"), target.host);
+    header.setValue(QStringLiteral("Referer"), target.folderUrl());
+    header.setValue(QStringLiteral("Host"), target.host());
     if (!authorization.isEmpty())
         header.setValue(QStringLiteral("Proxy-Authorization"), authorization);
 
@@ -163,9 +140,8 @@ void CDownloadHttp::getFile(QString const& name, QString const& localDir, int pa
     if (owner->isOffLine())
         return;
 
-    Target target;
-    buildTarget(nameCopy, true, target);
-    localFile = dirCopy + QLatin1Char('/') + target.fileName;
+    const ServerUrl target = requestTarget(nameCopy, ServerUrl::kFileFetch);
+    localFile = dirCopy + QLatin1Char('/') + target.fileName();
     newConnection();
 
     delete file;
@@ -212,15 +188,14 @@ void CDownloadHttp::getFile(QString const& name, QString const& localDir, int pa
         owner->addBytesOnDisk(long(offset));
     }
 
-    CHttpRequestHeader header(QStringLiteral("GET"), target.path, 1, 1);
+    CHttpRequestHeader header(QStringLiteral("GET"), target.requestPath(), 1, 1);
     header.setValue(QStringLiteral("User-Agent"), QLatin1String(kUserAgent));
     header.setValue(QStringLiteral("Accept"), QStringLiteral("*/*"));
     header.setValue(QStringLiteral("Accept-Encoding"), QString());
     if (!range.isEmpty())
         header.setValue(QStringLiteral("Range"), range);
-    header.setValue(QStringLiteral("Referer"),
-                    QStringLiteral("http://") + target.host + target.dir + QLatin1Char('/'));
-    header.setValue(QStringLiteral("Host"), target.host);
+    header.setValue(QStringLiteral("Referer"), target.folderUrl());
+    header.setValue(QStringLiteral("Host"), target.host());
     const QString authorization = connectTo(target);
     if (!authorization.isEmpty())
         header.setValue(QStringLiteral("Proxy-Authorization"), authorization);

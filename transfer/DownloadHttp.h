@@ -7,6 +7,7 @@
 #include <QObject>
 #include <QString>
 
+#include "net/ServerUrl.h"
 #include "transfer/HttpConnection.h"
 
 class QFile;
@@ -59,20 +60,11 @@ public slots:
     void timerDone();
 
 private:
-    struct Target {
-        QString host;      // host, with ":port" when the URL names one
-        QString hostName;  // host alone
-        quint16 port = 80;
-        QString path;      // absolute request path
-        QString dir;
-        QString fileName;  // without the leading "/"
-    };
-    // False in off-line mode: nothing is to be done.
-    bool buildTarget(QString name, bool decode, Target& target);
+    ServerUrl requestTarget(const QString& name, const ServerUrl::Options& options);
     void newConnection();
     // Points the connection at the proxy or the server; returns the
     // Proxy-Authorization value, empty without a proxy.
-    QString connectTo(const Target& target);
+    QString connectTo(const ServerUrl& target);
     bool openTarget(CHttpRequestHeader& header);
     void closeFile();
     void dispatch(bool notFound);

@@ -5,17 +5,10 @@
 #include <QDir>
 #include <QFile>
 
+#include "net/ServerUrl.h"
 #include "storage/IniFiles.h"
 
 const char kDefaultServerUrl[] = "http://update.velmora.org/Win32_3.3.8";
-
-QByteArray normalizeServerUrl(const QByteArray& value)
-{
-    QByteArray url = value;
-    if (!url.toLower().startsWith("http://"))
-        url.prepend("http://");
-    return url.left(kServerUrlBufferSize - 1);
-}
 
 QString readServerUrl(const QString& configFilePath)
 {
@@ -24,7 +17,8 @@ QString readServerUrl(const QString& configFilePath)
     char buffer[kServerUrlBufferSize];
     std::memset(buffer, 0, sizeof buffer);
     settings.ReadString("Address", "Path", kDefaultServerUrl, buffer, kServerUrlBufferSize);
-    return QString::fromLatin1(normalizeServerUrl(QByteArray(buffer)));
+    const QString url = ServerUrl::fromBytes(QByteArray(buffer), ServerUrl::kSettingsAddress).text();
+    return url.left(kServerUrlBufferSize - 1);
 }
 
 void clearTextFiles(const QString& folder)

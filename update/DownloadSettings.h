@@ -1,7 +1,6 @@
 #pragma once
 // Where the update server is and what lies in the download folder: the
 // settings file "download.cfg" and the folder housekeeping of the dialog.
-#include <QByteArray>
 #include <QString>
 
 // Used when "download.cfg" names no server.
@@ -10,13 +9,10 @@ extern const char kDefaultServerUrl[];
 // The buffer the server address is read into and cut to (terminator included).
 constexpr int kServerUrlBufferSize = 1024;
 
-// "http://" in front unless the value already starts with it (in any case),
-// then cut to what fits the buffer.
-QByteArray normalizeServerUrl(const QByteArray& value);
-
 // The server's base URL from section "Address", key "Path" of the settings
-// file, normalised; the default when the file or the key is missing. The file
-// is only read, never created or written.
+// file, normalised (ServerUrl::kSettingsAddress) and then cut to what fits the
+// buffer; the default when the file or the key is missing. The file is only
+// read, never created or written.
 QString readServerUrl(const QString& configFilePath);
 
 // Deletes the "*.txt" files of folder (lists and description texts); partial

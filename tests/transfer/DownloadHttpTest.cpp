@@ -147,19 +147,6 @@ TEST_F(DownloadHttpTest, ResumedFetchDropsTheTailAndAsksForTheRest)
     EXPECT_FALSE(http.isBusy());
 }
 
-TEST_F(DownloadHttpTest, PercentEncodedNameIsDecodedForTheLocalFile)
-{
-    FaultServer server({okReply("spaced")});
-    CDownloadHttp http(&client, localBase(server.port()));
-    ASSERT_TRUE(fetched(http, "\\docs\\my%20file.txt?v=2", CDownloadHttp::KindParseFileTxt));
-    ASSERT_EQ(1, server.requests.size());
-    EXPECT_TRUE(server.requests[0].startsWith(
-        "GET http://127.0.0.1:" + QByteArray::number(server.port())
-        + "/Win32/docs/my%20file.txt?v=2 HTTP/1.1\r\n"))
-        << server.requests[0].constData();
-    EXPECT_EQ(QByteArray("spaced"), readFile(local("my file.txt")));
-}
-
 TEST_F(DownloadHttpTest, EachKindsCompletionGoesToItsCall)
 {
     FaultServer server({okReply("list")});
