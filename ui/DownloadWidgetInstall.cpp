@@ -6,7 +6,6 @@
 
 #include <QCoreApplication>
 #include <QDir>
-#include <QElapsedTimer>
 #include <QEventLoop>
 #include <QFile>
 #include <QFileInfo>
@@ -123,26 +122,26 @@ void CDownloadWidget::changeModules()
 
     int result = -1;
     if (answer == QDialog::Rejected && progress.wasCanceled()) {
-        // The hand-over stops between files; a file being served is finished
-        // first. The worker may be waiting for this thread (host calls run
-        // here), so events are served while it is given its second.
+        // The hand-over stops between files and tells the updater that
+        // nothing more follows; a file being served is finished first. The
+        // worker is never killed: a thread cut off in the middle takes the
+        // host process down with it. It may be waiting for this thread (host
+        // calls run here), so events are served while it ends; the session's
+        // own limits keep an updater that stops answering from holding it.
         worker.requestStop();
-        QElapsedTimer waited;
-        waited.start();
-        while (!worker.isFinished() && waited.elapsed() < 1000) {
+        while (!worker.isFinished()) {
             QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
             worker.wait(5);
         }
-        if (!worker.isFinished()) {
-            worker.terminate();
-            worker.wait();
-        }
-    } else {
-        worker.wait();
-        result = worker.result();
-        if (result > 0)
-            showUpdateReport(result);
+        LogHelper::ShowLogInfo(logTypeMessage, logLevel2, QStringLiteral("Installation cancelled"));
+        changeCursor(false);
+        emit SignalInstallationEnded(result);
+        return;
     }
+    worker.wait();
+    result = worker.result();
+    if (result > 0)
+        showUpdateReport(result);
     LogHelper::ShowLogInfo(logTypeMessage, logLevel2,
                            QStringLiteral("Installation ended: %1").arg(result));
 

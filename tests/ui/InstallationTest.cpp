@@ -74,8 +74,11 @@ protected:
             return;
         }
         for (QWidget* window : QApplication::topLevelWidgets()) {
-            if (auto* progress = qobject_cast<QProgressDialog*>(window); progress && progress->isVisible())
+            if (auto* progress = qobject_cast<QProgressDialog*>(window); progress && progress->isVisible()) {
                 progressSeen = true;
+                if (!cancelWhenExists.isEmpty() && QFile::exists(cancelWhenExists))
+                    progress->cancel();
+            }
         }
     }
 
@@ -90,6 +93,7 @@ protected:
         return seen;
     }
     bool progressSeen = false;
+    QString cancelWhenExists;  // press Cancel in the progress window once this file exists
 };
 
 }  // namespace
@@ -149,4 +153,36 @@ TEST_F(Installation, AMissingUpdaterSaysUpdateFailedAndChangesNothing)
     EXPECT_TRUE(reportLines.isEmpty());
     // The fetched file waits for a later installation.
     EXPECT_EQ(1, CSaveParamDownload(host->downloadDir).getCountStateLastDownloadModule(2));
+}
+
+// Cancel while the updater is busy with a file for longer than the module
+// would wait: the module waits for its worker instead of killing it (which
+// took the whole host process down), tells the updater nothing more follows,
+// and stops: no new list search, nothing reported installed.
+TEST_F(Installation, CancelWaitsForTheBusyUpdaterAndStops)
+{
+    cancelWhenExists = root.filePath(QStringLiteral("updater-busy"));
+    qputenv("VELMORA_UPDATER", DM_FAILING_UPDATER_PATH);
+    qputenv("DM_UPDATER_DELAY_MS", "2500");
+    qputenv("DM_UPDATER_BUSY_MARK", QFile::encodeName(cancelWhenExists));
+    startNginx();
+    CDownloadWidget* widget = openDialog();
+    ASSERT_TRUE(openWindowAndWaitForLists(widget));
+    tick(widget, "charts.so");
+    tick(widget, "orders.so");
+    // Whether the window cleared its lists to search again, seen as the run
+    // ends, before any new search could have fetched them.
+    bool listsKept = false;
+    QObject::connect(widget, &CDownloadWidget::SignalInstallationEnded, widget,
+                     [&] { listsKept = QFile::exists(downloaded("moduleDesc.txt")); });
+
+    EXPECT_EQ(-1, runAndInstall(widget));
+    qunsetenv("DM_UPDATER_DELAY_MS");
+    qunsetenv("DM_UPDATER_BUSY_MARK");
+    EXPECT_TRUE(QFile::exists(cancelWhenExists)) << "the updater never began a file";
+    EXPECT_TRUE(reportLines.isEmpty());
+    EXPECT_TRUE(listsKept);
+    CSaveParamDownload state(host->downloadDir);
+    EXPECT_EQ(2, state.getCountLastDownloadModule());
+    EXPECT_EQ(0, state.getCountStateLastDownloadModule(3));
 }
