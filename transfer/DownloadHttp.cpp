@@ -9,6 +9,7 @@
 #include "protocol/HostRecords.h"
 #include "net/Base64.h"
 #include "transfer/DownloadHttpClient.h"
+#include "transfer/ResumeAnswer.h"
 
 namespace {
 
@@ -137,6 +138,8 @@ void CDownloadHttp::getFile(QString const& name, QString const& localDir, int pa
     sizeProbe = false;
     busy = true;
     ok = true;
+    resumeOffset = 0;
+    resumeRefused = false;
     if (owner->isOffLine())
         return;
 
@@ -185,6 +188,7 @@ void CDownloadHttp::getFile(QString const& name, QString const& localDir, int pa
         file->flush();
         const qint64 offset = file->size();
         range = QStringLiteral("bytes=%1-").arg(offset);
+        resumeOffset = offset;
         owner->addBytesOnDisk(long(offset));
     }
 
@@ -207,6 +211,7 @@ void CDownloadHttp::getFile(QString const& name, QString const& localDir, int pa
 int CDownloadHttp::abort()
 {
     sizeProbe = false;
+    resumeRefused = false;
     if (!http)
         return -1;
     http->abort();
@@ -227,8 +232,33 @@ void CDownloadHttp::ResponseHeaderReceived(const CHttpResponseHeader& header)
         http->abort();
         return;
     }
-    if (header.statusCode() == 404)
+    if (header.statusCode() == 404) {
         ok = false;
+        return;
+    }
+    if (resumeOffset > 0 && !acceptResumeAnswer(header))
+        http->abort();
+}
+
+bool CDownloadHttp::acceptResumeAnswer(const CHttpResponseHeader& header)
+{
+    switch (classifyResumeAnswer(header.statusCode(), header.value(QStringLiteral("Content-Range")),
+                                 resumeOffset)) {
+    case ResumeAnswer::Append:
+        return true;
+    case ResumeAnswer::Restart:
+        // The server sends the whole file: it replaces the kept bytes, and the
+        // progress no longer counts them.
+        if (!file || !file->resize(0))
+            break;
+        owner->addBytesOnDisk(-long(resumeOffset));
+        resumeOffset = 0;
+        return true;
+    case ResumeAnswer::Refuse:
+        break;
+    }
+    resumeRefused = true;
+    return false;
 }
 
 void CDownloadHttp::DataReadProgress(int done, int)
@@ -289,7 +319,11 @@ void CDownloadHttp::Done(bool)
         break;
     case CHttpConnection::Aborted:
         closeFile();
-        if (sizeProbe) {
+        if (resumeRefused) {
+            // The kept bytes stay; the retry asks for the rest again.
+            resumeRefused = false;
+            networkError("ResumeRefused", retryInterval);
+        } else if (sizeProbe) {
             sizeProbe = false;
             owner->getSizeFile(contentLength);
         }

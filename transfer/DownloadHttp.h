@@ -69,6 +69,8 @@ private:
     void closeFile();
     void dispatch(bool notFound);
     void networkError(const char* name, int timeoutMs);
+    // False when the answer to a resuming request must not reach the file.
+    bool acceptResumeAnswer(const CHttpResponseHeader& header);
 
     IDownloadHttpClient* owner;
     CHttpConnection* http = nullptr;
@@ -81,6 +83,8 @@ private:
     QString localFile;
     bool showProgress = false;
     long contentLength = 0;
+    qint64 resumeOffset = 0;     // the kept bytes a ranged request continues; 0: none
+    bool resumeRefused = false;  // the abort in progress is a refused resume
     QString baseUrl;
     bool busy = false;
     QTimer* retryTimer = nullptr;

@@ -127,8 +127,8 @@ TEST_F(DownloadHttpTest, OffLineSendsNothing)
 TEST_F(DownloadHttpTest, ResumedFetchDropsTheTailAndAsksForTheRest)
 {
     const QByteArray body = patternBytes(5000);
-    FaultServer server({{"HTTP/1.1 206 Partial Content\r\nContent-Length: "
-                         + QByteArray::number(body.size() - 44) + "\r\n\r\n" + body.mid(44)}});
+    FaultServer server({{"HTTP/1.1 206 Partial Content\r\nContent-Range: bytes 44-4999/5000\r\n"
+                         "Content-Length: " + QByteArray::number(body.size() - 44) + "\r\n\r\n" + body.mid(44)}});
     // 300 bytes on disk: the last 256 are not trusted, 44 are kept.
     writeText(local("mod.gz"), body.left(300));
 
@@ -180,8 +180,8 @@ TEST_F(DownloadHttpTest, InterruptedFetchIsRetriedAndResumed)
     const QByteArray body = patternBytes(20000, 3);
     const ScriptedReply dropped{"HTTP/1.1 200 OK\r\nContent-Length: " + QByteArray::number(body.size())
                                 + "\r\n\r\n" + body.left(1000)};
-    const ScriptedReply rest{"HTTP/1.1 206 Partial Content\r\nContent-Length: "
-                             + QByteArray::number(body.size() - 744) + "\r\n\r\n" + body.mid(744)};
+    const ScriptedReply rest{"HTTP/1.1 206 Partial Content\r\nContent-Range: bytes 744-19999/20000\r\n"
+                             "Content-Length: " + QByteArray::number(body.size() - 744) + "\r\n\r\n" + body.mid(744)};
     FaultServer server({dropped, rest});
 
     CDownloadHttp http(&client, localBase(server.port()));
