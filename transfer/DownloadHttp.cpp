@@ -70,6 +70,7 @@ void CDownloadHttp::newConnection()
         http->deleteLater();
     }
     http = new CHttpConnection;
+    http->setIdleTimeout(idleTimeoutMs);
     connect(http, &CHttpConnection::stateChanged, this, &CDownloadHttp::StateChanged);
     connect(http, &CHttpConnection::requestFinished, this, &CDownloadHttp::RequestFinished);
     connect(http, &CHttpConnection::dataSendProgress, this, &CDownloadHttp::DataSendProgress);
@@ -316,6 +317,9 @@ void CDownloadHttp::Done(bool)
         break;
     case CHttpConnection::WrongContentLength:
         networkError("WrongContentLength", retryInterval);
+        break;
+    case CHttpConnection::IdleTimeout:
+        networkError("IdleTimeout", retryInterval);
         break;
     case CHttpConnection::Aborted:
         closeFile();

@@ -30,6 +30,9 @@ public:
     static constexpr int kRetryInterval = 20000;
     // A partial file's last bytes are never trusted: they may be torn.
     static constexpr qint64 kDroppedTail = 256;
+    // A connection on which nothing moves this long is given up as broken
+    // and retried; download.cfg's [Network] IdleTimeout overrides it.
+    static constexpr int kDefaultIdleTimeoutSeconds = 60;
 
     CDownloadHttp(IDownloadHttpClient* owner, QString baseUrl);
     ~CDownloadHttp() override;
@@ -45,6 +48,8 @@ public:
     int retryIntervalMs() const { return retryInterval; }
     // Tests shorten the pause before a retry; the product keeps kRetryInterval.
     void setRetryIntervalForTest(int ms) { retryInterval = ms; }
+    // For the requests that follow; milliseconds, 0 for no limit.
+    void setIdleTimeout(int ms) { idleTimeoutMs = ms; }
     QString currentUrl() const { return url; }
     QString currentLocalFile() const { return localFile; }
 
@@ -89,6 +94,7 @@ private:
     bool busy = false;
     QTimer* retryTimer = nullptr;
     int retryInterval = kRetryInterval;
+    int idleTimeoutMs = kDefaultIdleTimeoutSeconds * 1000;
     QString retryUrl;
     QString retryDir;
     int param = 0;

@@ -14,9 +14,21 @@ int clampToInt(qint64 value)
 }
 }  // namespace
 
-CHttpConnection::CHttpConnection(QObject* parent) : QObject(parent)
+CHttpConnection::CHttpConnection(QObject* parent) : QObject(parent), idleTimer_(new QTimer(this))
 {
     qRegisterMetaType<CHttpResponseHeader>();
+    idleTimer_->setSingleShot(true);
+    connect(idleTimer_, &QTimer::timeout, this, [this] {
+        finish(IdleTimeout, QStringLiteral("Nothing received from %1:%2 for %3 s")
+                                .arg(host_).arg(port_).arg(idleTimeoutMs_ / 1000.0));
+    });
+}
+
+// Any sign of life starts the idle time again.
+void CHttpConnection::stillAlive()
+{
+    if (running_ && idleTimeoutMs_ > 0)
+        idleTimer_->start(idleTimeoutMs_);
 }
 
 CHttpConnection::~CHttpConnection()
@@ -72,6 +84,7 @@ void CHttpConnection::start()
     connect(socket_, &QAbstractSocket::errorOccurred, this, &CHttpConnection::socketError);
     sent_ = 0;
     setState(HostLookup);
+    stillAlive();
     socket_->connectToHost(host_, port_);
     if (running_ && socket_->state() == QAbstractSocket::ConnectingState)
         setState(Connecting);
@@ -79,6 +92,10 @@ void CHttpConnection::start()
 
 void CHttpConnection::socketConnected()
 {
+    stillAlive();
+    // Keep-alive probes let the kernel notice a peer that vanished while the
+    // server is slow to answer; the idle timer covers the rest.
+    socket_->setSocketOption(QAbstractSocket::KeepAliveOption, 1);
     setState(Sending);
     socket_->write(outgoing_);
 }
@@ -88,6 +105,7 @@ void CHttpConnection::socketBytesWritten(qint64 bytes)
     if (!running_)
         return;
     sent_ += bytes;
+    stillAlive();
     emit dataSendProgress(clampToInt(sent_), clampToInt(outgoing_.size()));
     if (running_ && sent_ >= outgoing_.size() && state_ == Sending)
         setState(Reading);
@@ -100,6 +118,7 @@ void CHttpConnection::socketReadyRead()
         const qint64 got = socket_->read(slice, kReadSlice);
         if (got <= 0)
             break;
+        stillAlive();
         if (state_ == Sending)
             setState(Reading);
         const CHttpResponseParser::Result result = parser_.feed(slice, got, *this);
@@ -190,6 +209,7 @@ void CHttpConnection::abort()
     if (!running_ || aborting_)
         return;
     aborting_ = true;
+    idleTimer_->stop();
     if (socket_) {
         socket_->disconnect(this);
         socket_->abort();
@@ -212,6 +232,7 @@ void CHttpConnection::finish(Error error, const QString& text)
     if (!running_)
         return;
     running_ = false;
+    idleTimer_->stop();
     error_ = error;
     errorString_ = text;
     if (socket_) {

@@ -19,6 +19,7 @@
 
 class QIODevice;
 class QTcpSocket;
+class QTimer;
 
 class CHttpConnection : public QObject, private CHttpResponseSink {
     Q_OBJECT
@@ -36,6 +37,9 @@ public:
         Aborted = 7,
         ProxyAuthenticationRequiredError = 8,
         AuthenticationRequiredError = 9,
+        // Nothing arrived for the idle time (setIdleTimeout): a server that
+        // went quiet, or a connection a router dropped without a word.
+        IdleTimeout = 10,
     };
     enum State { Unconnected = 0, HostLookup = 1, Connecting = 2, Sending = 3, Reading = 4,
                  Connected = 5, Closing = 6 };
@@ -51,6 +55,10 @@ public:
                 QIODevice* out = nullptr);
     // Ends the running request; done(true) follows with the error Aborted.
     void abort();
+    // A request during which nothing moves for ms milliseconds (no byte
+    // received, none sent, no connection made) ends with IdleTimeout; 0, the
+    // default, waits for ever.
+    void setIdleTimeout(int ms) { idleTimeoutMs_ = ms; }
 
     Error error() const { return error_; }
     QString errorString() const { return errorString_; }
@@ -83,6 +91,7 @@ private:
     bool onBodyData(const char* data, qint64 size) override;
     void setState(State state);
     void finish(Error error, const QString& text);
+    void stillAlive();
 
     QString host_;
     quint16 port_ = 80;
@@ -100,4 +109,6 @@ private:
     QString errorString_;
     bool running_ = false;
     bool aborting_ = false;
+    int idleTimeoutMs_ = 0;
+    QTimer* idleTimer_ = nullptr;
 };

@@ -114,6 +114,8 @@ CDownloadWidget::CDownloadWidget()
     setUpFolders();
 
     httpClient = new CDownloadHttp(this, serverUrl);
+    httpClient->setIdleTimeout(
+        readIdleTimeoutSeconds(configFilePath, CDownloadHttp::kDefaultIdleTimeoutSeconds) * 1000);
     saveParam = new CSaveParamDownload(downloadDir);
     fileToDl = new CFileToDl;
     outTimer = new QTimer(this);

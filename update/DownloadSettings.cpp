@@ -21,6 +21,15 @@ QString readServerUrl(const QString& configFilePath)
     return url.left(kServerUrlBufferSize - 1);
 }
 
+int readIdleTimeoutSeconds(const QString& configFilePath, int fallback)
+{
+    const QByteArray path = configFilePath.toLocal8Bit().left(kServerUrlBufferSize - 1);
+    inifiles settings(path.constData(), false);
+    const int seconds = settings.ReadInteger("Network", "IdleTimeout", fallback);
+    // A day at most: the value becomes milliseconds in an int.
+    return seconds > 0 && seconds <= 86400 ? seconds : fallback;
+}
+
 void clearTextFiles(const QString& folder)
 {
     const QDir dir(folder);

@@ -15,6 +15,11 @@ constexpr int kServerUrlBufferSize = 1024;
 // read, never created or written.
 QString readServerUrl(const QString& configFilePath);
 
+// Section "Network", key "IdleTimeout" of the settings file: the seconds a
+// connection may stay silent before it is given up and retried. fallback
+// when the file or the key is missing or the value is not a positive number.
+int readIdleTimeoutSeconds(const QString& configFilePath, int fallback);
+
 // Deletes the "*.txt" files of folder (lists and description texts); partial
 // downloads and the state file stay.
 void clearTextFiles(const QString& folder);
