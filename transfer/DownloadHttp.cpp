@@ -228,7 +228,11 @@ void CDownloadHttp::RequestStarted(int) {}
 void CDownloadHttp::ResponseHeaderReceived(const CHttpResponseHeader& header)
 {
     if (sizeProbe) {
-        contentLength = header.value(QStringLiteral("Content-Length")).toLong();
+        // A length that is not a number (or is negative, or too long) reads
+        // as 0, like a missing one.
+        bool number = false;
+        const long length = header.value(QStringLiteral("Content-Length")).trimmed().toLong(&number);
+        contentLength = number && length > 0 ? length : 0;
         // Only the header was wanted: the body is never read.
         http->abort();
         return;
@@ -284,7 +288,12 @@ void CDownloadHttp::networkError(const char* name, int timeoutMs)
 
 void CDownloadHttp::Done(bool)
 {
-    switch (http->error()) {
+    CHttpConnection::Error error = http->error();
+    // Once a 404 has arrived the file is not there, whatever becomes of the
+    // page that came with it (a bad length, a cut).
+    if (!ok && error != CHttpConnection::Aborted)
+        error = CHttpConnection::NoError;
+    switch (error) {
     case CHttpConnection::NoError:
     // An authentication answer is a complete response like any other: its
     // page is what the owner gets.

@@ -83,10 +83,10 @@ CHttpResponseParser::Result CHttpResponseParser::feed(const char* data, qint64 s
         case State::Failed:
             return Failed;
         case State::Done:
-            // Bytes after a complete body: the server sent more than it said.
-            if (data != end)
-                return fail(CHttpConnection::WrongContentLength,
-                            QStringLiteral("Body longer than its Content-Length %1").arg(contentLength_));
+            // Bytes after a complete body (the server sent more than it said)
+            // are dropped: the response is what its length says, whether the
+            // extra bytes came with the last ones or a moment later, and the
+            // connection is closed behind it.
             return Complete;
         case State::Body: {
             const qint64 take = qMin<qint64>(end - data, contentLength_ - bodyBytes_);
@@ -229,15 +229,21 @@ CHttpResponseParser::Result CHttpResponseParser::headerFinished(CHttpResponseSin
                                                                      Qt::CaseInsensitive);
     const bool noBody = headRequest_ || status == 204 || status == 304;
     if (!chunked && header_.hasKey(QStringLiteral("content-length"))) {
-        // Every Content-Length field must agree and be a plain number.
+        // Every Content-Length field must agree and be a plain number. The
+        // header is handed on all the same, so that its status and fields
+        // (a size probe, a 404) are seen; the body cannot be delimited.
         qint64 length = -1;
         for (const auto& field : header_.values()) {
             if (field.first.compare(QLatin1String("content-length"), Qt::CaseInsensitive) != 0)
                 continue;
             const qint64 parsed = parseContentLength(field.second.toLatin1());
-            if (parsed < 0 || (length >= 0 && parsed != length))
+            if (parsed < 0 || (length >= 0 && parsed != length)) {
+                headerDone_ = true;
+                if (!sink.onResponseHeader(header_))
+                    return Stopped;
                 return fail(CHttpConnection::WrongContentLength,
                             QStringLiteral("Invalid Content-Length \"%1\"").arg(field.second.left(80)));
+            }
             length = parsed;
         }
         contentLength_ = length;
