@@ -657,6 +657,10 @@ void CDownloadWidget::insertDescription(QString file, int, int)
 
 void CDownloadWidget::getConfigDesc()
 {
+    // A new search shows its own rows, not after the last search's (which
+    // may still be ticked from a finished installation).
+    if (moduleTree)
+        moduleTree->clear();
     fetchingDescriptions = true;
     searchRunning = true;
     listsFetchedOnce = true;
@@ -782,7 +786,10 @@ void CDownloadWidget::setStateConnect(int state)
         return;
     connectState = state;
     if (state == 0) {
-        httpClient->abort();
+        // A run cut off by going off-line goes on when the host is back
+        // on-line, from what the state file says it still lacks.
+        if (httpClient->abort() == 0 && (!idle || autoRun || autoWait))
+            pendingContinue = true;
         return;
     }
     if (pendingContinue) {

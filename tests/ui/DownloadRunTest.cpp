@@ -138,6 +138,39 @@ TEST_F(Run, PauseKeepsThePartialFileAndStartResumesItWithRange)
     EXPECT_EQ(body, fileBytes(downloaded("pause.so.gz")));
 }
 
+// Going off-line in the middle of a fetch aborts it; back on-line, the run
+// goes on from the state file and resumes the file where it stopped.
+TEST_F(Run, OffLineMidFetchAbortsAndOnLineContinuesTheRun)
+{
+    const QByteArray body = patternBytes(5000, 'o');
+    const QByteArray listBody = "cut.so,1.0.0,3.3.8,1,/d.txt,/files/cut.so.gz,2026-01-01,5\n";
+    const QByteArray whole = "HTTP/1.1 200 OK\r\nContent-Length: 5000\r\n\r\n";
+    ScriptedReply stalled{whole + body.left(3000), false, false};
+    ScriptedReply rest{"HTTP/1.1 206 Partial Content\r\nContent-Length: 2256\r\nContent-Range: bytes "
+                       "2744-4999/5000\r\n\r\n" + body.mid(2744)};
+    FaultServer server({okReply(""), okReply(listBody), okReply("desc"), ScriptedReply{whole, true, false},
+                        stalled, okReply(listBody), ScriptedReply{whole, true, false}, rest});
+    writeSettings("[Address]\r\nPath=http://127.0.0.1:" + QByteArray::number(server.port()) + "\r\n");
+
+    CDownloadWidget* widget = openDialog();
+    ASSERT_TRUE(openWindowAndWaitForLists(widget));
+    tick(widget, "cut.so");
+    widget->startControl()->click();
+    ASSERT_TRUE(waitFor([widget] { return widget->progress()->value() == 3000; }));
+
+    mwiSetStateConnect offLine{0};
+    host->deliver(HostMsg::SetConnectState, reinterpret_cast<intptr_t>(&offLine));
+    EXPECT_TRUE(waitFor([this] { return QFileInfo(downloaded("cut.so.gz")).size() == 3000; }));
+    EXPECT_EQ(5, server.requests.size());
+
+    mwiSetStateConnect onLine{1};
+    host->deliver(HostMsg::SetConnectState, reinterpret_cast<intptr_t>(&onLine));
+    ASSERT_TRUE(waitForInstallation(widget));
+    ASSERT_EQ(8, server.requests.size());
+    EXPECT_TRUE(server.requests[7].contains("\r\nRange: bytes=2744-\r\n")) << server.requests[7].constData();
+    EXPECT_EQ(body, fileBytes(downloaded("cut.so.gz")));
+}
+
 TEST_F(Run, StopDeletesTheRunsFilesAndClearsTheState)
 {
     startNginx();

@@ -109,6 +109,13 @@ TEST_F(Window, ListChainShowsExactlyTheOfferedRows)
     widget->tree()->setCurrentItem(widget->tree()->topLevelItem(0)->child(0));
     EXPECT_EQ(QStringLiteral("The standard set of modules."),
               widget->descriptionView()->toPlainText());
+
+    // The automatic start's timer fires with the window open and nothing
+    // stored: the search runs again and shows its rows once, not after the old.
+    ASSERT_TRUE(waitForLists(widget, [widget] { widget->startTimerIsOutTime(); }));
+    EXPECT_EQ((QStringList{"Standard|3.4.0 <quotes.so|2.1.0>", "charts.so|1.5.0",
+                           "orders.so|4.0.0"}),
+              topLevelRows(widget));
 }
 
 TEST_F(Window, MissingListsAndDescriptionsLeaveAUsableWindow)

@@ -86,13 +86,24 @@ protected:
     // Opens the window from the host's menu and waits until the lists are shown.
     bool openWindowAndWaitForLists(CDownloadWidget* widget)
     {
+        return waitForLists(widget, [this] {
+            mm_menu_item item{};
+            item.id = UiTestHost::kMenuId;
+            host->deliver(HostMsg::MenuCommand, reinterpret_cast<intptr_t>(&item));
+        }) && widget->dialogWindow();
+    }
+
+    // Does what starts a list search and waits until its lists are shown.
+    template <class Start>
+    bool waitForLists(CDownloadWidget* widget, Start start)
+    {
         bool shown = false;
-        QObject::connect(widget, &CDownloadWidget::SignalListsShown, widget,
-                         [&shown] { shown = true; });
-        mm_menu_item item{};
-        item.id = UiTestHost::kMenuId;
-        host->deliver(HostMsg::MenuCommand, reinterpret_cast<intptr_t>(&item));
-        return widget->dialogWindow() && waitFor([&shown] { return shown; });
+        const QMetaObject::Connection connection = QObject::connect(
+            widget, &CDownloadWidget::SignalListsShown, widget, [&shown] { shown = true; });
+        start();
+        const bool done = waitFor([&shown] { return shown; });
+        QObject::disconnect(connection);
+        return done;
     }
 
     QStringList topLevelRows(CDownloadWidget* widget) const
