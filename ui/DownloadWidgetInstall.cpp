@@ -188,9 +188,15 @@ int CDownloadWidget::changeModulesInnerWork(ChangeModulesThread* worker)
     };
     hooks.prepare = [&](int index, UpdaterRequest& request) {
         dlModule& record = records[size_t(index)];
-        unzipDownloadedModule(record, [this](const dlModule& unpacked, int state) {
-            onGuiThread([&] { saveParam->changeStateLastDownloadModule(unpacked, state); });
+        const bool unpacked = unzipDownloadedModule(record, [this](const dlModule& done, int state) {
+            onGuiThread([&] { saveParam->changeStateLastDownloadModule(done, state); });
         });
+        if (!unpacked && discardPackedLeftover(record)) {
+            // A download that does not unpack whole is not a module: it is
+            // recorded as still to fetch, and the next run fetches it again.
+            onGuiThread([&] { saveParam->changeStateLastDownloadModule(record, dlStateToFetch); });
+            return CUpdaterSession::Skip;
+        }
         int type = 0;
         if (!parseInstallType(dlText(record.type), &type))
             return CUpdaterSession::Fail;

@@ -77,6 +77,16 @@ bool unzipDownloadedModule(dlModule& module, const UnpackedRecorder& recordState
     return true;
 }
 
+bool discardPackedLeftover(const dlModule& module)
+{
+    const QString path = QString::fromLocal8Bit(dlText(module.localPath));
+    if (!hasGzipSuffix(path))
+        return false;
+    QFile::remove(path);
+    QFile::remove(path.left(path.size() - kGzipSuffixLength));
+    return true;
+}
+
 bool unzipDownloadedModule(dlModule& module, CSaveParamDownload& saveParam)
 {
     return unzipDownloadedModule(module, [&saveParam](const dlModule& unpacked, int state) {

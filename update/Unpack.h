@@ -29,6 +29,13 @@ using UnpackedRecorder = std::function<void(const dlModule& module, int state)>;
 // the record unchanged. Nothing is reported to the user or the log.
 bool unzipDownloadedModule(dlModule& module, const UnpackedRecorder& recordState);
 
+// After unzipDownloadedModule has failed: true when the record still names a
+// gzip file (a truncated or corrupt download), which must never reach the
+// updater. That file and any partial unpacked copy beside it are deleted, so
+// that the next run fetches the file again. False for a record that names
+// no gzip file.
+bool discardPackedLeftover(const dlModule& module);
+
 // The dialog's form: the unpacked record is recorded with state 2 in the
 // download state file through saveParam.
 bool unzipDownloadedModule(dlModule& module, CSaveParamDownload& saveParam);

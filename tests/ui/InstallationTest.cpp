@@ -186,3 +186,27 @@ TEST_F(Installation, CancelWaitsForTheBusyUpdaterAndStops)
     EXPECT_EQ(2, state.getCountLastDownloadModule());
     EXPECT_EQ(0, state.getCountStateLastDownloadModule(3));
 }
+
+// A file whose gzip stream ends early is never handed to the updater: it is
+// deleted and stays to be fetched again; the rest of the run is installed.
+TEST_F(Installation, ATruncatedDownloadIsNotInstalledButFetchedAgainLater)
+{
+    writeText(installDir + "/charts.so", "the old charts");
+    const QString served = serverRoot + "/files/charts.so.gz";
+    const QByteArray whole = fileBytes(served);
+    writeText(served, whole.left(whole.size() / 2));
+    startNginx();
+    CDownloadWidget* widget = openDialog();
+    ASSERT_TRUE(openWindowAndWaitForLists(widget));
+    tick(widget, "charts.so");
+    tick(widget, "orders.so");
+
+    runAndInstall(widget);
+    EXPECT_EQ(QByteArray("the old charts"), fileBytes(installDir + "/charts.so"));
+    EXPECT_EQ(programs["orders.so"], fileBytes(installDir + "/orders.so"));
+    EXPECT_FALSE(QFile::exists(downloaded("charts.so.gz")));
+    EXPECT_FALSE(QFile::exists(downloaded("charts.so")));
+    CSaveParamDownload state(host->downloadDir);
+    EXPECT_EQ(1, state.getCountStateLastDownloadModule(1));
+    EXPECT_EQ(1, state.getCountStateLastDownloadModule(3));
+}
