@@ -92,6 +92,14 @@ int fileSizeOnDisk(const QString& path)
     return info.exists() ? int(qMin<qint64>(info.size(), INT32_MAX)) : 0;
 }
 
+// A file on disk is complete only at the size the server reported for it; a
+// partial file (a paused or cut fetch) is resumed, and with no size reported
+// nothing on disk can be trusted.
+bool isCompleteOnDisk(const QString& path, long probedSize)
+{
+    return probedSize > 0 && !path.isEmpty() && QFileInfo(path).size() == probedSize;
+}
+
 }  // namespace
 
 // ---------------------------------------------------------------------------
@@ -884,6 +892,8 @@ void CDownloadWidget::startDownload()
 // Probes the size of the record at moduleIndex and moves on by one.
 void CDownloadWidget::probeNext()
 {
+    if (moduleIndex == 0)
+        probedSizes.clear();
     dlModule record = emptyDlModule();
     fileToDl->getModuleInfo(moduleIndex, record);
     ++moduleIndex;
@@ -903,6 +913,7 @@ void CDownloadWidget::fetchRecord(int index)
 
 void CDownloadWidget::getSizeFile(long size)
 {
+    probedSizes.push_back(size);
     totalBytes += int(size);
     if (moduleIndex < fileToDl->getModuleCount()) {
         probeNext();
@@ -955,12 +966,15 @@ bool CDownloadWidget::askHostForModule(const dlModule& record)
 void CDownloadWidget::recordRun(int& count)
 {
     saveParam->createLastDownload(count);
-    for (int i = 0; i < count; ++i) {
+    // probed: the record's place in the probing order, which dropping
+    // records from the set does not change.
+    for (int i = 0, probed = 0; i < count; ++i, ++probed) {
         dlModule record = emptyDlModule();
         fileToDl->getModuleInfo(i, record);
         const QString localFile = fieldText(record.localPath);
         const bool known = askHostForModule(record);
-        if (!known || localFile.isEmpty() || !QFile::exists(localFile)) {
+        const long probedSize = probed < int(probedSizes.size()) ? probedSizes[size_t(probed)] : 0;
+        if (!known || !isCompleteOnDisk(localFile, probedSize)) {
             saveParam->saveLastDownloadModule(record, dlStateToFetch);
             continue;
         }

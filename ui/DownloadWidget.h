@@ -244,6 +244,7 @@ private:
 
     // The run.
     int moduleIndex = 0;
+    std::vector<long> probedSizes;  // each probed record's size, in probing order
     int totalBytes = 0;
     int bytesOnDisk = 0;
     int lastDone = 0;

@@ -94,8 +94,13 @@ TEST_F(Run, ManualRunProbesEverySizeInSetOrderThenFetchesAndRecords)
     EXPECT_EQ(0, widget->chosen().getModuleCount());
 }
 
-TEST_F(Run, PauseKeepsThePartialFileAndStartResumesItWithRange)
+// Whether the host has the module installed or not: a file on disk is only
+// taken as fetched when it is complete.
+class PauseRun : public Run, public ::testing::WithParamInterface<bool> {};
+
+TEST_P(PauseRun, PauseKeepsThePartialFileAndStartResumesItWithRange)
 {
+    host->knowsEveryModule = GetParam();
     const QByteArray body = patternBytes(5000, 'p');
     const QByteArray listBody =
         "pause.so,1.0.0,3.3.8,1,/d.txt,/files/pause.so.gz,2026-01-01,5\n";
@@ -137,6 +142,8 @@ TEST_F(Run, PauseKeepsThePartialFileAndStartResumesItWithRange)
         << server.requests[6].constData();
     EXPECT_EQ(body, fileBytes(downloaded("pause.so.gz")));
 }
+
+INSTANTIATE_TEST_SUITE_P(HostKnowsTheModule, PauseRun, ::testing::Bool());
 
 // Going off-line in the middle of a fetch aborts it; back on-line, the run
 // goes on from the state file and resumes the file where it stopped.

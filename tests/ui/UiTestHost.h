@@ -56,7 +56,7 @@ public:
             return 0;
         }
         case HostMsg::QueryModuleVersion:
-            return -1;
+            return knowsEveryModule ? 0 : -1;
         default:
             return 0;
         }
@@ -65,6 +65,7 @@ public:
     QString downloadDir;
     QString configDir;
     bool onLine = true;
+    bool knowsEveryModule = false;  // 3089's answer: installed (0) or unknown (-1)
     QString menuText;
     ParameterStore store;
     InstalledProductsHost products;  // 3086-3088 and 3209
