@@ -174,6 +174,7 @@ int CDownloadWidget::changeModulesInnerWork(ChangeModulesThread* worker)
     QDir().mkpath(getBackupDirPath());
 
     std::vector<bool> reportedAtPrepare(records.size(), false);
+    int lastServedError = 0;  // the updater's answer to the last request it served
     CUpdaterSession::Hooks hooks;
     hooks.range = [worker](int minimum, int maximum) {
         if (worker) {
@@ -202,8 +203,15 @@ int CDownloadWidget::changeModulesInnerWork(ChangeModulesThread* worker)
             return CUpdaterSession::Fail;
         const QString local = localPathOf(record);
         if (type == 2) {
-            if (!QFile::exists(local))
+            if (!QFile::exists(local)) {
+                // A configuration file that is not there is passed over, and
+                // the next round reports it as done unless the updater's last
+                // answer was an error: so it leaves state 2, the report's
+                // count adds up and the stored run ends.
+                if (lastServedError == 0)
+                    onGuiThread([&] { setInfoAboutSuccessModuleUpdate(true, record, configIndex, QString()); });
                 return CUpdaterSession::Skip;
+            }
             onGuiThread([&] {
                 coreConfigFileArrived arrived;
                 std::memset(&arrived, 0, sizeof arrived);
@@ -229,6 +237,7 @@ int CDownloadWidget::changeModulesInnerWork(ChangeModulesThread* worker)
         return CUpdaterSession::Send;
     };
     hooks.served = [&](int index, int error) {
+        lastServedError = error;
         if (error != 0 || reportedAtPrepare[size_t(index)])
             return;
         onGuiThread([&] {

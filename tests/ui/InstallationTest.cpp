@@ -210,3 +210,34 @@ TEST_F(Installation, ATruncatedDownloadIsNotInstalledButFetchedAgainLater)
     EXPECT_EQ(1, state.getCountStateLastDownloadModule(1));
     EXPECT_EQ(1, state.getCountStateLastDownloadModule(3));
 }
+
+// A stored run whose configuration file has gone from the download folder:
+// the file is passed over and counted as done, so the report shows and the
+// stored run ends instead of bringing every later start back here.
+TEST_F(Installation, AMissingConfigurationFileIsPassedOverAndTheRunEnds)
+{
+    {
+        CSaveParamDownload stored(host->downloadDir);
+        dlModule record = emptyDlModule();
+        setDlText(record.name, "Standard");
+        setDlText(record.version, "3.4.0");
+        setDlText(record.type, "2");
+        setDlText(record.serverPath, "/configs/standard.cfg");
+        setDlText(record.localPath, downloaded("standard.cfg").toLocal8Bit());
+        stored.createLastDownload(1);
+        stored.saveLastDownloadModule(record, 2);
+    }
+    CDownloadWidget* widget = openDialog();
+    int result = -2;
+    QObject::connect(widget, &CDownloadWidget::SignalInstallationEnded, widget, [&result](int r) { result = r; });
+    QTimer watcher;
+    QObject::connect(&watcher, &QTimer::timeout, [this, widget] { answer(widget); });
+    watcher.start(20);
+    widget->continueDownload();
+    ASSERT_TRUE(waitFor([&result] { return result != -2; }));
+
+    EXPECT_EQ(1, result);
+    EXPECT_TRUE(reportLines.join('\n').contains(QStringLiteral(" - Standard          ver: 3.4.0")))
+        << reportLines.join('\n').toStdString();
+    EXPECT_EQ(0, CSaveParamDownload(host->downloadDir).getCountLastDownloadModule());
+}
