@@ -24,15 +24,16 @@ constexpr std::size_t kMinimumArgumentSlots = 4;
 // Runs in the child between fork and execv, where a child of a threaded
 // process may only make async-signal-safe calls: plain open and write, no
 // stdio (its lock may be held by a thread that does not exist in the child).
+// The log stays open across execv: the updater has always been started with
+// it, and its mode follows the umask like any file the host creates.
 void noteLaunch()
 {
-    const int log = ::open(kChildLogPath, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    const int log = ::open(kChildLogPath, O_WRONLY | O_CREAT | O_APPEND, 0666);
     if (log < 0)
         return;
     static const char line[] = "start\n";
     const ssize_t written = ::write(log, line, sizeof line - 1);
     (void)written;  // a log that cannot be written must not stop the launch
-    ::close(log);
 }
 
 }  // namespace

@@ -220,10 +220,12 @@ int CDownloadWidget::changeModulesInnerWork(ChangeModulesThread* worker)
                 QFile::remove(local);
                 setInfoAboutSuccessModuleUpdate(true, record, configIndex, QString());
                 request.copyConfiguration = true;
-                request.source = CInstalledProducts(moduleLink()).GetPathToConfigFile(
-                    QString::fromLocal8Bit(dlText(record.name)));
+                // The host is asked for the copy folder first, then for the
+                // configuration's file.
                 request.destination =
                     GetPathByFolderType(owner(), VM_FOLDERS(vfConfigCopy)) + QStringLiteral("/Config");
+                request.source = CInstalledProducts(moduleLink()).GetPathToConfigFile(
+                    QString::fromLocal8Bit(dlText(record.name)));
             });
             reportedAtPrepare[size_t(index)] = true;
             return CUpdaterSession::Send;

@@ -5,6 +5,7 @@
 
 #include <QDateTime>
 
+#include "protocol/DialogRecords.h"
 #include "protocol/HostMessages.h"
 #include "protocol/ModuleApi.h"
 #include "storage/RecordText.h"
@@ -70,6 +71,7 @@ QByteArray TestHost::recordBytes(unsigned int code, intptr_t param1)
     case HostMsg::CreateEvent: return QByteArray(record, sizeof(coreEventCreate));
     case HostMsg::FolderByType: return QByteArray(record, sizeof(coreFolder));
     case HostMsg::ProxySettings: return QByteArray(record, sizeof(mwiProxyState));
+    case HostMsg::ConfigFileArrived: return QByteArray(record, sizeof(coreConfigFileArrived));
     default: return QByteArray();
     }
 }

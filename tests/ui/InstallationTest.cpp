@@ -1,5 +1,7 @@
 // Installation through the dialog: the fetched files handed to the real
 // updater program, the report, and the failures a user can meet.
+#include <cstring>
+
 #include <zlib.h>
 
 #include <QDirIterator>
@@ -211,33 +213,79 @@ TEST_F(Installation, ATruncatedDownloadIsNotInstalledButFetchedAgainLater)
     EXPECT_EQ(1, state.getCountStateLastDownloadModule(3));
 }
 
-// A stored run whose configuration file has gone from the download folder:
-// the file is passed over and counted as done, so the report shows and the
-// stored run ends instead of bringing every later start back here.
-TEST_F(Installation, AMissingConfigurationFileIsPassedOverAndTheRunEnds)
+// A stored run that carries the configuration file: the host is told it
+// arrived (3090), the file goes, and the configuration's own file is copied
+// into the copy folder, the folder asked for before the file (3128 for 151,
+// then 3209). When the file has gone from the download folder it is passed
+// over and counted as done. Either way the report shows and the run ends.
+TEST_F(Installation, TheConfigurationFileIsAnnouncedAndCopiedOrPassedOver)
 {
-    {
-        CSaveParamDownload stored(host->downloadDir);
-        dlModule record = emptyDlModule();
-        setDlText(record.name, "Standard");
-        setDlText(record.version, "3.4.0");
-        setDlText(record.type, "2");
-        setDlText(record.serverPath, "/configs/standard.cfg");
-        setDlText(record.localPath, downloaded("standard.cfg").toLocal8Bit());
-        stored.createLastDownload(1);
-        stored.saveLastDownloadModule(record, 2);
-    }
-    CDownloadWidget* widget = openDialog();
-    int result = -2;
-    QObject::connect(widget, &CDownloadWidget::SignalInstallationEnded, widget, [&result](int r) { result = r; });
-    QTimer watcher;
-    QObject::connect(&watcher, &QTimer::timeout, [this, widget] { answer(widget); });
-    watcher.start(20);
-    widget->continueDownload();
-    ASSERT_TRUE(waitFor([&result] { return result != -2; }));
+    const QString copyRoot = root.filePath(QStringLiteral("configcopy"));
+    const QString configFile = root.filePath(QStringLiteral("standard-installed.cfg"));
+    writeText(configFile, "the installed configuration");
+    host->folders[151] = copyRoot;
+    host->products.configPaths["Standard"] = configFile;
+    for (const bool present : {true, false}) {
+        SCOPED_TRACE(present ? "file present" : "file missing");
+        const QString local = downloaded("standard.cfg");
+        QDir().mkpath(host->downloadDir);
+        QFile::remove(local);
+        QFile::remove(copyRoot + "/Config/standard-installed.cfg");
+        if (present)
+            writeText(local, "the new configuration");
+        {
+            CSaveParamDownload stored(host->downloadDir);
+            dlModule record = emptyDlModule();
+            setDlText(record.name, "Standard");
+            setDlText(record.version, "3.4.0");
+            setDlText(record.type, "2");
+            setDlText(record.serverPath, "/configs/standard.cfg");
+            setDlText(record.localPath, local.toLocal8Bit());
+            stored.createLastDownload(1);
+            stored.saveLastDownloadModule(record, 2);
+        }
+        host->messages.clear();
+        reportLines.clear();
+        CDownloadWidget* widget = openDialog();
+        int result = -2;
+        QObject::connect(widget, &CDownloadWidget::SignalInstallationEnded, widget,
+                         [&result](int r) { result = r; });
+        QTimer watcher;
+        QObject::connect(&watcher, &QTimer::timeout, [this, widget] { answer(widget); });
+        watcher.start(20);
+        widget->continueDownload();
+        ASSERT_TRUE(waitFor([&result] { return result != -2; }));
 
-    EXPECT_EQ(1, result);
-    EXPECT_TRUE(reportLines.join('\n').contains(QStringLiteral(" - Standard          ver: 3.4.0")))
-        << reportLines.join('\n').toStdString();
-    EXPECT_EQ(0, CSaveParamDownload(host->downloadDir).getCountLastDownloadModule());
+        EXPECT_EQ(1, result);
+        EXPECT_TRUE(reportLines.join('\n').contains(QStringLiteral(" - Standard          ver: 3.4.0")))
+            << reportLines.join('\n').toStdString();
+        EXPECT_EQ(0, CSaveParamDownload(host->downloadDir).getCountLastDownloadModule());
+        EXPECT_FALSE(QFile::exists(local));
+
+        std::ptrdiff_t arrived = -1, copyFolder = -1, configPath = -1;
+        for (std::size_t i = 0; i < host->messages.size(); ++i) {
+            const RecordedMessage& m = host->messages[i];
+            if (m.code == HostMsg::ConfigFileArrived && arrived < 0)
+                arrived = std::ptrdiff_t(i);
+            int32_t folderType = 0;
+            if (m.code == HostMsg::FolderByType && m.record.size() >= int(sizeof folderType))
+                std::memcpy(&folderType, m.record.constData() + offsetof(coreFolder, type), sizeof folderType);
+            if (folderType == 151 && copyFolder < 0)
+                copyFolder = std::ptrdiff_t(i);
+            if (m.code == HostMsg::PathToConfigFile && configPath < 0)
+                configPath = std::ptrdiff_t(i);
+        }
+        if (!present) {
+            EXPECT_EQ(-1, arrived);
+            EXPECT_FALSE(QFile::exists(copyRoot + "/Config/standard-installed.cfg"));
+            continue;
+        }
+        ASSERT_GE(arrived, 0);
+        EXPECT_EQ(local.toLocal8Bit(),
+                  QByteArray(host->messages[std::size_t(arrived)].record.constData()));
+        EXPECT_LT(arrived, copyFolder);
+        EXPECT_LT(copyFolder, configPath);
+        EXPECT_EQ(QByteArray("the installed configuration"),
+                  fileBytes(copyRoot + "/Config/standard-installed.cfg"));
+    }
 }
