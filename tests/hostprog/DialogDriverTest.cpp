@@ -1,5 +1,6 @@
 // The dialog driver against the module's real boxes: the question box the
-// module asks with and a message box, answered as a script's "answer" does.
+// module asks with and a message box, answered as a script's "answer" does,
+// from the box's own event loop.
 #include <QApplication>
 #include <QMessageBox>
 #include <QPushButton>
@@ -16,29 +17,20 @@ DialogDriver driver()
     return DialogDriver([](const char*) { return QString(); });
 }
 
-// Runs answer from the box's own event loop, as the script does.
-template <typename Answer>
-void whenOpen(Answer answer)
-{
-    QTimer::singleShot(0, [answer] { answer(); });
-}
-
 TEST(DialogDriverTest, AnswersTheModulesQuestionBoxYesWithItsFirstButtonAndNoWithItsLast)
 {
     for (const bool yes : {true, false}) {
         CDownloadMessInfo question(nullptr, QStringLiteral("Updates found"),
                                    QStringLiteral("Download new version?"));
         QString seen;
-        bool answered = false;
-        whenOpen([&] {
+        QTimer::singleShot(0, [&] {
             QDialog* box = driver().openBox();
             ASSERT_EQ(box, &question);
             seen = DialogDriver::boxTitle(box) + " | " + DialogDriver::boxText(box);
-            answered = DialogDriver::answerBox(box, yes);
+            EXPECT_TRUE(DialogDriver::answerBox(box, yes));
         });
         // 0 is the box's OK, 1 its Cancel.
         EXPECT_EQ(question.start(), yes ? 0 : 1);
-        EXPECT_TRUE(answered);
         EXPECT_EQ(seen, QStringLiteral("Updates found | Download new version?"));
         EXPECT_EQ(driver().openBox(), nullptr);
     }
@@ -52,10 +44,10 @@ TEST(DialogDriverTest, AnswersAMessageBoxAndLeavesOtherWindowsAlone)
     EXPECT_EQ(driver().openBox(), nullptr);
     EXPECT_EQ(driver().window(), nullptr);
 
-    QMessageBox box(QMessageBox::Question, QStringLiteral("Error"),
-                    QStringLiteral("Bad\r\nConfiguration"), QMessageBox::Yes | QMessageBox::No);
+    QMessageBox box(QMessageBox::Question, QStringLiteral("Error"), QStringLiteral("Bad\r\nConfiguration"),
+                    QMessageBox::Yes | QMessageBox::No);
     QString text;
-    whenOpen([&] {
+    QTimer::singleShot(0, [&] {
         QDialog* open = driver().openBox();
         ASSERT_EQ(open, &box);
         text = DialogDriver::oneLine(DialogDriver::boxText(open));

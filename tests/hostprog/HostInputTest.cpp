@@ -1,6 +1,5 @@
 // What the host reads before it loads anything: its command line and the
 // JSON profile.
-#include <ostream>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -10,7 +9,23 @@
 
 namespace {
 
-TEST(HostProfileTest, ReadsEveryFieldAndResolvesRelativePaths)
+// "name|type=folder ...|work folder|language(*: current) ...|proxy|online"
+QString summary(const HostProfile& p)
+{
+    QStringList folders, languages;
+    for (const auto& folder : p.folders())
+        folders << QString::number(folder.first) + '=' + folder.second;
+    for (const HostLanguage& language : p.languages())
+        languages << language.name + (language.current ? "*" : "");
+    const HostProxy& x = p.proxy();
+    return QStringList{p.name(), folders.join(' '), p.workFolder(), languages.join(' '),
+                       QStringLiteral("%1 %2:%3 %4/%5").arg(x.state).arg(x.host).arg(x.port).arg(x.user,
+                                                                                                 x.password),
+                       p.online() ? "online" : "offline"}
+        .join('|');
+}
+
+TEST(HostProfileTest, ReadsEveryFieldResolvesRelativePathsAndDefaultsTheRest)
 {
     HostProfile profile;
     ASSERT_TRUE(profile.parse(R"({
@@ -23,145 +38,101 @@ TEST(HostProfileTest, ReadsEveryFieldAndResolvesRelativePaths)
         "configurations": [{"name": "left for a later host"}]
     })", QStringLiteral("/base/profile")))
         << qPrintable(profile.errorString());
-
-    EXPECT_EQ(profile.name(), QStringLiteral("Sample"));
-    EXPECT_EQ(profile.folder(2), QStringLiteral("/base/profile/cfg"));
-    EXPECT_EQ(profile.folder(101), QStringLiteral("/base/shared/dl"));
-    EXPECT_EQ(profile.folder(150), QStringLiteral("/opt/terminal/modules"));
-    EXPECT_TRUE(profile.folder(151).isNull());
-    EXPECT_EQ(profile.workFolder(), QStringLiteral("/base/profile/user"));
-    ASSERT_EQ(profile.languages().size(), 2);
-    EXPECT_FALSE(profile.languages()[0].current);
-    EXPECT_EQ(profile.languages()[1].name, QStringLiteral("Deutsch"));
-    EXPECT_TRUE(profile.languages()[1].current);
-    EXPECT_EQ(profile.proxy().state, 2);
-    EXPECT_EQ(profile.proxy().host, QStringLiteral("px"));
-    EXPECT_EQ(profile.proxy().port, 8080);
-    EXPECT_EQ(profile.proxy().user, QStringLiteral("u"));
-    EXPECT_EQ(profile.proxy().password, QStringLiteral("p"));
-    EXPECT_FALSE(profile.online());
-}
-
-TEST(HostProfileTest, AnEmptyObjectIsAProfileWithoutAnything)
-{
-    HostProfile profile;
+    EXPECT_EQ(summary(profile), "Sample|2=/base/profile/cfg 101=/base/shared/dl 150=/opt/terminal/modules|"
+                                "/base/profile/user|English Deutsch*|2 px:8080 u/p|offline");
     ASSERT_TRUE(profile.parse("{}", QStringLiteral("/base")));
-    EXPECT_TRUE(profile.folders().empty());
-    EXPECT_TRUE(profile.workFolder().isEmpty());
-    EXPECT_TRUE(profile.languages().isEmpty());
-    EXPECT_EQ(profile.proxy().port, 0);
-    EXPECT_TRUE(profile.online());
+    EXPECT_EQ(summary(profile), "||||0 :0 /|online");
 }
 
-struct BrokenProfile {
-    const char* name;
-    const char* json;
-    const char* error;  // a part of the message that names what is wrong
-};
-
-void PrintTo(const BrokenProfile& profile, std::ostream* out)
+// Every refusal names what is wrong, and nothing of a half-read profile
+// survives it.
+TEST(HostProfileTest, RefusesABrokenProfileNamingTheFault)
 {
-    *out << profile.name;
-}
-
-class BrokenProfileTest : public ::testing::TestWithParam<BrokenProfile> {};
-
-TEST_P(BrokenProfileTest, IsRefusedWithAMessageNamingTheFault)
-{
-    HostProfile profile;
-    EXPECT_FALSE(profile.parse(GetParam().json, QStringLiteral("/base")));
-    EXPECT_TRUE(profile.errorString().contains(QString::fromUtf8(GetParam().error)))
-        << qPrintable(profile.errorString());
-    // Nothing of a half-read profile survives the failure.
-    EXPECT_TRUE(profile.folders().empty());
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Profiles, BrokenProfileTest,
-    ::testing::Values(
-        BrokenProfile{"TruncatedJson", R"({"folders": {"2": "a"})", "at offset"},
-        BrokenProfile{"TopLevelArray", R"([{"name": "x"}])", "must be a JSON object"},
-        BrokenProfile{"FolderTypeNotANumber", R"({"folders": {"2": "a", "cfg": "b"}})",
-                      "folder type \"cfg\""},
-        BrokenProfile{"FolderPathNotAString", R"({"folders": {"2": "a", "101": 5}})",
-                      "folder 101"},
-        BrokenProfile{"FolderPathEmpty", R"({"folders": {"2": "a", "101": ""}})", "folder 101"},
-        BrokenProfile{"LanguageWithoutName",
-                      R"({"folders": {"2": "a"}, "languages": [{"name": "English"}, {}]})",
-                      "language 1"},
-        BrokenProfile{"CurrentNotABoolean",
-                      R"({"folders": {"2": "a"}, "languages": [{"name": "E", "current": 1}]})",
-                      "\"current\""},
-        BrokenProfile{"PortTooLarge", R"({"folders": {"2": "a"}, "proxy": {"port": 65536}})",
-                      "\"port\""},
-        BrokenProfile{"PortNotWhole", R"({"folders": {"2": "a"}, "proxy": {"port": 80.5}})",
-                      "\"port\""},
-        BrokenProfile{"WorkFolderNotAString", R"({"folders": {"2": "a"}, "workFolder": []})",
-                      "\"workFolder\""},
-        BrokenProfile{"OnlineNotABoolean", R"({"folders": {"2": "a"}, "online": 0})", "\"online\""}),
-    [](const ::testing::TestParamInfo<BrokenProfile>& info) { return info.param.name; });
-
-bool parseOptions(HostOptions& options, std::vector<const char*> arguments)
-{
-    arguments.insert(arguments.begin(), "module-host");
-    return options.parse(int(arguments.size()), arguments.data());
-}
-
-TEST(HostOptionsTest, OptionsEndAtTheProfile)
-{
-    HostOptions options;
-    ASSERT_TRUE(parseOptions(options, {"--library=/lib/a.so", "--log", "/tmp/l", "--headless",
-                                       "p.json", "--library", "/OFFLINE", "--"}));
-    EXPECT_EQ(options.libraryPath(), QStringLiteral("/lib/a.so"));
-    EXPECT_EQ(options.logPath(), QStringLiteral("/tmp/l"));
-    EXPECT_TRUE(options.headless());
-    EXPECT_EQ(options.profilePath(), QStringLiteral("p.json"));
-    EXPECT_EQ(options.moduleArguments(),
-              (std::vector<QByteArray>{"--library", "/OFFLINE", "--"}));
-
-    // "--" lets a profile whose name starts with a dash through.
-    ASSERT_TRUE(parseOptions(options, {"--", "-odd.json", "x"}));
-    EXPECT_EQ(options.profilePath(), QStringLiteral("-odd.json"));
-    EXPECT_FALSE(options.headless());
-    EXPECT_EQ(options.moduleArguments(), std::vector<QByteArray>{"x"});
-}
-
-TEST(HostOptionsTest, ScriptAndProxyTestTimeLimits)
-{
-    HostOptions options;
-    ASSERT_TRUE(parseOptions(options, {"--headless", "p.json", "--script", "s.txt"}));
-    // After the profile it is the module's.
-    EXPECT_TRUE(options.scriptPath().isEmpty());
-    EXPECT_EQ(options.scriptTimeout(), 300);
-
-    ASSERT_TRUE(parseOptions(options, {"--script", "-", "--script-timeout=7", "p.json"}));
-    EXPECT_EQ(options.scriptPath(), QStringLiteral("-"));
-    EXPECT_EQ(options.scriptTimeout(), 7);
-
-    EXPECT_EQ(options.proxyTestSeconds(), 0);
-
-    ASSERT_TRUE(parseOptions(options, {"--proxy-test", "12", "p.json"}));
-    EXPECT_EQ(options.proxyTestSeconds(), 12);
-    EXPECT_EQ(options.profilePath(), QStringLiteral("p.json"));
-
-    for (const char* limit : {"--script-timeout=0", "--script-timeout=soon", "--script-timeout=-3",
-                              "--proxy-test=0", "--proxy-test=x"}) {
-        EXPECT_FALSE(parseOptions(options, {limit, "p.json"})) << limit;
-        const QByteArray option = QByteArray(limit).left(QByteArray(limit).indexOf('='));
-        EXPECT_TRUE(options.errorString().startsWith(QString::fromLatin1(option))) << limit;
+    const struct {
+        const char* why;
+        const char* json;
+        const char* error;
+    } cases[] = {
+        {"truncated", R"({"folders": {"2": "a"})", "at offset"},
+        {"top-level array", R"([{"name": "x"}])", "must be a JSON object"},
+        {"folder type", R"({"folders": {"2": "a", "cfg": "b"}})", "folder type \"cfg\""},
+        {"folder path", R"({"folders": {"2": "a", "101": 5}})", "folder 101"},
+        {"empty folder", R"({"folders": {"2": "a", "101": ""}})", "folder 101"},
+        {"language", R"({"folders": {"2": "a"}, "languages": [{"name": "English"}, {}]})", "language 1"},
+        {"current", R"({"folders": {"2": "a"}, "languages": [{"name": "E", "current": 1}]})", "\"current\""},
+        {"port too large", R"({"folders": {"2": "a"}, "proxy": {"port": 65536}})", "\"port\""},
+        {"port not whole", R"({"folders": {"2": "a"}, "proxy": {"port": 80.5}})", "\"port\""},
+        {"work folder", R"({"folders": {"2": "a"}, "workFolder": []})", "\"workFolder\""},
+        {"online", R"({"folders": {"2": "a"}, "online": 0})", "\"online\""},
+        {"configurations", R"({"folders": {"2": "a"}, "installedConfigurations": {}})", "must be an array"},
+        {"configuration version", R"({"folders": {"2": "a"},
+            "installedConfigurations": [{"name": "S", "version": "3.3"}]})",
+         "installed configuration 0: \"version\""},
+        {"configuration name", R"({"folders": {"2": "a"}, "installedConfigurations": [{"version": "3.3.8"}]})",
+         "\"name\""},
+        {"configuration current", R"({"folders": {"2": "a"},
+            "installedConfigurations": [{"name": "S", "version": "1.0.0", "current": 1}]})", "\"current\""},
+        {"module version", R"({"folders": {"2": "a"}, "installedConfigurations": [{"name": "S",
+            "version": "1.0.0", "modules": [{"name": "a.so", "version": "x"}]}]})", "module 0: \"version\""},
+        {"module fourth", R"({"folders": {"2": "a"}, "installedConfigurations": [{"name": "S",
+            "version": "1.0.0", "modules": [{"name": "a.so", "version": "1.0.0", "fourth": 1.5}]}]})",
+         "\"fourth\""},
+    };
+    for (const auto& c : cases) {
+        HostProfile profile;
+        EXPECT_FALSE(profile.parse(c.json, QStringLiteral("/base"))) << c.why;
+        EXPECT_TRUE(profile.errorString().contains(QString::fromUtf8(c.error)))
+            << c.why << ": " << qPrintable(profile.errorString());
+        EXPECT_TRUE(profile.folders().empty()) << c.why;
     }
 }
 
-TEST(HostOptionsTest, RefusesWhatItCannotUse)
+// Options end at the profile, or after "--"; everything after the profile is
+// the module's. One object parses every row, so nothing of the row before
+// may remain.
+TEST(HostOptionsTest, OptionsEndAtTheProfileAndTimeLimitsAreWholePositiveSeconds)
 {
+    const struct {
+        std::vector<const char*> arguments;
+        // "library|log|headless|profile|script|script time limit|proxy test|module arguments"
+        // or the error message.
+        const char* outcome;
+    } cases[] = {
+        {{"--library=/lib/a.so", "--log", "/tmp/l", "--headless", "p.json", "--library", "/OFFLINE", "--"},
+         "/lib/a.so|/tmp/l|1|p.json||300|0|--library /OFFLINE --"},
+        {{"--", "-odd.json", "x"}, "||0|-odd.json||300|0|x"},
+        {{"--headless", "p.json", "--script", "s.txt"}, "||1|p.json||300|0|--script s.txt"},
+        {{"--script", "-", "--script-timeout=7", "p.json"}, "||0|p.json|-|7|0|"},
+        {{"--proxy-test", "12", "p.json"}, "||0|p.json||300|12|"},
+        {{"--script-timeout=0", "p.json"}, "--script-timeout needs a whole number of seconds"},
+        {{"--script-timeout=soon", "p.json"}, "--script-timeout needs a whole number of seconds"},
+        {{"--script-timeout=-3", "p.json"}, "--script-timeout needs a whole number of seconds"},
+        {{"--proxy-test=0", "p.json"}, "--proxy-test needs a whole number of seconds"},
+        {{"--proxy-test=x", "p.json"}, "--proxy-test needs a whole number of seconds"},
+        {{"--verbose", "p.json"}, "unknown option --verbose"},
+        {{"--headless"}, "no profile given"},
+        {{"--log"}, "--log needs a value"},
+        {{"--library=", "p.json"}, "--library needs a value"},
+    };
     HostOptions options;
-    EXPECT_FALSE(parseOptions(options, {"--verbose", "p.json"}));
-    EXPECT_TRUE(options.errorString().contains(QStringLiteral("--verbose")));
-    EXPECT_FALSE(parseOptions(options, {"--headless"}));
-    EXPECT_TRUE(options.errorString().contains(QStringLiteral("no profile")));
-    EXPECT_FALSE(parseOptions(options, {"--log"}));
-    EXPECT_FALSE(parseOptions(options, {"--library=", "p.json"}));
-    EXPECT_TRUE(options.errorString().contains(QStringLiteral("--library")));
+    for (const auto& c : cases) {
+        std::vector<const char*> arguments = c.arguments;
+        arguments.insert(arguments.begin(), "module-host");
+        QString outcome;
+        if (options.parse(int(arguments.size()), arguments.data())) {
+            QStringList moduleArguments;
+            for (const QByteArray& argument : options.moduleArguments())
+                moduleArguments << QString::fromLocal8Bit(argument);
+            outcome = QStringList{options.libraryPath(), options.logPath(), QString::number(options.headless()),
+                                  options.profilePath(), options.scriptPath(),
+                                  QString::number(options.scriptTimeout()),
+                                  QString::number(options.proxyTestSeconds()), moduleArguments.join(' ')}
+                          .join('|');
+        } else {
+            outcome = options.errorString();
+        }
+        EXPECT_EQ(outcome, QString::fromLatin1(c.outcome)) << arguments[1];
+    }
 }
 
 }  // namespace

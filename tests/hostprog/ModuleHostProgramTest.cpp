@@ -3,7 +3,6 @@
 #include <cstring>
 
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
@@ -18,12 +17,11 @@ class ModuleHostProgramTest : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(dir.isValid()); }
 
-    QString writeProfile(const QByteArray& json, const QString& name = QStringLiteral("p.json"))
+    QString writeProfile(const QByteArray& json, const char* name = "p.json")
     {
         writeText(dir.filePath(name), json);
         return dir.filePath(name);
     }
-
 
     QTemporaryDir dir;
 };
@@ -38,72 +36,53 @@ TEST_F(ModuleHostProgramTest, RegistersTheModuleAndForwardsTheModuleArguments)
     // Everything after the profile is the module's, including what looks like
     // the host's or Qt's own options.
     const HostRun result = runModuleHost({"--headless", "--log", dir.filePath("host.log"), profile,
-                                "/OFFLINE", "--headless", "-style", "fusion"});
-
+                                          "/OFFLINE", "--headless", "-style", "fusion"});
     ASSERT_EQ(result.exitCode, 0) << qPrintable(result.err);
-    const QString library = QFileInfo(QStringLiteral(DM_MODULE_LIBRARY)).canonicalFilePath();
-    EXPECT_TRUE(result.out.contains(
-        QStringLiteral("module-host: loaded %1: \"Velmora.Download module\" (Update module) "
-                       "1.2.9, context CTransDownload\n")
-            .arg(library)))
-        << qPrintable(result.out);
     // The first argument is the program's file: the path it was started by,
     // or under an emulator the path the emulator's launcher handed on.
-    EXPECT_TRUE(result.out.contains(
-        QStringLiteral("module-host: code 3007 with argc 5: \"%1\" \"/OFFLINE\" "
-                       "\"--headless\" \"-style\" \"fusion\"\n")
-            .arg(QStringLiteral(DM_MODULE_HOST_FILE))))
-        << qPrintable(result.out);
-    EXPECT_TRUE(result.out.contains(
-        QStringLiteral("module-host: registered Download (VELMORA, vmDownload) kind 1, "
-                       "51 texts\n")))
-        << qPrintable(result.out);
-
+    for (const QString& line :
+         {QStringLiteral("module-host: loaded %1: \"Velmora.Download module\" (Update module) 1.2.9, "
+                         "context CTransDownload\n")
+              .arg(QFileInfo(QStringLiteral(DM_MODULE_LIBRARY)).canonicalFilePath()),
+          QStringLiteral("module-host: code 3007 with argc 5: \"%1\" \"/OFFLINE\" \"--headless\" \"-style\" "
+                         "\"fusion\"\n")
+              .arg(QStringLiteral(DM_MODULE_HOST_FILE)),
+          QStringLiteral("module-host: registered Download (VELMORA, vmDownload) kind 1, 51 texts\n")})
+        EXPECT_TRUE(result.out.contains(line)) << qPrintable(line) << " not in\n" << qPrintable(result.out);
     // The terminal's folders exist once the host has started.
     for (const char* folder : {"run/config", "run/download", "run/user"})
-        EXPECT_TRUE(QFileInfo(dir.filePath(QString::fromLatin1(folder))).isDir()) << folder;
+        EXPECT_TRUE(QFileInfo(dir.filePath(folder)).isDir()) << folder;
     EXPECT_TRUE(QFileInfo::exists(dir.filePath("host.log")));
 }
 
-TEST_F(ModuleHostProgramTest, LoadFailuresNameWhatCouldNotBeLoaded)
+// Bad command lines (1), profiles (2) and libraries (3) stop the host with
+// a message naming what it could not use, before it loads or creates anything.
+TEST_F(ModuleHostProgramTest, WhatCannotBeUsedStopsTheHostNamingIt)
 {
     const QString profile = writeProfile("{}");
-
-    const QString missing = dir.filePath(QStringLiteral("no/libDownloadModule.so.1"));
-    HostRun result = runModuleHost({"--headless", "--library", missing, profile});
-    EXPECT_EQ(result.exitCode, 3);
-    EXPECT_TRUE(result.err.contains(QStringLiteral("cannot load ") + missing))
-        << qPrintable(result.err);
-    EXPECT_FALSE(result.out.contains(QStringLiteral("registered")));
-
-    // A real library that is not a module.
-    result = runModuleHost({"--headless", "--library", QStringLiteral(DM_FOREIGN_LIBRARY), profile});
-    EXPECT_EQ(result.exitCode, 3);
-    EXPECT_TRUE(result.err.contains(QStringLiteral(DM_FOREIGN_LIBRARY)
-                                    + QStringLiteral(" does not export GetModuleInfo")))
-        << qPrintable(result.err);
-}
-
-TEST_F(ModuleHostProgramTest, BadProfilesAndCommandLinesStopBeforeLoading)
-{
     const QString broken = writeProfile(R"({"folders": {"2": "run/config"},)", "broken.json");
-    HostRun result = runModuleHost({"--headless", broken});
-    EXPECT_EQ(result.exitCode, 2);
-    EXPECT_TRUE(result.err.contains(QStringLiteral("profile ") + broken + QStringLiteral(": ")))
-        << qPrintable(result.err);
-    EXPECT_TRUE(result.err.contains(QStringLiteral("at offset")));
-    EXPECT_FALSE(QFileInfo::exists(dir.filePath(QStringLiteral("run"))));
-    EXPECT_FALSE(result.out.contains(QStringLiteral("loaded")));
-
-    const QString missing = dir.filePath(QStringLiteral("missing.json"));
-    result = runModuleHost({"--headless", missing});
-    EXPECT_EQ(result.exitCode, 2);
-    EXPECT_TRUE(result.err.contains(missing)) << qPrintable(result.err);
-
-    result = runModuleHost({"--headles", missing});
-    EXPECT_EQ(result.exitCode, 1);
-    EXPECT_TRUE(result.err.contains(QStringLiteral("unknown option --headles")));
-    EXPECT_TRUE(result.err.contains(QStringLiteral("usage: module-host")));
+    const QString missing = dir.filePath("missing.json");
+    const QString noLibrary = dir.filePath("no/libDownloadModule.so.1");
+    const QString foreign = QStringLiteral(DM_FOREIGN_LIBRARY);
+    const struct {
+        QStringList arguments;
+        int exitCode;
+        QStringList errors;
+    } cases[] = {
+        {{"--headles", missing}, 1, {"unknown option --headles", "usage: module-host"}},
+        {{"--headless", broken}, 2, {"profile " + broken + ": ", "at offset"}},
+        {{"--headless", missing}, 2, {missing}},
+        {{"--headless", "--library", noLibrary, profile}, 3, {"cannot load " + noLibrary}},
+        {{"--headless", "--library", foreign, profile}, 3, {foreign + " does not export GetModuleInfo"}},
+    };
+    for (const auto& c : cases) {
+        const HostRun result = runModuleHost(c.arguments);
+        EXPECT_EQ(result.exitCode, c.exitCode) << qPrintable(c.arguments.join(' '));
+        for (const QString& error : c.errors)
+            EXPECT_TRUE(result.err.contains(error)) << qPrintable(error + " not in " + result.err);
+        EXPECT_FALSE(result.out.contains(QStringLiteral("module-host: loaded"))) << qPrintable(result.out);
+        EXPECT_FALSE(QFileInfo::exists(dir.filePath("run")));
+    }
 }
 
 // The connection settings' test: the host hands the module the profile's
@@ -113,26 +92,24 @@ TEST_F(ModuleHostProgramTest, BadProfilesAndCommandLinesStopBeforeLoading)
 TEST_F(ModuleHostProgramTest, ProxyTestGoesThroughTheProfilesProxyAndPrintsTheResult)
 {
     QTemporaryDir site;
-    writeText(site.filePath(QStringLiteral("index.html")), "updates\n");
+    writeText(site.filePath("index.html"), "updates\n");
     NginxServer server(site.path());
     ASSERT_TRUE(server.started());
     TinyProxy proxy("user", "secret", server.port());
     ASSERT_TRUE(proxy.started());
-    ASSERT_TRUE(QDir(dir.path()).mkpath(QStringLiteral("run/config")));
-    writeText(dir.filePath(QStringLiteral("run/config/download.cfg")),
-              "[Address]\npath=127.0.0.1/updates\n");
-    const auto profileWithPassword = [&](const char* password) {
-        return writeProfile(QStringLiteral(R"({
+    ASSERT_TRUE(QDir(dir.path()).mkpath("run/config"));
+    writeText(dir.filePath("run/config/download.cfg"), "[Address]\npath=127.0.0.1/updates\n");
+    const auto proxyTest = [&](const char* password) {
+        return runModuleHost({"--headless", "--proxy-test", "20", writeProfile(QStringLiteral(R"({
             "folders": {"2": "run/config"},
-            "proxy": {"state": 1, "host": "127.0.0.1", "port": %1, "user": "user",
-                      "password": "%2"}
-        })").arg(proxy.port()).arg(QLatin1String(password)).toUtf8());
+            "proxy": {"state": 1, "host": "127.0.0.1", "port": %1, "user": "user", "password": "%2"}
+        })").arg(proxy.port()).arg(QLatin1String(password)).toUtf8())});
     };
 
-    HostRun result = runModuleHost({"--headless", "--proxy-test", "20", profileWithPassword("secret")});
+    HostRun result = proxyTest("secret");
     EXPECT_EQ(result.exitCode, 0) << qPrintable(result.out + result.err);
-    EXPECT_TRUE(result.out.contains(QStringLiteral(
-        "module-host: proxy test through 127.0.0.1:%1, at most 20 s\n").arg(proxy.port())))
+    EXPECT_TRUE(result.out.contains(
+        QStringLiteral("module-host: proxy test through 127.0.0.1:%1, at most 20 s\n").arg(proxy.port())))
         << qPrintable(result.out);
     EXPECT_TRUE(result.out.contains(QStringLiteral("module-host: code 3517 to the module\n"
                                                    "module-host: Download server 127.0.0.1:80 passed\n")))
@@ -143,7 +120,7 @@ TEST_F(ModuleHostProgramTest, ProxyTestGoesThroughTheProfilesProxyAndPrintsTheRe
     EXPECT_TRUE(server.accessLog()[0].startsWith(QStringLiteral("HEAD http://127.0.0.1:80/ HTTP/1.0|200|")))
         << qPrintable(server.accessLog()[0]);
 
-    result = runModuleHost({"--headless", "--proxy-test", "20", profileWithPassword("guess")});
+    result = proxyTest("guess");
     EXPECT_EQ(result.exitCode, 7) << qPrintable(result.out + result.err);
     EXPECT_TRUE(result.out.contains(QStringLiteral("module-host: Download server 127.0.0.1:80 failed\n")))
         << qPrintable(result.out);

@@ -14,7 +14,6 @@ TEST(InstalledConfigurations, CountThenAZeroedArrayTheHostFills)
                         installedConfig("Bonds", 1, 0, 0, true, 1, 22)};
     copyToField(products.configs[1].secondName, QByteArray("second text"));
     const std::vector<coreNameConfig> configs = CInstalledProducts().configurations();
-
     EXPECT_EQ(products.host.codes(),
               (std::vector<unsigned int>{HostMsg::ConfigurationCount, HostMsg::ConfigurationList}));
     ASSERT_EQ(configs.size(), 2u);
@@ -38,7 +37,6 @@ TEST(InstalledProducts, NoneEmptyOrUnbelievableCountsAskNoFurther)
     products.reportedCount = CInstalledProducts::kMaxConfigurations;
     EXPECT_EQ(CInstalledProducts().configurations().size(),
               std::size_t(CInstalledProducts::kMaxConfigurations));
-
     for (int32_t count : {0, -5, CInstalledProducts::kMaxModuleEntries + 1})
         EXPECT_TRUE(CInstalledProducts().moduleTable(installedConfig("S", 1, 0, 0, false, count, 1)).empty());
     EXPECT_TRUE(products.tableRequests.empty());
@@ -56,7 +54,6 @@ TEST(InstalledModuleTable, AsksForTheConfigurationsTableByIdAndCount)
     products.tables[11] = {installedModule("a.so", 1, 2, 3, 4), installedModule("b.so", 5, 6, 7, 8)};
     const std::vector<coreModuleEntry> table =
         CInstalledProducts().moduleTable(installedConfig("Stock", 2, 1, 0, false, 3, 11));
-
     ASSERT_EQ(products.tableRequests.size(), 1u);
     EXPECT_EQ(value(products.tableRequests[0].tableId), 11);
     EXPECT_EQ(value(products.tableRequests[0].count), 3);
@@ -65,26 +62,20 @@ TEST(InstalledModuleTable, AsksForTheConfigurationsTableByIdAndCount)
     EXPECT_EQ(describe(table), (Texts{"a.so|1.2.3|4", "b.so|5.6.7|8", "|0.0.0|0"}));
 }
 
-TEST(PathToConfigFile, SendsTheNameInA2303ByteBlockAndReadsTheWideText)
+// The name goes out in a 2303-byte block, cut to 255 bytes; the host's answer
+// 1 means it has no path, any other answer gives the wide text it wrote.
+TEST(PathToConfigFile, SendsTheNameInA2303ByteBlockAndReadsTheWideTextUnlessAnswered1)
 {
     ProductsHost products;
     products.configPaths["Stock"] = QStringLiteral("/home/u/.terminal/Stock/stock.cfg");
     EXPECT_EQ(CInstalledProducts().GetPathToConfigFile("Stock"), "/home/u/.terminal/Stock/stock.cfg");
     ASSERT_EQ(products.pathRequests.size(), 1u);
     EXPECT_EQ(products.pathRequests[0], "Stock" + QByteArray(2298, '\0'));
-
-    // A long name is cut to 255 bytes.
     CInstalledProducts().GetPathToConfigFile(QString(300, 'n'));
     EXPECT_EQ(products.pathRequests.at(1).left(256), QByteArray(255, 'n') + '\0');
-}
 
-TEST(PathToConfigFile, AnswerOneMeansNoPath)
-{
-    ProductsHost products;
-    products.configPaths["Stock"] = QStringLiteral("/path");
     products.host.resultFor[HostMsg::PathToConfigFile] = 1;
     EXPECT_EQ(CInstalledProducts().GetPathToConfigFile("Stock"), "");
-    // Any other answer still yields what the host wrote.
     products.host.resultFor[HostMsg::PathToConfigFile] = 2;
-    EXPECT_EQ(CInstalledProducts().GetPathToConfigFile("Stock"), "/path");
+    EXPECT_EQ(CInstalledProducts().GetPathToConfigFile("Stock"), "/home/u/.terminal/Stock/stock.cfg");
 }

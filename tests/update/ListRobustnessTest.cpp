@@ -13,6 +13,8 @@
 
 namespace {
 
+using Names = std::vector<QByteArray>;
+
 // Lines before the first one with fewer than `commas` commas, counted on the
 // raw bytes: what a parser that offers everything must return.
 int leadingWellFormedLines(const QByteArray& bytes, int commas)
@@ -21,27 +23,9 @@ int leadingWellFormedLines(const QByteArray& bytes, int commas)
     if (bytes.endsWith('\n'))
         lines.removeLast();
     int count = 0;
-    for (const QByteArray& line : lines) {
-        if (line.count(',') < commas)
-            break;
+    while (count < lines.size() && lines[count].count(',') >= commas)
         ++count;
-    }
     return count;
-}
-
-QByteArray randomBytes(std::mt19937& random, int size)
-{
-    // Commas and line feeds are made frequent enough that well-formed lines
-    // occur; the first bytes are plain text so that nothing looks like a
-    // byte order mark.
-    std::uniform_int_distribution<int> byte(0, 255);
-    std::uniform_int_distribution<int> pick(0, 9);
-    QByteArray bytes("xx");
-    while (bytes.size() < size) {
-        const int kind = pick(random);
-        bytes += kind < 3 ? ',' : kind == 3 ? '\n' : char(byte(random));
-    }
-    return bytes;
 }
 
 class ListRobustness : public ::testing::Test {
@@ -49,10 +33,10 @@ protected:
     QTemporaryDir dir;
     CInstalledProducts noHost{nullptr, nullptr};
 
-    dlListModule modules(const QByteArray& bytes)
+    dlListModule modules(const QByteArray& bytes, const ModuleListSources& sources = {})
     {
         dlListModule list;
-        parseFileList(writeListFile(dir, "moduleDesc.txt", bytes), list, QString(), {}, noHost);
+        parseFileList(writeListFile(dir, "moduleDesc.txt", bytes), list, QString(), sources, noHost);
         return list;
     }
     dlListModule configs(const QByteArray& bytes)
@@ -67,15 +51,22 @@ protected:
 
 TEST_F(ListRobustness, RandomBytesGiveTheWellFormedLeadingLines)
 {
+    // Commas and line feeds are made frequent enough that well-formed lines
+    // occur; the first bytes are plain text so that nothing looks like a
+    // byte order mark.
     std::mt19937 random(20240611);
+    std::uniform_int_distribution<int> byte(0, 255), pick(0, 9);
     int nonEmptyModuleLists = 0;
     for (int round = 0; round < 200; ++round) {
-        const QByteArray bytes = randomBytes(random, 64 + round * 40);
-        const dlListModule moduleList = modules(bytes);
-        const dlListModule configList = configs(bytes);
-        EXPECT_EQ(moduleList.count, leadingWellFormedLines(bytes, 7)) << round;
-        EXPECT_EQ(configList.count, leadingWellFormedLines(bytes, 4)) << round;
-        nonEmptyModuleLists += moduleList.count > 0;
+        QByteArray bytes("xx");
+        while (bytes.size() < 64 + round * 40) {
+            const int kind = pick(random);
+            bytes += kind < 3 ? ',' : kind == 3 ? '\n' : char(byte(random));
+        }
+        const int moduleCount = modules(bytes).count;
+        EXPECT_EQ(moduleCount, leadingWellFormedLines(bytes, 7)) << round;
+        EXPECT_EQ(configs(bytes).count, leadingWellFormedLines(bytes, 4)) << round;
+        nonEmptyModuleLists += moduleCount > 0;
     }
     // The generator must produce well-formed lines for the check to mean anything.
     EXPECT_GT(nonEmptyModuleLists, 20);
@@ -89,7 +80,7 @@ TEST_F(ListRobustness, NulBytesStayInsideTheirLineAndEndTheStoredText)
                              + "c.so,1.0.0,,0,/d,/f,Title,5\n";
     ASSERT_EQ(bytes.count('\0'), 6);
     const dlListModule list = modules(bytes);
-    EXPECT_EQ(names(list), (std::vector<QByteArray>{"a.so", "b.so"}));
+    EXPECT_EQ(names(list), (Names{"a.so", "b.so"}));
     EXPECT_EQ(dlText(list.modules[0].title), "Ti");
     EXPECT_EQ(dlText(list.modules[0].sizeText), "0 kb");
 }
@@ -97,14 +88,12 @@ TEST_F(ListRobustness, NulBytesStayInsideTheirLineAndEndTheStoredText)
 TEST_F(ListRobustness, OneMegabyteLines)
 {
     const QByteArray huge(1 << 20, 'z');
-    dlListModule list = modules("a.so,1.0.0,,0,/d,/f," + huge + ",5\n" + huge + "\nb.so,1,,0,/d,/f,T,5\n");
-    ASSERT_EQ(names(list), (std::vector<QByteArray>{"a.so"}));
+    const dlListModule list =
+        modules("a.so,1.0.0,,0,/d,/f," + huge + ",5\n" + huge + "\nb.so,1,,0,/d,/f,T,5\n");
+    ASSERT_EQ(names(list), Names{"a.so"});
     EXPECT_EQ(dlText(list.modules[0].title), QByteArray(254, 'z'));
     EXPECT_EQ(dlText(list.modules[0].sizeText), "5 kb");
-
-    list = configs("Stock,1.0.0,/m,/d," + huge + "\n" + huge + "\n");
-    ASSERT_EQ(names(list), (std::vector<QByteArray>{"Stock"}));
-    EXPECT_EQ(dlText(list.modules[0].title), QByteArray(254, 'z'));
+    EXPECT_EQ(configs("Stock,1.0.0,/m,/d," + huge + "\n" + huge + "\n").count, 1);
 }
 
 TEST_F(ListRobustness, HundredThousandLinesAgainstAThousandInstalledModules)
@@ -123,21 +112,18 @@ TEST_F(ListRobustness, HundredThousandLinesAgainstAThousandInstalledModules)
     sources.autoMode = true;
     sources.autoModules = installed.data();
     sources.autoModuleCount = int(installed.size());
-    dlListModule list;
-    parseFileList(writeListFile(dir, "moduleDesc.txt", bytes), list, QString(), sources, noHost);
+    const dlListModule list = modules(bytes, sources);
     ASSERT_EQ(list.count, 1000);
     EXPECT_EQ(dlText(list.modules[999].name), "m999.so");
     EXPECT_EQ(dlText(list.modules[999].serverPath), "/f/99999");
     EXPECT_EQ(dlText(list.modules[999].sizeText), "97.0 Mb");
-
     // A bad line near the end still ends the list there.
-    bytes += "bad line\nm5.so,9.0.0,,0,/d,/f,T,1\n";
-    dlListModule cut;
-    parseFileList(writeListFile(dir, "moduleDesc.txt", bytes), cut, QString(), sources, noHost);
-    EXPECT_EQ(cut.count, 1000);
+    EXPECT_EQ(modules(bytes + "bad line\nm5.so,9.0.0,,0,/d,/f,T,1\n", sources).count, 1000);
 }
 
-TEST_F(ListRobustness, HundredThousandConfigurationLines)
+// The host is asked once, after the list has been read, and not at all for a
+// list that cannot be read; the offered lines are appended to the list.
+TEST_F(ListRobustness, HundredThousandConfigurationLinesAskTheHostOnce)
 {
     ProductsHost products;
     products.configs = {installedConfig("Same", 1, 0, 0)};
@@ -146,22 +132,26 @@ TEST_F(ListRobustness, HundredThousandConfigurationLines)
         bytes += (i % 100 == 0 ? "New" + QByteArray::number(i) : QByteArray("Same"))
                  + ",1.0.0,/m,/d,Title, with, commas\n";
     dlListModule list;
+    list.append(emptyDlModule());
     parseConfigList(writeListFile(dir, "configDesc.txt", bytes), list, false, CInstalledProducts());
-    ASSERT_EQ(list.count, 1000);
-    EXPECT_EQ(dlText(list.modules[999].name), "New99900");
+    ASSERT_EQ(list.count, 1001);
+    EXPECT_EQ(dlText(list.modules[1000].name), "New99900");
+    EXPECT_EQ(products.host.withCode(HostMsg::ConfigurationCount).size(), 1u);
+    EXPECT_EQ(products.configListRequests, 1);
+    parseConfigList(dir.filePath("absent.txt"), list, true, CInstalledProducts());
+    EXPECT_EQ(list.count, 1001);
+    EXPECT_EQ(products.host.codes().size(), 2u);
 }
 
-TEST_F(ListRobustness, MissingOrEmptyFilesGiveNothing)
+TEST_F(ListRobustness, MissingEmptyOrUnreadableFilesGiveNothing)
 {
     dlListModule list;
-    parseFileList(dir.filePath("none.txt"), list, QString(), {}, noHost);
-    parseConfigList(dir.filePath("none.txt"), list, false, noHost);
+    for (const QString& path : {dir.filePath("none.txt"), dir.path()}) {  // a folder cannot be read either
+        parseFileList(path, list, QString(), {}, noHost);
+        parseConfigList(path, list, false, noHost);
+    }
     EXPECT_EQ(list.count, 0);
     EXPECT_EQ(modules("").count, 0);
     EXPECT_EQ(configs("").count, 0);
     EXPECT_EQ(modules("\n\n").count, 0);
-    // A directory cannot be read as a list either.
-    parseFileList(dir.path(), list, QString(), {}, noHost);
-    parseConfigList(dir.path(), list, false, noHost);
-    EXPECT_EQ(list.count, 0);
 }

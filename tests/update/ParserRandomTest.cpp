@@ -36,10 +36,9 @@ int roll(std::mt19937& random, int below)
 // Zero to three pieces; a piece may be a comma, which shifts later fields.
 QString anyText(std::mt19937& random)
 {
-    const std::vector<QString>& from = pieces();
     QString text;
     for (int n = roll(random, 4); n > 0; --n)
-        text += from[std::size_t(roll(random, int(from.size())))];
+        text += pieces()[std::size_t(roll(random, int(pieces().size())))];
     return text;
 }
 
@@ -53,40 +52,33 @@ QString versionText(std::mt19937& random)
     return text;
 }
 
-// A line of about the given number of fields, shaped like the real lists:
-// names from a small pool, versions, the configuration type, sizes.
-QString randomLine(std::mt19937& random, const std::vector<int>& fieldCounts, bool moduleList)
-{
-    const int fieldCount = fieldCounts[std::size_t(roll(random, int(fieldCounts.size())))];
-    QStringList parts;
-    for (int i = 0; i < fieldCount; ++i) {
-        if (i == 0)
-            parts << (roll(random, 10) < 7 ? QString::fromLatin1(kNames[roll(random, 6)]) : anyText(random));
-        else if (i == 1)
-            parts << versionText(random);
-        else if (moduleList && i == 3)
-            parts << (roll(random, 5) < 2 ? QStringLiteral("2") : anyText(random));
-        else if (moduleList && i == 7)
-            parts << (roll(random, 2) ? QString::number(roll(random, 5000)) : anyText(random));
-        else
-            parts << anyText(random);
-    }
-    return fieldCount == 0 ? anyText(random) : parts.join(',');
-}
-
+// One to six lines of about the list's number of fields, shaped like the real
+// lists: names from a small pool, versions, the configuration type, sizes.
 QStringList randomLines(std::mt19937& random, bool moduleList)
 {
     static const std::vector<int> moduleFields{8, 8, 8, 8, 9, 10, 7, 5, 1, 0};
     static const std::vector<int> configFields{5, 5, 5, 5, 6, 7, 4, 3, 1, 0};
+    const std::vector<int>& fieldCounts = moduleList ? moduleFields : configFields;
     QStringList lines;
-    for (int n = 1 + roll(random, 6); n > 0; --n)
-        lines << randomLine(random, moduleList ? moduleFields : configFields, moduleList);
+    for (int n = 1 + roll(random, 6); n > 0; --n) {
+        const int fieldCount = fieldCounts[std::size_t(roll(random, int(fieldCounts.size())))];
+        QStringList parts;
+        for (int i = 0; i < fieldCount; ++i) {
+            if (i == 0)
+                parts << (roll(random, 10) < 7 ? QString::fromLatin1(kNames[roll(random, 6)])
+                                               : anyText(random));
+            else if (i == 1)
+                parts << versionText(random);
+            else if (moduleList && i == 3)
+                parts << (roll(random, 5) < 2 ? QStringLiteral("2") : anyText(random));
+            else if (moduleList && i == 7)
+                parts << (roll(random, 2) ? QString::number(roll(random, 5000)) : anyText(random));
+            else
+                parts << anyText(random);
+        }
+        lines << (fieldCount == 0 ? anyText(random) : parts.join(','));
+    }
     return lines;
-}
-
-int randomPart(std::mt19937& random)
-{
-    return roll(random, 13);
 }
 
 // What a record field holds for a text: its local 8-bit bytes, at most 254,
@@ -98,34 +90,24 @@ QByteArray stored(const QString& text)
     return nul < 0 ? bytes : bytes.left(nul);
 }
 
-struct Parts {
-    int a, b, c;
-};
-
-Parts partsOf(const QByteArray& storedVersion)
-{
-    const QStringList p = QString::fromLocal8Bit(storedVersion).split('.');
-    if (p.size() == 1)
-        return {p[0].toInt(), p[0].toInt(), p[0].toInt()};
-    if (p.size() == 2)
-        return {p[0].toInt(), p[1].toInt(), p[1].toInt()};
-    return {p[0].toInt(), p[1].toInt(), QStringList(p.mid(2)).join('.').toInt()};
-}
-
 int32_t number(int a, int b, int c)
 {
     return int32_t(uint32_t(int64_t(a) * 10000 + int64_t(b) * 100 + c));
 }
 
-// A record as fields() shows it; local path empty and state -1 as parsed.
-QByteArray parsedRecord(const QByteArray& name, const QByteArray& version, const QByteArray& extra,
-                        const QByteArray& type, const QByteArray& server, const QByteArray& desc,
-                        const QByteArray& aux, const QByteArray& title, const QByteArray& size)
+// A stored version's parts: a missing part repeats the last one, and a third
+// part runs to the end of the text.
+std::vector<int> partsOf(const QByteArray& storedVersion)
 {
-    return name + '|' + version + '|' + extra + '|' + type + '|' + server + '|' + desc + "||" + aux
-           + '|' + title + '|' + size + "|-1";
+    const QStringList p = QString::fromLocal8Bit(storedVersion).split('.');
+    if (p.size() < 3)
+        return {p[0].toInt(), p.last().toInt(), p.last().toInt()};
+    return {p[0].toInt(), p[1].toInt(), QStringList(p.mid(2)).join('.').toInt()};
 }
 
+// A module entry is offered when its number is greater than the installed
+// module's of its name (the first such), or for type "2" than the named
+// configuration's; without either it is always offered.
 std::vector<QByteArray> expectedModules(const QStringList& lines, const coreNameConfig* named,
                                         const std::vector<coreModuleEntry>& installed)
 {
@@ -134,32 +116,35 @@ std::vector<QByteArray> expectedModules(const QStringList& lines, const coreName
         const QStringList f = line.split(',');
         if (f.size() < 8)
             break;
-        bool ok = false;
-        int size = f[7].toInt(&ok);
-        if (!ok)
-            size = 0;
+        const int size = f[7].toInt();  // 0 when it is no number
         const QByteArray name = stored(f[0]), type = stored(f[3]);
-        const Parts v = partsOf(stored(f[1]));
-        bool offered = true;
+        const std::vector<int> v = partsOf(stored(f[1]));
+        const int32_t offered = number(v[0], v[1], v[2]);
+        bool offer = true;
         if (type == "2") {
-            offered = !named || number(v.a, v.b, v.c) > number(named->major, named->minor, named->build);
+            offer = !named || offered > number(named->major, named->minor, named->build);
         } else {
             for (const coreModuleEntry& m : installed) {
                 if (fieldBytes(m.name) == name) {
-                    offered = number(v.a, v.b, v.c) > number(m.major, m.minor, m.build);
+                    offer = offered > number(m.major, m.minor, m.build);
                     break;
                 }
             }
         }
-        if (offered)
-            result.push_back(parsedRecord(name, stored(f[1]), stored(f[2]), type, stored(f[5]),
-                                          stored(f[4]), "", stored(f[6]),
-                                          size <= 1024 ? QByteArray::number(size) + " kb"
-                                                       : QByteArray::number(size / 1024) + ".0 Mb"));
+        const QByteArray sizeText = size <= 1024 ? QByteArray::number(size) + " kb"
+                                                 : QByteArray::number(size / 1024) + ".0 Mb";
+        // As fields() shows a record: local and aux paths empty, state -1.
+        if (offer)
+            result.push_back(name + '|' + stored(f[1]) + '|' + stored(f[2]) + '|' + type + '|' + stored(f[5])
+                             + '|' + stored(f[4]) + "|||" + stored(f[6]) + '|' + sizeText + "|-1");
     }
     return result;
 }
 
+// A configuration is offered when none of its name is installed; against the
+// first installed one of its name, in the automatic mode or when that one is
+// current, when its number is the same or greater; otherwise by hand when any
+// part on its own is greater.
 std::vector<QByteArray> expectedConfigs(const QStringList& lines,
                                         const std::vector<coreNameConfig>& installed, bool autoMode)
 {
@@ -169,20 +154,20 @@ std::vector<QByteArray> expectedConfigs(const QStringList& lines,
         if (f.size() < 5)
             break;
         const QByteArray name = stored(f[0]);
-        const Parts v = partsOf(stored(f[1]));
-        bool offered = true;
+        const std::vector<int> v = partsOf(stored(f[1]));
+        bool offer = true;
         for (const coreNameConfig& c : installed) {
             if (fieldBytes(c.name) != name)
                 continue;
             if (autoMode || c.current == 1)
-                offered = number(v.a, v.b, v.c) >= number(c.major, c.minor, c.build);
+                offer = number(v[0], v[1], v[2]) >= number(c.major, c.minor, c.build);
             else
-                offered = v.a > c.major || v.b > c.minor || v.c > c.build;
+                offer = v[0] > c.major || v[1] > c.minor || v[2] > c.build;
             break;
         }
-        if (offered)
-            result.push_back(parsedRecord(name, stored(f[1]), "", "", stored(f[2]), stored(f[3]), name,
-                                          stored(QStringList(f.mid(4)).join(',')), ""));
+        if (offer)
+            result.push_back(name + '|' + stored(f[1]) + "|||" + stored(f[2]) + '|' + stored(f[3]) + "||"
+                             + name + '|' + stored(QStringList(f.mid(4)).join(',')) + "||-1");
     }
     return result;
 }
@@ -221,10 +206,10 @@ TEST(ParserRandom, ModuleListsAgreeWithASecondReading)
     expectAgreement(7001, true, [](std::mt19937& random, const QStringList& lines, dlListModule& list) {
         std::vector<coreModuleEntry> installed;
         for (int n = roll(random, 5); n > 0; --n)
-            installed.push_back(installedModule(kNames[roll(random, 6)], randomPart(random),
-                                                randomPart(random), randomPart(random), roll(random, 5)));
-        const coreNameConfig config = installedConfig("cfg", randomPart(random), randomPart(random),
-                                                      randomPart(random));
+            installed.push_back(installedModule(kNames[roll(random, 6)], roll(random, 13),
+                                                roll(random, 13), roll(random, 13), roll(random, 5)));
+        const coreNameConfig config = installedConfig("cfg", roll(random, 13), roll(random, 13),
+                                                      roll(random, 13));
         ModuleListBasis basis;
         basis.namedConfig = roll(random, 5) < 2 ? nullptr : &config;
         basis.fourth = roll(random, 5);
@@ -240,8 +225,8 @@ TEST(ParserRandom, ConfigurationListsAgreeWithASecondReading)
     expectAgreement(7002, false, [](std::mt19937& random, const QStringList& lines, dlListModule& list) {
         std::vector<coreNameConfig> installed;
         for (int n = roll(random, 5); n > 0; --n)
-            installed.push_back(installedConfig(kNames[roll(random, 6)], randomPart(random),
-                                                randomPart(random), randomPart(random),
+            installed.push_back(installedConfig(kNames[roll(random, 6)], roll(random, 13),
+                                                roll(random, 13), roll(random, 13),
                                                 roll(random, 5) == 0));
         const bool autoMode = roll(random, 5) == 0;
         parseConfigLines(lines, list, installed.data(), int(installed.size()), autoMode);

@@ -1,12 +1,12 @@
 // The offered-file record, its text fields and size text, the parsers' list
-// and the chosen-for-download set.
+// and the chosen-for-download set with the quirks of its removal.
 #include <cstring>
 #include <initializer_list>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "update/DlModule.h"
+#include "UpdateTestSupport.h"
 #include "update/FileToDl.h"
 
 namespace {
@@ -39,45 +39,34 @@ void add(CFileToDl& set, std::initializer_list<const char*> names)
         set.addToStuct(record(name));
 }
 
-QByteArray nameAt(const CFileToDl& set, int index)
+// The record at index, or a record named "untouched" when the set has none there.
+dlModule at(const CFileToDl& set, int index)
 {
     dlModule out = record("untouched", "0");
     set.getModuleInfo(index, out);
-    return dlText(out.name);
+    return out;
 }
 
-// The names the set holds, in order.
 Names namesIn(const CFileToDl& set)
 {
     Names result;
     for (int i = 0; i < set.getModuleCount(); ++i)
-        result.push_back(nameAt(set, i));
+        result.push_back(dlText(at(set, i).name));
     return result;
 }
 
 }  // namespace
 
-TEST(DlText, KeepsUpTo254BytesAndCutsLongerTextWithTerminator)
+TEST(DlText, CutsTo254BytesWithATerminatorAndReadsNoFurtherThanTheField)
 {
-    for (int length : {254, 255, 300}) {
-        dlModule module;
-        std::memset(&module, 'x', sizeof module);
-        setDlText(module.version, QByteArray(length, 'c'));
-        EXPECT_EQ(dlText(module.version), QByteArray(254, 'c')) << length;
-        EXPECT_EQ(module.version[254], 0) << length;
-        // The neighbours are untouched by a long text.
-        EXPECT_EQ(module.name[254], 'x') << length;
-        EXPECT_EQ(module.versionExtra[0], 'x') << length;
-    }
     dlModule module;
     std::memset(&module, 'x', sizeof module);
-    setDlText(module.version, "1.2");
-    EXPECT_EQ(QByteArray(module.version, 255), "1.2" + QByteArray(252, '\0'));
-}
-
-TEST(DlText, ReadsAFieldWithoutTerminatorOnlyWithinTheField)
-{
-    dlModule module = emptyDlModule();
+    setDlText(module.version, QByteArray(300, 'c'));
+    EXPECT_EQ(QByteArray(module.version, 255), QByteArray(254, 'c') + '\0');
+    // The neighbours are untouched.
+    EXPECT_EQ(module.name[254], 'x');
+    EXPECT_EQ(module.versionExtra[0], 'x');
+    // A field filled to its end without a terminator.
     std::memset(module.title, 'T', sizeof module.title);
     std::memset(module.sizeText, 'S', sizeof module.sizeText);
     EXPECT_EQ(dlText(module.title), QByteArray(255, 'T'));
@@ -86,10 +75,8 @@ TEST(DlText, ReadsAFieldWithoutTerminatorOnlyWithinTheField)
 TEST(DlSizeText, KilobytesUpTo1024ThenWholeMegabytesWithPointZero)
 {
     const std::pair<int, const char*> cases[] = {
-        {0, "0 kb"},          {1023, "1023 kb"},          {1024, "1024 kb"},
-        {1025, "1.0 Mb"},     {2047, "1.0 Mb"},           {2048, "2.0 Mb"},
-        {3071, "2.0 Mb"},     {1048576, "1024.0 Mb"},     {2147483647, "2097151.0 Mb"},
-        {-5, "-5 kb"}};
+        {0, "0 kb"},      {1024, "1024 kb"},  {1025, "1.0 Mb"},        {2047, "1.0 Mb"},
+        {2048, "2.0 Mb"}, {-5, "-5 kb"},      {2147483647, "2097151.0 Mb"}};
     for (const auto& c : cases)
         EXPECT_EQ(dlSizeText(c.first), c.second) << c.first;
 }
@@ -115,46 +102,39 @@ TEST(DlListModule, AppendKeepsEveryRecordWholeAsTheArrayGrowsAndMoves)
     }
 }
 
-TEST(FileToDl, AddKeepsOrderAndDuplicatesAndReadsOnlyInsideTheSet)
+TEST(FileToDl, AddKeepsOrderAndDuplicatesReadsOnlyInsideAndClearEmptiesForReuse)
 {
     CFileToDl set;
-    EXPECT_EQ(set.getModuleCount(), 0);
     add(set, {"a", "a", "b"});
     EXPECT_EQ(namesIn(set), (Names{"a", "a", "b"}));
-    EXPECT_EQ(nameAt(set, 3), "untouched");
-    EXPECT_EQ(nameAt(set, -1), "untouched");
+    EXPECT_EQ(dlText(at(set, 3).name), "untouched");
+    EXPECT_EQ(dlText(at(set, -1).name), "untouched");
+    set.clearStruct();
+    EXPECT_EQ(set.getModuleCount(), 0);
+    EXPECT_EQ(dlText(at(set, 0).name), "untouched");
+    add(set, {"c"});
+    EXPECT_EQ(namesIn(set), Names{"c"});
 }
 
-TEST(FileToDl, ExistModuleMatchesNameVersionAndExtraExactly)
+TEST(FileToDl, ExistModuleMatchesNameVersionAndExtraAndMarksAnotherStateFetched)
 {
     CFileToDl set;
-    set.addToStuct(record("a", "1.0.0", "x"));
-    set.addToStuct(record("b", "1.0.0", "x"));
-    EXPECT_EQ(set.existModule(record("b", "1.0.0", "x")), 1);
-    EXPECT_EQ(set.existModule(record("B", "1.0.0", "x")), -1);
-    EXPECT_EQ(set.existModule(record("b", "1.0.1", "x")), -1);
-    EXPECT_EQ(set.existModule(record("b", "1.0.0", "y")), -1);
-    EXPECT_EQ(set.existModule(record("b", "1.0.0", "")), -1);
-}
-
-TEST(FileToDl, ExistModuleMarksAStoredRecordWithAnotherStateAsChanged)
-{
-    CFileToDl set;
-    set.addToStuct(record("a", "1", "", 0));
-    set.addToStuct(record("b", "1", "", 4));
-    EXPECT_EQ(set.existModule(record("a", "1", "", 0)), 0);
-    EXPECT_EQ(set.existModule(record("b", "1", "", 1)), 1);
-    dlModule a = emptyDlModule(), b = emptyDlModule();
-    set.getModuleInfo(0, a);
-    set.getModuleInfo(1, b);
-    EXPECT_EQ(a.state, 0) << "same state: left alone";
-    EXPECT_EQ(b.state, 2) << "another state: marked 2, not copied from the argument";
+    set.addToStuct(record("a", "1.0.0", "x", 0));
+    set.addToStuct(record("b", "1.0.0", "x", 4));
+    for (const dlModule& other : {record("B", "1.0.0", "x"), record("b", "1.0.1", "x"),
+                                  record("b", "1.0.0", "y"), record("b", "1.0.0", "")})
+        EXPECT_EQ(set.existModule(other), -1) << fields(other).constData();
+    EXPECT_EQ(set.existModule(record("a", "1.0.0", "x", 0)), 0);
+    EXPECT_EQ(set.existModule(record("b", "1.0.0", "x", 1)), 1);
+    EXPECT_EQ(at(set, 0).state, 0) << "same state: left alone";
+    EXPECT_EQ(at(set, 1).state, 2) << "another state: marked 2, not copied from the argument";
 }
 
 TEST(FileToDl, DelToStuctRemovesTheFirstMatchOrElseTheFirstRecord)
 {
     // Without a match the removal still happens, from the front, and on an
-    // empty set it takes the count below zero.
+    // empty set it takes the count below zero: such a set holds nothing and
+    // the next record becomes its first.
     const struct {
         std::initializer_list<const char*> before;
         dlModule removed;
@@ -173,47 +153,25 @@ TEST(FileToDl, DelToStuctRemovesTheFirstMatchOrElseTheFirstRecord)
         set.delToStuct(c.removed);
         EXPECT_EQ(set.getModuleCount(), c.count) << dlText(c.removed.name).constData();
         EXPECT_EQ(namesIn(set), c.after);
-        EXPECT_EQ(nameAt(set, c.count < 0 ? 0 : c.count), "untouched");
+        EXPECT_EQ(dlText(at(set, c.count < 0 ? 0 : c.count).name), "untouched");
+        EXPECT_EQ(set.changeStruct(0, record("z")), -1);
+        add(set, {"z"});
+        EXPECT_EQ(set.getModuleCount(), int(c.after.size()) + 1);
+        EXPECT_EQ(dlText(at(set, int(c.after.size())).name), "z");
     }
 }
 
-TEST(FileToDl, ASetWithCountMinusOneHoldsNothing)
-{
-    CFileToDl set;
-    set.delToStuct(record("a"));
-    EXPECT_EQ(set.existModule(record("a")), -1);
-    EXPECT_EQ(set.changeStruct(0, record("a")), -1);
-    // The next record becomes its first.
-    add(set, {"a"});
-    EXPECT_EQ(namesIn(set), Names{"a"});
-}
-
-TEST(FileToDl, ChangeStructMatchesTheFirstRecordByNameOnly)
+TEST(FileToDl, ChangeStructReplacesTheFirstRecordOfTheNameWhateverTheIndex)
 {
     CFileToDl set;
     set.addToStuct(record("a", "1.0.0", "x"));
     set.addToStuct(record("a", "2.0.0", "y"));
     dlModule replacement = record("a", "3.0.0", "z", 2);
     setDlText(replacement.localPath, "/tmp/a.gz");
-
     EXPECT_EQ(set.changeStruct(99, replacement), 0);
-    dlModule out = emptyDlModule();
-    set.getModuleInfo(0, out);
-    EXPECT_EQ(std::memcmp(&out, &replacement, sizeof out), 0);
-    set.getModuleInfo(1, out);
-    EXPECT_EQ(dlText(out.version), "2.0.0");
-
+    const dlModule first = at(set, 0);
+    EXPECT_EQ(std::memcmp(&first, &replacement, sizeof first), 0);
+    EXPECT_EQ(dlText(at(set, 1).version), "2.0.0");
     EXPECT_EQ(set.changeStruct(0, record("b", "1.0.0")), -1);
     EXPECT_EQ(set.getModuleCount(), 2);
-}
-
-TEST(FileToDl, ClearStructEmptiesTheSetForReuse)
-{
-    CFileToDl set;
-    add(set, {"a", "b"});
-    set.clearStruct();
-    EXPECT_EQ(set.getModuleCount(), 0);
-    EXPECT_EQ(nameAt(set, 0), "untouched");
-    add(set, {"c"});
-    EXPECT_EQ(namesIn(set), Names{"c"});
 }

@@ -1,0 +1,207 @@
+// The module's queries and its stored run against the reference host's real
+// bridge: the installed configurations, module tables and configuration paths
+// it answers from a profile, and a continued run's chosen set brought up to
+// date with a fresh module list, kept by the host's parameter store.
+#include <memory>
+
+#include <QDir>
+#include <QFile>
+#include <gtest/gtest.h>
+
+#include "UpdateTestSupport.h"
+#include "host/app/HostBridge.h"
+#include "host/app/HostProfile.h"
+#include "host/app/HostWindow.h"
+#include "protocol/ModuleApi.h"
+#include "update/ChosenModules.h"
+#include "update/FileToDl.h"
+#include "update/InstalledProducts.h"
+#include "update/ModuleListParser.h"
+#include "update/SaveParamDownload.h"
+
+namespace {
+
+using Texts = std::vector<QByteArray>;
+
+const char kProfile[] = R"({
+    "folders": {"2": "run/config", "101": "run/download"},
+    "installedConfigurations": [
+        {"name": "Stock", "version": "3.3.8", "secondName": "Stock exchange",
+         "configFile": "run/config/stock/terminal.cfg",
+         "modules": [{"name": "core.so", "version": "3.3.8", "fourth": 77},
+                     {"name": "charts.so", "version": "1.2.0"}]},
+        {"name": "Bonds", "version": "1.0.12", "current": true,
+         "modules": [{"name": "core.so", "version": "3.4.0"}]}
+    ]
+})";
+
+class ReferenceHost : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(dir.isValid());
+        start(kProfile);
+        ASSERT_TRUE(QDir().mkpath(local("")));
+        store.reset(new CSaveParamDownload(local("")));
+    }
+    void TearDown() override { ::Initialize(nullptr, nullptr, nullptr, nullptr); }
+
+    void start(const char* json)
+    {
+        bridge.reset();
+        ASSERT_TRUE(profile.parse(json, dir.path())) << qPrintable(profile.errorString());
+        bridge.reset(new HostBridge(profile, &window));
+        ::Initialize(&HostBridge::send, &HostBridge::post, bridge->hostObject(), nullptr);
+    }
+
+    // A file in the download folder.
+    QString local(const QString& name) const { return dir.filePath("run/download/" + name); }
+
+    struct Chosen {
+        const char *name, *version, *extra;
+        int state;
+    };
+    // Chosen records of a run recorded as the download does before fetching,
+    // each with a partly downloaded local file.
+    void recordRun(const std::vector<Chosen>& run)
+    {
+        store->createLastDownload(int(run.size()));
+        for (const Chosen& c : run) {
+            const QByteArray file = QByteArray(c.name) + ".gz";
+            dlModule module = emptyDlModule();
+            setDlText(module.name, c.name);
+            setDlText(module.version, c.version);
+            setDlText(module.versionExtra, c.extra);
+            setDlText(module.serverPath, "/old/" + file);
+            setDlText(module.title, "old title");
+            setDlText(module.localPath, local(file).toLocal8Bit());
+            module.state = c.state;
+            writeListFile(dir, "run/download/" + file, "partial");
+            chosen.addToStuct(module);
+            store->saveLastDownloadModule(module, 1);
+        }
+    }
+
+    dlModule chosenAt(int index) const
+    {
+        dlModule out = emptyDlModule();
+        chosen.getModuleInfo(index, out);
+        return out;
+    }
+
+    // The stored run's records still to be fetched (state 1), as fields().
+    Texts storedToFetch()
+    {
+        std::vector<dlModule> out(8, emptyDlModule());
+        out.resize(std::size_t(store->getLastDownloadModule(1, 8, out.data())));
+        Texts result;
+        for (const dlModule& module : out)
+            result.push_back(fields(module));
+        return result;
+    }
+
+    QTemporaryDir dir;
+    HostProfile profile;
+    HostWindow window;
+    std::unique_ptr<HostBridge> bridge;
+    std::unique_ptr<CSaveParamDownload> store;
+    CFileToDl chosen;
+};
+
+}  // namespace
+
+TEST_F(ReferenceHost, AnswersConfigurationsModuleTablesAndConfigurationPathsFromTheProfile)
+{
+    const std::vector<coreNameConfig> configs = CInstalledProducts().configurations();
+    EXPECT_EQ(describe(configs), (Texts{"Stock|Stock exchange|3.3.8|0|2", "Bonds||1.0.12|1|1"}));
+    ASSERT_EQ(configs.size(), 2u);
+    EXPECT_NE(value(configs[0].moduleTableId), value(configs[1].moduleTableId));
+    EXPECT_EQ(describe(CInstalledProducts().moduleTable(configs[0])),
+              (Texts{"core.so|3.3.8|77", "charts.so|1.2.0|0"}));
+    EXPECT_EQ(describe(CInstalledProducts().moduleTable(configs[1])), Texts{"core.so|3.4.0|0"});
+    // A table the host does not have stays zeroed.
+    coreNameConfig unknown = configs[0];
+    unknown.moduleTableId = 99;
+    EXPECT_EQ(describe(CInstalledProducts().moduleTable(unknown)), (Texts{"|0.0.0|0", "|0.0.0|0"}));
+
+    // The profile's file, else the configuration folder's NAME.cfg.
+    EXPECT_EQ(CInstalledProducts().GetPathToConfigFile("Stock"),
+              dir.filePath("run/config/stock/terminal.cfg"));
+    EXPECT_EQ(CInstalledProducts().GetPathToConfigFile("Bonds"), dir.filePath("run/config/Bonds.cfg"));
+    EXPECT_EQ(CInstalledProducts().GetPathToConfigFile("Metals"), "");
+
+    start(R"({"folders": {"2": "run/config"}})");
+    EXPECT_TRUE(CInstalledProducts().configurations().empty());
+    EXPECT_EQ(CInstalledProducts().GetPathToConfigFile("Stock"), "");
+}
+
+// Another version or extra text deletes the stale partial file; only the
+// first fresh record of a name counts, and chosen records the list no longer
+// offers stay as they were.
+TEST_F(ReferenceHost, AFreshListReplacesChosenRecordsAndDeletesStalePartialFiles)
+{
+    recordRun({{"a.so", "1.0.0", "x", 2}, {"b.so", "1.0.0", "x", 1}, {"c.so", "1.0.0", "x", 1},
+               {"d.so", "1.0.0", "x", 1}});
+    ASSERT_TRUE(QFile::remove(local("c.so.gz")));
+    dlListModule fresh;
+    parseFileList(writeListFile(dir, "list.txt",
+                                "x.so,9.0.0,x,0,/d,/f,T,1\n"
+                                "a.so,1.1.0,x,0,/desc/a.txt,/new/a.gz,new title,2048\n"
+                                "a.so,1.0.0,x,0,/d,/second,T,1\n"
+                                "b.so,1.0.0,y,0,/d,/f,T,1\n"
+                                "c.so,2.0.0,x,0,/d,/f,T,1\n"),
+                  fresh, QString(), {}, CInstalledProducts(nullptr, nullptr));
+    refreshChosenModules(fresh, chosen, *store);
+
+    EXPECT_FALSE(QFile::exists(local("a.so.gz")));
+    EXPECT_FALSE(QFile::exists(local("b.so.gz")));
+    EXPECT_TRUE(QFile::exists(local("d.so.gz")));
+    // The fresh records with no local file and the chosen records' states; a
+    // stale record whose file was already gone keeps its path.
+    EXPECT_EQ(fields(chosenAt(0)), "a.so|1.1.0|x|0|/new/a.gz|/desc/a.txt|||new title|2.0 Mb|2");
+    EXPECT_EQ(fields(chosenAt(1)), "b.so|1.0.0|y|0|/f|/d|||T|1 kb|1");
+    EXPECT_EQ(fields(chosenAt(2)), "c.so|2.0.0|x|0|/f|/d|" + local("c.so.gz").toLocal8Bit() + "||T|1 kb|1");
+    EXPECT_EQ(dlText(chosenAt(3).serverPath), "/old/d.so.gz");
+    // The stored run names the old versions, which the fresh records do not match.
+    const Texts stored = storedToFetch();
+    ASSERT_EQ(stored.size(), 4u);
+    EXPECT_EQ(stored[0], "a.so|1.0.0|x||/old/a.so.gz||" + local("a.so.gz").toLocal8Bit() + "||old title||2");
+}
+
+TEST_F(ReferenceHost, AFreshRecordOfTheSameVersionKeepsTheFileAndIsStoredAgainToFetch)
+{
+    recordRun({{"a.so", "1.0.0", "x", 3}});
+    store->changeStateLastDownloadModule(chosenAt(0), 2);
+    ASSERT_TRUE(storedToFetch().empty());
+
+    dlListModule fresh;
+    parseFileList(writeListFile(dir, "list.txt", "a.so,1.0.0,x,0,/desc/a.txt,/new/a.gz,new title,10\n"),
+                  fresh, QString(), {}, CInstalledProducts(nullptr, nullptr));
+    refreshChosenModules(fresh, chosen, *store);
+    EXPECT_TRUE(QFile::exists(local("a.so.gz")));
+    const QByteArray expected =
+        "a.so|1.0.0|x|0|/new/a.gz|/desc/a.txt|" + local("a.so.gz").toLocal8Bit() + "||new title|10 kb|3";
+    EXPECT_EQ(fields(chosenAt(0)), expected);
+    EXPECT_EQ(storedToFetch(), Texts{expected});
+}
+
+// b.so 2.0.0 is installed in the automatic mode's table, so the fresh list
+// does not offer it and the chosen b.so stays as chosen.
+TEST_F(ReferenceHost, GetNewModuleRefreshesOnlyAChosenSetAgainstTheParsedList)
+{
+    const coreModuleEntry table = installedModule("b.so", 2, 0, 0);
+    ModuleListSources sources;
+    sources.autoMode = true;
+    sources.autoModules = &table;
+    sources.autoModuleCount = 1;
+    const QString list = writeListFile(dir, "moduleDesc.txt",
+                                       "a.so,3.0.0,,0,/d,/new-a,T,1\nb.so,2.0.0,,0,/d,/new-b,T,1\n");
+    EXPECT_FALSE(getNewModule(list, chosen, *store, sources, CInstalledProducts()));
+
+    recordRun({{"a.so", "1.0.0", "", 1}, {"b.so", "1.0.0", "", 1}});
+    EXPECT_TRUE(getNewModule(list, chosen, *store, sources, CInstalledProducts()));
+    EXPECT_EQ(dlText(chosenAt(0).serverPath), "/new-a");
+    EXPECT_EQ(dlText(chosenAt(1).serverPath), "/old/b.so.gz");
+    EXPECT_FALSE(QFile::exists(local("a.so.gz")));
+    EXPECT_TRUE(QFile::exists(local("b.so.gz")));
+}
