@@ -40,23 +40,29 @@ std::vector<coreNameConfig> CInstalledProducts::configurations() const
         return {};
     int32_t count = 0;
     send(HostMsg::ConfigurationCount, &count);
-    if (count <= 0 || count > kMaxConfigurations)
+    if (count < 0 || count > kMaxConfigurations)
         return {};
-    std::vector<coreNameConfig> configs(static_cast<std::size_t>(count));
+    // A count of 0 is asked for all the same, with an empty array: a host
+    // may expect the list request after the count.
+    std::vector<coreNameConfig> configs(static_cast<std::size_t>(count) + 1);
     std::memset(configs.data(), 0, configs.size() * sizeof(coreNameConfig));
     coreConfigListRequest request{count, configs.data()};
     send(HostMsg::ConfigurationList, &request);
+    configs.pop_back();
     return configs;
 }
 
 std::vector<coreModuleEntry> CInstalledProducts::moduleTable(const coreNameConfig& config) const
 {
-    if (!send_ || config.moduleCount <= 0 || config.moduleCount > kMaxModuleEntries)
+    if (!send_ || config.moduleCount < 0 || config.moduleCount > kMaxModuleEntries)
         return {};
-    std::vector<coreModuleEntry> entries(static_cast<std::size_t>(config.moduleCount));
+    // As for the configurations, an empty table is asked for with an empty
+    // array; the spare entry keeps the array's address a real one.
+    std::vector<coreModuleEntry> entries(static_cast<std::size_t>(config.moduleCount) + 1);
     std::memset(entries.data(), 0, entries.size() * sizeof(coreModuleEntry));
     coreModuleTableRequest request{config.moduleTableId, config.moduleCount, entries.data()};
     send(HostMsg::ModuleTable, &request);
+    entries.pop_back();
     return entries;
 }
 

@@ -25,13 +25,15 @@ TEST(InstalledConfigurations, CountThenAZeroedArrayTheHostFills)
               (Texts{"Stock||2.1.0|0|3", "Bonds|second text|1.0.0|1|1", "||0.0.0|0|0"}));
 }
 
-TEST(InstalledProducts, NoneEmptyOrUnbelievableCountsAskNoFurther)
+TEST(InstalledProducts, EmptyListsAreAskedForAndUnbelievableCountsAreNot)
 {
-    for (int32_t count : {0, -1, CInstalledProducts::kMaxConfigurations + 1}) {
+    // count, list requests: none is asked for with an empty array.
+    for (const auto& [count, requests] :
+         {std::pair<int32_t, int>{0, 1}, {CInstalledProducts::kMaxConfigurations + 1, 0}}) {
         ProductsHost products;
         products.reportedCount = count;
         EXPECT_TRUE(CInstalledProducts().configurations().empty()) << count;
-        EXPECT_EQ(products.configListRequests, 0) << count;
+        EXPECT_EQ(products.configListRequests, requests) << count;
     }
     ProductsHost products;
     products.reportedCount = CInstalledProducts::kMaxConfigurations;
@@ -39,7 +41,8 @@ TEST(InstalledProducts, NoneEmptyOrUnbelievableCountsAskNoFurther)
               std::size_t(CInstalledProducts::kMaxConfigurations));
     for (int32_t count : {0, -5, CInstalledProducts::kMaxModuleEntries + 1})
         EXPECT_TRUE(CInstalledProducts().moduleTable(installedConfig("S", 1, 0, 0, false, count, 1)).empty());
-    EXPECT_TRUE(products.tableRequests.empty());
+    ASSERT_EQ(products.tableRequests.size(), 1u);
+    EXPECT_EQ(value(products.tableRequests[0].count), 0);
 
     // Without a host nothing is asked and nothing found.
     CInstalledProducts noHost(nullptr, nullptr);
