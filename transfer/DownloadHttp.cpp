@@ -62,6 +62,14 @@ ServerUrl CDownloadHttp::requestTarget(const QString& name, const ServerUrl::Opt
 
 // Each request gets a fresh connection; the superseded one is dropped once
 // the event loop is done with it.
+namespace {
+
+// Unbuffered, so that a full disk shows at the write that failed, where the
+// connection can end the fetch, and not at a close nobody checks.
+constexpr QIODevice::OpenMode kBodyOpenMode = QIODevice::WriteOnly | QIODevice::Unbuffered;
+
+}  // namespace
+
 void CDownloadHttp::newConnection()
 {
     if (http) {
@@ -156,11 +164,11 @@ void CDownloadHttp::getFile(QString const& name, QString const& localDir, int pa
     QString range;
     file = new QFile(localFile);
     if (!file->exists()) {
-        if (!file->open(QIODevice::WriteOnly))
+        if (!file->open(kBodyOpenMode))
             return;
     } else if (file->size() <= kDroppedTail) {
         file->remove();
-        if (!file->open(QIODevice::WriteOnly))
+        if (!file->open(kBodyOpenMode))
             return;
     } else {
         if (!file->open(QIODevice::ReadOnly))
@@ -184,7 +192,7 @@ void CDownloadHttp::getFile(QString const& name, QString const& localDir, int pa
         QFile::rename(copyFile->fileName(), localFile);
         // Append: a plain write-only open would truncate the kept part, and
         // the fetch would start over instead of resuming.
-        if (!file->open(QIODevice::WriteOnly | QIODevice::Append))
+        if (!file->open(kBodyOpenMode | QIODevice::Append))
             return;
         file->flush();
         const qint64 offset = file->size();
@@ -330,6 +338,9 @@ void CDownloadHttp::Done(bool)
     case CHttpConnection::IdleTimeout:
         networkError("IdleTimeout", retryInterval);
         break;
+    case CHttpConnection::WriteError:
+        writeError();
+        break;
     case CHttpConnection::Aborted:
         closeFile();
         if (resumeRefused) {
@@ -346,6 +357,24 @@ void CDownloadHttp::Done(bool)
         networkError("UnknownError", retryInterval);
         break;
     }
+}
+
+// The download folder refused the bytes (a full disk, a file size limit): the
+// status bar names the file and the reason. A module fetch counts as failed,
+// so the dialog's three-failure rule ends in its error box instead of a
+// retry every 20 seconds for ever; a list is retried like a network error.
+void CDownloadHttp::writeError()
+{
+    const QString reason = http->errorString();
+    closeFile();
+    if (owner->hasWindow())
+        owner->showStatusMessage(QStringLiteral("Download: Error writing %1: %2").arg(localFile, reason), 0);
+    if (kind != KindDownloadModule) {
+        retryTimer->start(retryInterval);
+        return;
+    }
+    busy = false;
+    dispatch(true);
 }
 
 void CDownloadHttp::dispatch(bool notFound)

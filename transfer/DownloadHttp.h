@@ -74,6 +74,7 @@ private:
     void closeFile();
     void dispatch(bool notFound);
     void networkError(const char* name, int timeoutMs);
+    void writeError();
     // False when the answer to a resuming request must not reach the file.
     bool acceptResumeAnswer(const CHttpResponseHeader& header);
 

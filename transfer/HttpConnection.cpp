@@ -1,5 +1,7 @@
 #include "transfer/HttpConnection.h"
 
+#include <cerrno>
+
 #include <QIODevice>
 #include <QTcpSocket>
 #include <QTimer>
@@ -182,8 +184,12 @@ bool CHttpConnection::onResponseHeader(const CHttpResponseHeader& header)
 bool CHttpConnection::onBodyData(const char* data, qint64 size)
 {
     if (out_) {
+        errno = 0;
         if (out_->write(data, size) != size) {
-            finish(UnknownError, QStringLiteral("Cannot write the body: %1").arg(out_->errorString()));
+            // The system's reason: a file's own error text is often only
+            // "Unknown error".
+            const int reason = errno;
+            finish(WriteError, reason ? qt_error_string(reason) : out_->errorString());
             return false;
         }
     } else {

@@ -40,6 +40,8 @@ public:
         // Nothing arrived for the idle time (setIdleTimeout): a server that
         // went quiet, or a connection a router dropped without a word.
         IdleTimeout = 10,
+        // The output device refused body bytes (a full disk).
+        WriteError = 11,
     };
     enum State { Unconnected = 0, HostLookup = 1, Connecting = 2, Sending = 3, Reading = 4,
                  Connected = 5, Closing = 6 };

@@ -1,5 +1,10 @@
 // Answers with a broken length: the size probe reads it as 0 instead of
-// failing (and being retried for ever), and a 404 stays a 404.
+// failing (and being retried for ever), and a 404 stays a 404. A download
+// folder that refuses the bytes ends the fetch with a text that says so.
+#include <csignal>
+
+#include <sys/resource.h>
+
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
@@ -60,4 +65,37 @@ TEST(BrokenAnswer, A404IsNotFoundWhateverBecomesOfItsPage)
         EXPECT_EQ(1, server.requests.size());
         EXPECT_TRUE(client.statusMessages.isEmpty());
     }
+}
+
+// The process's file size limit stands in for a full disk: writes past it
+// fail (EFBIG) the way they fail on a full one (ENOSPC).
+TEST(BrokenAnswer, AFolderThatRefusesTheBytesNamesTheFileAndFailsTheFetch)
+{
+    TestHost host;
+    RecordingClient client;
+    QTemporaryDir dir;
+    const QByteArray body(200000, 'w');
+    FaultServer server({okReply(body)});
+    CDownloadHttp http(&client, base(server));
+    http.setRetryIntervalForTest(30);
+
+    rlimit before{};
+    ASSERT_EQ(0, ::getrlimit(RLIMIT_FSIZE, &before));
+    rlimit limited = before;
+    limited.rlim_cur = 4096;
+    const auto previous = std::signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(0, ::setrlimit(RLIMIT_FSIZE, &limited));
+    http.getFile(QStringLiteral("/mod.gz"), dir.path(), 0, CDownloadHttp::KindDownloadModule, 0, false);
+    const bool ended = waitFor([&] { return client.completions() > 0; });
+    ::setrlimit(RLIMIT_FSIZE, &before);
+    std::signal(SIGXFSZ, previous);
+
+    ASSERT_TRUE(ended);
+    EXPECT_EQ(QStringLiteral("downloadModule"), client.calls[0].name);
+    EXPECT_EQ(1, client.calls[0].number);  // failed: the dialog counts it
+    ASSERT_EQ(1, client.statusMessages.size());
+    EXPECT_EQ(QStringLiteral("Download: Error writing %1: File too large").arg(dir.filePath(QStringLiteral("mod.gz"))),
+              client.statusMessages[0].first)
+        << client.statusMessages[0].first.toStdString();
+    EXPECT_EQ(1, server.requests.size());
 }
