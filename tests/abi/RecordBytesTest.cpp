@@ -176,14 +176,21 @@ TEST_F(LoadedLibrary, TranslationRecordsAreThreeFixedFieldsOf1024Bytes)
         if (code == HostMsg::RegisterTranslation)
             translations.push_back(reinterpret_cast<const unsigned char*>(record.constData()));
     ASSERT_EQ(51u, translations.size());
-    EXPECT_TRUE(fieldIs(translations[0], 0, 1024, "CTransDownload"));
-    EXPECT_TRUE(fieldIs(translations[0], 1024, 1024, "C0007Cancel"));
+    for (const unsigned char* record : translations) {
+        EXPECT_TRUE(fieldIs(record, 0, 1024, "CTransDownload"));
+        EXPECT_NE(nullptr, std::memchr(record + 1024, 0, 1024));
+        EXPECT_NE(nullptr, std::memchr(record + 2048, 0, 1024));
+    }
+    // Keys at their places, the menu's texts last, and texts as the dialogs show them.
+    const std::pair<std::size_t, const char*> keys[] = {
+        {0, "C0007Cancel"}, {15, "C0109"}, {16, "MD0003"}, {33, "MD0039Message"}, {42, "MD0049Message"},
+        {46, "MD0053"}, {47, "M0053"}, {48, "M0054"}, {49, "M0264"}, {50, "M0177"}};
+    for (const auto& [index, key] : keys)
+        EXPECT_TRUE(fieldIs(translations[index], 1024, 1024, key)) << index;
     EXPECT_TRUE(fieldIs(translations[0], 2048, 1024, "Cancel"));
-    // Every field of every record ends within its 1024 bytes; the contexts,
-    // keys and their order are checked in tests/spine/ModuleEntryTest.cpp.
-    for (const unsigned char* record : translations)
-        for (std::size_t field = 0; field < 3; ++field)
-            EXPECT_NE(nullptr, std::memchr(record + 1024 * field, 0, 1024)) << "field " << field;
+    EXPECT_TRUE(fieldIs(translations[33], 2048, 1024, "Downloading\x85"));  // the Windows-1252 ellipsis
+    EXPECT_TRUE(fieldIs(translations[42], 2048, 1024,
+                        "File(s) was not found on download server.\r\nPlease contact to support."));
 }
 
 TEST(UpdaterSegmentBytes, RequestFinishAndConfigurationCopy)

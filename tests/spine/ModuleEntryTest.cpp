@@ -1,7 +1,7 @@
-// The library as the host sees it at start: registration with 3007, the text
-// registration that follows it, and the host's own codes handled by the
-// module object. The information record, as the host reads it byte for byte,
-// is checked through the loaded library in tests/abi/RecordBytesTest.cpp.
+// The library as the host sees it at start: registration with 3007 and the
+// host's own codes handled by the module object. The information record and
+// the texts, as the host reads them byte for byte, are checked through the
+// loaded library in tests/abi/RecordBytesTest.cpp.
 #include <cstring>
 #include <string>
 #include <vector>
@@ -38,22 +38,10 @@ TEST(Registration, SendsInterfaceRecordThenAllTextsInOrder)
     // The module keeps what the host left in the record as its registration.
     EXPECT_EQ(static_cast<void*>(&hostParam), GetModule()->registration());
 
-    std::vector<coreTranslate> texts(51);
-    for (size_t i = 0; i < texts.size(); ++i) {
-        ASSERT_EQ(HostMsg::RegisterTranslation, host.messages[i + 1].code);
-        std::memcpy(&texts[i], host.messages[i + 1].record.constData(), sizeof texts[i]);
-        EXPECT_STREQ("CTransDownload", texts[i].context);
-    }
-    // Keys at their places; the menu's texts come last.
-    const std::pair<size_t, const char*> keys[] = {
-        {0, "C0007Cancel"}, {15, "C0109"}, {16, "MD0003"}, {33, "MD0039Message"}, {42, "MD0049Message"},
-        {46, "MD0053"}, {47, "M0053"}, {48, "M0054"}, {49, "M0264"}, {50, "M0177"}};
-    for (const auto& [index, key] : keys)
-        EXPECT_STREQ(key, texts[index].key) << index;
-    EXPECT_EQ(12u, std::strlen(texts[33].text));
-    EXPECT_EQ('\x85', texts[33].text[11]);
-    EXPECT_STREQ("File(s) was not found on download server.\r\nPlease contact to support.",
-                 texts[42].text);
+    // The texts follow, in zero-filled records checked byte for byte in
+    // tests/abi/RecordBytesTest.cpp.
+    for (size_t i = 1; i < host.messages.size(); ++i)
+        EXPECT_EQ(HostMsg::RegisterTranslation, host.messages[i].code) << i;
 }
 
 // Index 0 of the host's arguments is its program name and never looked at.

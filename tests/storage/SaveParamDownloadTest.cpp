@@ -154,7 +154,9 @@ TEST_F(SaveParamDownloadTest, LastDownloadOfThreeModulesByState)
     EXPECT_EQ(moduleNodesInFile(), 3);
 }
 
-TEST_F(SaveParamDownloadTest, OnlyTheCountedModulesAreSeen)
+// Modules past the count are not seen; a count past the modules ends at the
+// last one.
+TEST_F(SaveParamDownloadTest, TheCountBoundsTheModulesSeen)
 {
     saver.createLastDownload(2);
     for (const char* name : {"a.so", "b.so", "c.so"})
@@ -174,15 +176,11 @@ TEST_F(SaveParamDownloadTest, OnlyTheCountedModulesAreSeen)
     saver.changeStateLastDownloadModule(makeModule("c.so"), 6);
     EXPECT_EQ(saver.getCountStateLastDownloadModule(6), 0);
     EXPECT_FALSE(fileBytes(statePath()).contains("value=\"6\""));
-}
 
-TEST_F(SaveParamDownloadTest, ACountAboveTheChildrenEndsAtTheLastChild)
-{
     saver.createLastDownload(10);
     saver.saveLastDownloadModule(makeModule("a.so"), 4);
     EXPECT_EQ(saver.getCountLastDownloadModule(), 10);
     EXPECT_EQ(saver.getCountStateLastDownloadModule(4), 1);
-    dlModule out[2] = {emptyDlModule(), emptyDlModule()};
     EXPECT_EQ(saver.getLastDownloadModule(4, 2, out), 1);
 }
 

@@ -1,9 +1,7 @@
 // The module's working copy of a host-held node, through a test host that
 // answers with the reference host's store.
 #include <cstring>
-#include <functional>
 #include <memory>
-#include <utility>
 #include <vector>
 
 #include <QTemporaryDir>
@@ -34,16 +32,6 @@ protected:
     StoreTestHost host;
     void* file = host.load(dir.filePath(QStringLiteral("params.rdd")));
 };
-
-// A node of a file the host does not know, through a host that answers with
-// handler; what the host is sent is in host.codes().
-std::unique_ptr<CXMLWorkData> nodeOfForeignFile(TestHost& host, const char* name,
-                                                std::function<int(unsigned int, intptr_t, intptr_t)> handler)
-{
-    host.extraHandler = std::move(handler);
-    host.messages.clear();
-    return std::make_unique<CXMLWorkData>(&host, reinterpret_cast<void*>(intptr_t(1)), name, &TestHost::send);
-}
 
 }  // namespace
 
@@ -225,30 +213,26 @@ TEST_F(XMLWorkDataTest, ColoursAndFonts)
     EXPECT_EQ(again->readFont("nofont", fallback), fallback);
 }
 
-TEST(XMLWorkDataWithoutHost, ReadersReturnDefaultsAndNothingIsSent)
+// Without a callback nothing is sent; through a host that gives the node no
+// handle only the open is. Readers return their defaults either way, and the
+// unopened node is not read, written or cleared in the host's top level.
+TEST(XMLWorkDataWithoutNode, NothingIsReadWrittenOrCleared)
 {
-    TestHost host;
-    host.messages.clear();
-    CXMLWorkData xml(&host, reinterpret_cast<void*>(intptr_t(1)), "Root", nullptr);
-    EXPECT_EQ(xml.readInteger("k", 4), 4);
-    EXPECT_EQ(xml.createNode("c", 0), nullptr);
-    xml.writeInteger("k", 1);
-    EXPECT_EQ(xml.writeParameters(), 0);
-    xml.clearNode();
-    EXPECT_EQ(xml.getCountParamsInTag(), 0);
-    EXPECT_TRUE(host.messages.empty());
-}
-
-TEST(XMLWorkDataRefusingHost, NoChildHandleMeansNoNode)
-{
-    TestHost host;
-    auto root = nodeOfForeignFile(host, "Root", [](unsigned int, intptr_t, intptr_t) { return 1; });
-    EXPECT_EQ(root->createNode("c", 0), nullptr);
-    // The unopened node is not read, written or cleared in the host's top level.
-    root->writeInteger("k", 1);
-    root->writeParameters();
-    root->clearNode();
-    EXPECT_EQ(host.codes(), std::vector<unsigned int>{HostMsg::OpenNode});
+    for (const bool withCallback : {false, true}) {
+        TestHost host;
+        host.extraHandler = [](unsigned int, intptr_t, intptr_t) { return 1; };  // leaves child at 0
+        host.messages.clear();
+        CXMLWorkData xml(&host, reinterpret_cast<void*>(intptr_t(1)), "Root",
+                         withCallback ? &TestHost::send : nullptr);
+        EXPECT_EQ(xml.readInteger("k", 4), 4);
+        EXPECT_EQ(xml.createNode("c", 0), nullptr);
+        xml.writeInteger("k", 1);
+        EXPECT_EQ(xml.writeParameters(), 0);
+        xml.clearNode();
+        EXPECT_EQ(xml.getCountParamsInTag(), 0);
+        EXPECT_EQ(host.codes(), withCallback ? std::vector<unsigned int>{HostMsg::OpenNode}
+                                             : std::vector<unsigned int>{});
+    }
 }
 
 TEST(XMLWorkDataHugeCount, CountsPastTheRecordLimitAreNotAllocated)
@@ -271,8 +255,7 @@ TEST(XMLWorkDataRecords, NamesAreBoundedAndValuesTravelInSeparateArrays)
     TestHost host;
     QByteArray openedName;
     std::vector<int32_t> inlineFlags;
-    auto root = nodeOfForeignFile(host, QByteArray(300, 'n').constData(),
-                                  [&](unsigned int code, intptr_t param1, intptr_t param2) {
+    host.extraHandler = [&](unsigned int code, intptr_t param1, intptr_t param2) {
         if (code == HostMsg::OpenNode) {
             auto* open = reinterpret_cast<coreXmlOpenNode*>(param1);
             openedName = QByteArray(open->name, sizeof open->name);
@@ -285,11 +268,13 @@ TEST(XMLWorkDataRecords, NamesAreBoundedAndValuesTravelInSeparateArrays)
             }
         }
         return 0;
-    });
+    };
+    CXMLWorkData root(&host, reinterpret_cast<void*>(intptr_t(1)), QByteArray(300, 'n').constData(),
+                      &TestHost::send);
     EXPECT_EQ(openedName, QByteArray(255, 'n'));  // cut at 255 bytes, no room for a NUL
-    root->writeString("a", "short");
-    root->writeString("b", QString(300, QChar('v')));
-    root->writeParameters();
+    root.writeString("a", "short");
+    root.writeString("b", QString(300, QChar('v')));
+    root.writeParameters();
     // Even a short value goes by pointer; the values' text is checked
     // through the real store in ValuesReachTheHostExactlyInKeyOrder.
     EXPECT_EQ(inlineFlags, (std::vector<int32_t>{0, 0}));
