@@ -5,19 +5,64 @@
 // static_asserts were changed together. Built for both word sizes; the run
 // that matters is the i386 build (scripts/test-i386), where pointers are four
 // bytes wide as in the host.
+#include <dlfcn.h>
+
 #include <cstdint>
 #include <cstring>
+#include <initializer_list>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <QByteArray>
 #include <QString>
 #include <gtest/gtest.h>
 
-#include "LoadedLibrary.h"
+#include "protocol/HostMessages.h"
 #include "protocol/InstallRecords.h"
+#include "protocol/ModuleApi.h"
 #include "update/InstalledProducts.h"
 #include "update/UpdaterProtocol.h"
+
+// The built library, loaded the way a host loads it, and a host callback that
+// keeps what the library sends while it registers.
+class LoadedLibrary : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        handle_ = dlopen(DM_LIBRARY_PATH, RTLD_NOW | RTLD_LOCAL);
+        ASSERT_NE(nullptr, handle_) << dlerror();
+        received().clear();
+    }
+    void TearDown() override
+    {
+        if (handle_)
+            dlclose(handle_);
+    }
+    template <class F>
+    F symbol(const char* name)
+    {
+        void* found = dlsym(handle_, name);
+        EXPECT_NE(nullptr, found) << name;
+        return reinterpret_cast<F>(found);
+    }
+
+    // Every code received, with the 3072 bytes behind param1 for 3019.
+    static std::vector<std::pair<unsigned int, QByteArray>>& received()
+    {
+        static std::vector<std::pair<unsigned int, QByteArray>> messages;
+        return messages;
+    }
+    static int recordingHost(void*, unsigned int code, intptr_t param1, intptr_t)
+    {
+        received().emplace_back(code, code == HostMsg::RegisterTranslation
+                                          ? QByteArray(reinterpret_cast<const char*>(param1), 3072)
+                                          : QByteArray());
+        return 0;
+    }
+
+    void* handle_ = nullptr;
+};
 
 namespace {
 
@@ -30,43 +75,39 @@ int32_t int32At(const unsigned char* bytes, std::size_t offset)
                    uint32_t(bytes[offset + 2]) << 16 | uint32_t(bytes[offset + 3]) << 24);
 }
 
+std::vector<int32_t> int32sAt(const unsigned char* bytes, std::initializer_list<std::size_t> offsets)
+{
+    std::vector<int32_t> values;
+    for (std::size_t offset : offsets)
+        values.push_back(int32At(bytes, offset));
+    return values;
+}
+
 void putInt32(unsigned char* bytes, std::size_t offset, int32_t value)
 {
     for (int i = 0; i < 4; ++i)
         bytes[offset + i] = static_cast<unsigned char>(uint32_t(value) >> (8 * i));
 }
 
-// The NUL-terminated text of a fixed field at offset; fails when the field
-// has no NUL within its width.
-std::string textAt(const unsigned char* bytes, std::size_t offset, std::size_t width)
+// The field of width bytes at offset holds text and zeros behind it: a host
+// that compares whole fields must not see stale bytes.
+::testing::AssertionResult fieldIs(const unsigned char* bytes, std::size_t offset, std::size_t width,
+                                   const std::string& text)
 {
-    const void* end = std::memchr(bytes + offset, 0, width);
-    EXPECT_NE(nullptr, end) << "field at " << offset << " is not terminated";
-    if (!end)
-        return {};
-    return std::string(reinterpret_cast<const char*>(bytes + offset),
-                       static_cast<const unsigned char*>(end) - (bytes + offset));
+    const std::string field(reinterpret_cast<const char*>(bytes + offset), width);
+    if (text.size() < width && field == text + std::string(width - text.size(), '\0'))
+        return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << "field at " << offset << " holds \"" << field.c_str() << "\"";
 }
 
-// The UTF-16LE text of a zero-filled path field of units code units.
-QString utf16At(const unsigned char* bytes, std::size_t offset, std::size_t units)
+// The same for a field of units UTF-16LE code units.
+::testing::AssertionResult utf16FieldIs(const unsigned char* bytes, std::size_t offset, std::size_t units,
+                                        const QString& text)
 {
-    QString text;
-    for (std::size_t i = 0; i < units; ++i) {
-        const char16_t unit = char16_t(bytes[offset + 2 * i] | bytes[offset + 2 * i + 1] << 8);
-        if (unit == 0)
-            break;
-        text.append(QChar(unit));
-    }
-    return text;
-}
-
-bool allZero(const unsigned char* bytes, std::size_t from, std::size_t to)
-{
-    for (std::size_t i = from; i < to; ++i)
-        if (bytes[i] != 0)
-            return false;
-    return true;
+    std::string expected;
+    for (const QChar c : text)
+        expected += {char(c.unicode() & 0xFF), char(c.unicode() >> 8)};
+    return fieldIs(bytes, offset, 2 * units, expected);
 }
 
 void putText(unsigned char* bytes, std::size_t offset, const char* text)
@@ -81,60 +122,75 @@ void* pointerAt(const unsigned char* bytes, std::size_t offset)
     return pointer;
 }
 
+// Nothing written behind the first size bytes of buffer.
+void expectUntouchedFrom(const std::vector<unsigned char>& buffer, std::size_t size)
+{
+    for (std::size_t i = size; i < buffer.size(); ++i)
+        ASSERT_EQ(kUntouched, buffer[i]) << "byte " << i << " behind the record was written";
+}
+
 }  // namespace
 
 TEST_F(LoadedLibrary, InfoRecordIsByteExactWhereTheHostReadsIt)
 {
     auto getModuleInfo = symbol<GetModuleInfoFn>("GetModuleInfo");
     ASSERT_NE(nullptr, getModuleInfo);
+    EXPECT_EQ(0, getModuleInfo(nullptr));
     // The host's buffer is exactly 2315 bytes: the guard behind it catches a
     // record that grew, and anything inside it not written stays 0xEE.
     std::vector<unsigned char> buffer(2315 + 64, kUntouched);
     ASSERT_EQ(0, getModuleInfo(reinterpret_cast<MODULE_INFO*>(buffer.data())));
     const unsigned char* info = buffer.data();
-
-    EXPECT_EQ("Velmora.Download module", textAt(info, 0, 255));
-    EXPECT_TRUE(allZero(info, 23, 255));
-    EXPECT_EQ("Update module", textAt(info, 255, 255));
-    EXPECT_TRUE(allZero(info, 255 + 13, 1279));
+    EXPECT_TRUE(fieldIs(info, 0, 255, "Velmora.Download module"));
+    EXPECT_TRUE(fieldIs(info, 255, 1024, "Update module"));
     // The constructor's numbers 1, 2, 9 are stored in reverse order.
-    EXPECT_EQ(9, int32At(info, 1279));
-    EXPECT_EQ(2, int32At(info, 1283));
-    EXPECT_EQ(1, int32At(info, 1287));
-    EXPECT_EQ(8, int32At(info, 1291));
-    EXPECT_EQ("CTransDownload", textAt(info, 1295, 20));
-    EXPECT_TRUE(allZero(info, 1295 + 14, 1315));
+    EXPECT_EQ((std::vector<int32_t>{9, 2, 1, 8}), int32sAt(info, {1279, 1283, 1287, 1291}));
+    EXPECT_TRUE(fieldIs(info, 1295, 20, "CTransDownload"));
     EXPECT_EQ(57, int32At(info, 1315));
-    EXPECT_TRUE(allZero(info, 1319, 2315));
-    for (std::size_t i = 2315; i < buffer.size(); ++i)
-        ASSERT_EQ(kUntouched, buffer[i]) << "byte " << i << " behind the record was written";
+    EXPECT_TRUE(fieldIs(info, 1319, 2315 - 1319, ""));
+    expectUntouchedFrom(buffer, 2315);
 }
 
+// Registration through the library's own entry points: Initialize only
+// stores, 3007 registers the module and its texts, 3004 is answered.
 TEST_F(LoadedLibrary, TranslationRecordsAreThreeFixedFieldsOf1024Bytes)
 {
+    auto getModule = symbol<GetModuleFn>("GetModule");
+    auto initialize = symbol<InitializeFn>("Initialize");
+    auto receiveMessage = symbol<ReceiveMessageFn>("ReceiveMessage");
+    ASSERT_TRUE(getModule && initialize && receiveMessage);
+    // The library's own module object, not the one this test links.
+    EXPECT_NE(nullptr, getModule());
+    EXPECT_NE(static_cast<void*>(getModule()), static_cast<void*>(GetModule()));
     int host = 0;
-    EXPECT_EQ(0, registerWithRecordingHost(&host));
-    symbol<InitializeFn>("Initialize")(nullptr, nullptr, nullptr, nullptr);
+    initialize(&recordingHost, &recordingHost, &host, nullptr);
+    EXPECT_TRUE(received().empty());
+    char program[] = "host";
+    char* argv[] = {program};
+    EXPECT_EQ(0, receiveMessage(&host, HostMsg::CommandLine, 1, reinterpret_cast<intptr_t>(argv)));
+    EXPECT_EQ(0, receiveMessage(&host, HostMsg::HostReady, 0, 0));
+    initialize(nullptr, nullptr, nullptr, nullptr);
 
-    std::vector<QByteArray> translations;
-    for (const Received& message : received())
-        if (message.code == HostMsg::RegisterTranslation)
-            translations.push_back(message.record);
+    std::vector<const unsigned char*> translations;
+    for (const auto& [code, record] : received())
+        if (code == HostMsg::RegisterTranslation)
+            translations.push_back(reinterpret_cast<const unsigned char*>(record.constData()));
     ASSERT_EQ(51u, translations.size());
-    const auto* first = reinterpret_cast<const unsigned char*>(translations.front().constData());
-    EXPECT_EQ("CTransDownload", textAt(first, 0, 1024));
-    EXPECT_EQ("C0007Cancel", textAt(first, 1024, 1024));
-    EXPECT_EQ("Cancel", textAt(first, 2048, 1024));
-    // Each field is zero-filled behind its text: a host that compares whole
-    // fields must not see stale bytes.
-    EXPECT_TRUE(allZero(first, std::strlen("CTransDownload"), 1024));
-    EXPECT_TRUE(allZero(first, 1024 + std::strlen("C0007Cancel"), 2048));
-    EXPECT_TRUE(allZero(first, 2048 + std::strlen("Cancel"), 3072));
-    // Every field of every record ends within its 1024 bytes; the contexts,
-    // keys and their order are checked in tests/spine/ModuleEntryTest.cpp.
-    for (const QByteArray& record : translations)
-        for (std::size_t field = 0; field < 3; ++field)
-            textAt(reinterpret_cast<const unsigned char*>(record.constData()), 1024 * field, 1024);
+    for (const unsigned char* record : translations) {
+        EXPECT_TRUE(fieldIs(record, 0, 1024, "CTransDownload"));
+        EXPECT_NE(nullptr, std::memchr(record + 1024, 0, 1024));
+        EXPECT_NE(nullptr, std::memchr(record + 2048, 0, 1024));
+    }
+    // Keys at their places, the menu's texts last, and texts as the dialogs show them.
+    const std::pair<std::size_t, const char*> keys[] = {
+        {0, "C0007Cancel"}, {15, "C0109"}, {16, "MD0003"}, {33, "MD0039Message"}, {42, "MD0049Message"},
+        {46, "MD0053"}, {47, "M0053"}, {48, "M0054"}, {49, "M0264"}, {50, "M0177"}};
+    for (const auto& [index, key] : keys)
+        EXPECT_TRUE(fieldIs(translations[index], 1024, 1024, key)) << index;
+    EXPECT_TRUE(fieldIs(translations[0], 2048, 1024, "Cancel"));
+    EXPECT_TRUE(fieldIs(translations[33], 2048, 1024, "Downloading\x85"));  // the Windows-1252 ellipsis
+    EXPECT_TRUE(fieldIs(translations[42], 2048, 1024,
+                        "File(s) was not found on download server.\r\nPlease contact to support."));
 }
 
 TEST(UpdaterSegmentBytes, RequestFinishAndConfigurationCopy)
@@ -142,91 +198,72 @@ TEST(UpdaterSegmentBytes, RequestFinishAndConfigurationCopy)
     std::vector<unsigned char> buffer(4112 + 64, kUntouched);
     auto& segment = *reinterpret_cast<umUpdateFile*>(buffer.data());
     const unsigned char* bytes = buffer.data();
+    // done at 4096, finished at 4104, copy configuration at 4108.
+    auto flags = [&] { return int32sAt(bytes, {4096, 4104, 4108}); };
 
     writeInstallRequest(segment, QStringLiteral("/tmp/dl/Chart\u00e9.so"), QStringLiteral("/opt/t/bin"));
-    EXPECT_EQ(QStringLiteral("/tmp/dl/Chart\u00e9.so"), utf16At(bytes, 0, 1024));
-    EXPECT_EQ(QStringLiteral("/opt/t/bin"), utf16At(bytes, 2048, 1024));
-    EXPECT_TRUE(allZero(bytes, 2 * std::strlen("/tmp/dl/Charte.so"), 2048));
-    EXPECT_TRUE(allZero(bytes, 2048 + 2 * std::strlen("/opt/t/bin"), 4096));
-    EXPECT_EQ(0, int32At(bytes, 4096));  // done: pending
-    EXPECT_EQ(0, int32At(bytes, 4104));  // finished
-    EXPECT_EQ(0, int32At(bytes, 4108));  // copy configuration
+    EXPECT_TRUE(utf16FieldIs(bytes, 0, 1024, QStringLiteral("/tmp/dl/Chart\u00e9.so")));
+    EXPECT_TRUE(utf16FieldIs(bytes, 2048, 1024, QStringLiteral("/opt/t/bin")));
+    EXPECT_EQ((std::vector<int32_t>{0, 0, 0}), flags());
 
     writeConfigCopyRequest(segment, QStringLiteral("/tmp/dl/a.cfg"), QStringLiteral("/opt/t/cfg"));
-    EXPECT_EQ(QStringLiteral("/tmp/dl/a.cfg"), utf16At(bytes, 0, 1024));
-    EXPECT_EQ(1, int32At(bytes, 4108));
-    EXPECT_EQ(0, int32At(bytes, 4104));
+    EXPECT_TRUE(utf16FieldIs(bytes, 0, 1024, QStringLiteral("/tmp/dl/a.cfg")));
+    EXPECT_EQ((std::vector<int32_t>{0, 0, 1}), flags());
 
     writeFinished(segment);
+    EXPECT_TRUE(fieldIs(bytes, 0, 4104, ""));
     EXPECT_EQ(1, int32At(bytes, 4104));
-    EXPECT_TRUE(allZero(bytes, 0, 4104));
-    EXPECT_TRUE(allZero(bytes, 4108, 4112));
-
-    for (std::size_t i = 4112; i < buffer.size(); ++i)
-        ASSERT_EQ(kUntouched, buffer[i]) << "byte " << i << " behind the segment was written";
+    EXPECT_TRUE(fieldIs(bytes, 4108, 4, ""));
+    expectUntouchedFrom(buffer, 4112);
 }
 
 namespace {
 
 // A host that answers 3086-3088 from raw bytes at the offsets it knows, the
-// way a host built from its own headers would.
+// way a host built from its own headers would. A configuration is 538 bytes:
+// its name, seven int32 at 255 (build, minor, major, module-table entries,
+// table id, reserved, current) and a second name at 283; a module-table entry
+// is 271 bytes: its name and four int32 at 255 (build, minor, major, fourth).
+// Entry i's numbers are 100 * (i + 1) + their place, so a field read from the
+// wrong place shows; the entry count is 2.
 struct ConfigurationHost {
     std::vector<unsigned int> codes;
-    std::size_t listBlockCount = 0;
+    int32_t listCount = 0;
     int32_t tableId = 0;
     int32_t tableCount = 0;
 
     static int send(void* target, unsigned int code, intptr_t param1, intptr_t)
     {
-        return static_cast<ConfigurationHost*>(target)->answer(
-            code, reinterpret_cast<unsigned char*>(param1));
-    }
-
-    int answer(unsigned int code, unsigned char* block)
-    {
-        codes.push_back(code);
-        if (code == HostMsg::ConfigurationCount) {
+        auto& host = *static_cast<ConfigurationHost*>(target);
+        auto* block = reinterpret_cast<unsigned char*>(param1);
+        host.codes.push_back(code);
+        if (code == HostMsg::ConfigurationCount)
             putInt32(block, 0, 2);
-        } else if (code == HostMsg::ConfigurationList) {
-            // {int32 count, pointer to count entries of 538 bytes}
-            listBlockCount = std::size_t(int32At(block, 0));
+        if (code == HostMsg::ConfigurationList) {  // {int32 count, pointer to the entries}
+            host.listCount = int32At(block, 0);
             auto* entries = static_cast<unsigned char*>(pointerAt(block, 4));
-            if (!entries || listBlockCount != 2)
-                return 1;
-            fillConfiguration(entries, "Alpha", 7, 3, 2, 0, "alpha-second");
-            fillConfiguration(entries + 538, "Beta", 12, 0, 5, 1, "beta-second");
-        } else if (code == HostMsg::ModuleTable) {
-            // {int32 table id, int32 count, pointer to count entries of 271 bytes}
-            tableId = int32At(block, 0);
-            tableCount = int32At(block, 4);
-            auto* entries = static_cast<unsigned char*>(pointerAt(block, 8));
-            if (!entries || tableCount != 2)
+            if (!entries || host.listCount != 2)
                 return 1;
             for (int i = 0; i < 2; ++i) {
-                unsigned char* entry = entries + 271 * i;
-                putText(entry, 0, i == 0 ? "libChart.so" : "libNews.so");
-                putInt32(entry, 255, 100 + i);  // build
-                putInt32(entry, 259, 20 + i);   // minor
-                putInt32(entry, 263, 3);        // major
-                putInt32(entry, 267, 9);        // fourth
+                putText(entries + 538 * i, 0, i ? "Beta" : "Alpha");
+                for (int place = 0; place < 7; ++place)
+                    putInt32(entries + 538 * i, 255 + 4 * place, place == 3 ? 2 : 100 * (i + 1) + place);
+                putText(entries + 538 * i, 283, i ? "beta-second" : "alpha-second");
+            }
+        }
+        if (code == HostMsg::ModuleTable) {  // {int32 table id, int32 count, pointer to the entries}
+            host.tableId = int32At(block, 0);
+            host.tableCount = int32At(block, 4);
+            auto* entries = static_cast<unsigned char*>(pointerAt(block, 8));
+            if (!entries || host.tableCount != 2)
+                return 1;
+            for (int i = 0; i < 2; ++i) {
+                putText(entries + 271 * i, 0, i ? "libNews.so" : "libChart.so");
+                for (int place = 0; place < 4; ++place)
+                    putInt32(entries + 271 * i, 255 + 4 * place, 100 * (i + 1) + place);
             }
         }
         return 0;
-    }
-
-    static void fillConfiguration(unsigned char* entry, const char* name, int32_t build,
-                                  int32_t minor, int32_t major, int32_t current,
-                                  const char* second)
-    {
-        putText(entry, 0, name);
-        putInt32(entry, 255, build);
-        putInt32(entry, 259, minor);
-        putInt32(entry, 263, major);
-        putInt32(entry, 267, 2);      // module-table entry count
-        putInt32(entry, 271, 4711 + current);  // module-table identifier
-        putInt32(entry, 275, -5);     // reserved
-        putInt32(entry, 279, current);
-        putText(entry, 283, second);
     }
 };
 
@@ -236,31 +273,30 @@ TEST(HostConfigurationBytes, ConfigurationsAndModuleTableReadFromTheHostsLayout)
 {
     ConfigurationHost host;
     CInstalledProducts products(&ConfigurationHost::send, &host);
-
     const std::vector<coreNameConfig> configs = products.configurations();
     EXPECT_EQ((std::vector<unsigned int>{HostMsg::ConfigurationCount, HostMsg::ConfigurationList}),
               host.codes);
-    EXPECT_EQ(2u, host.listBlockCount);
+    EXPECT_EQ(2, host.listCount);
     ASSERT_EQ(2u, configs.size());
-    EXPECT_STREQ("Alpha", configs[0].name);
-    EXPECT_EQ(7, int32_t(configs[0].build));
-    EXPECT_EQ(3, int32_t(configs[0].minor));
-    EXPECT_EQ(2, int32_t(configs[0].major));
-    EXPECT_STREQ("alpha-second", configs[0].secondName);
-    // The second entry shows the 538-byte stride and the fields the first leaves at 0.
-    EXPECT_STREQ("Beta", configs[1].name);
-    EXPECT_EQ(1, int32_t(configs[1].current));
-    EXPECT_EQ(4712, int32_t(configs[1].moduleTableId));
-    EXPECT_STREQ("beta-second", configs[1].secondName);
+    for (int i = 0; i < 2; ++i) {
+        const coreNameConfig& c = configs[std::size_t(i)];
+        const int32_t n = 100 * (i + 1);
+        EXPECT_STREQ(i ? "Beta" : "Alpha", c.name);
+        EXPECT_EQ((std::vector<int32_t>{n, n + 1, n + 2, 2, n + 4, n + 5, n + 6}),
+                  (std::vector<int32_t>{c.build, c.minor, c.major, c.moduleCount, c.moduleTableId, c.reserved,
+                                        c.current}));
+        EXPECT_STREQ(i ? "beta-second" : "alpha-second", c.secondName);
+    }
 
     const std::vector<coreModuleEntry> table = products.moduleTable(configs[1]);
-    EXPECT_EQ(4712, host.tableId);
+    EXPECT_EQ(204, host.tableId);
     EXPECT_EQ(2, host.tableCount);
     ASSERT_EQ(2u, table.size());
-    EXPECT_STREQ("libChart.so", table[0].name);
-    EXPECT_EQ(100, int32_t(table[0].build));
-    EXPECT_EQ(20, int32_t(table[0].minor));
-    EXPECT_EQ(3, int32_t(table[0].major));
-    EXPECT_STREQ("libNews.so", table[1].name);
-    EXPECT_EQ(9, int32_t(table[1].fourth));
+    for (int i = 0; i < 2; ++i) {
+        const coreModuleEntry& e = table[std::size_t(i)];
+        const int32_t n = 100 * (i + 1);
+        EXPECT_STREQ(i ? "libNews.so" : "libChart.so", e.name);
+        EXPECT_EQ((std::vector<int32_t>{n, n + 1, n + 2, n + 3}),
+                  (std::vector<int32_t>{e.build, e.minor, e.major, e.fourth}));
+    }
 }

@@ -3,6 +3,8 @@
 #include <cstring>
 #include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <QCoreApplication>
 #include <QDateTime>
@@ -11,11 +13,9 @@
 #include "module/DateTime.h"
 #include "module/DownloadModule.h"
 #include "module/HostFolders.h"
-#include "protocol/HostMessages.h"
-#include "module/Log.h"
 #include "platform/LogHelper.h"
+#include "protocol/HostMessages.h"
 #include "protocol/ModuleApi.h"
-#include "storage/RecordText.h"
 #include "support/TestHost.h"
 
 namespace {
@@ -36,47 +36,46 @@ Record firstRecord(const TestHost& host, unsigned int code)
 
 }  // namespace
 
-TEST(HostReady, PicksTheCurrentLanguageAndKeepsAnUnchangedFontManager)
+// The first language marked current wins; without one, when the host cannot
+// list its languages or reports more than 1024 of them, the fonts are English
+// ones. 3117 is asked only for a count it believes, and an unchanged language
+// keeps the font manager.
+TEST(HostReady, FontsFollowTheHostsCurrentLanguage)
 {
-    TestHost host;
-    TestHost::addLanguage(host.languages, "English", false);
-    TestHost::addLanguage(host.languages, "Russian", true);
-    TestHost::addLanguage(host.languages, "German", true);
-    EXPECT_EQ(0, host.deliver(HostMsg::HostReady));
-    ASSERT_NE(nullptr, module()->getFontManager());
-    EXPECT_EQ(QStringLiteral("Russian"), module()->getFontManager()->language());
-    const CFontManager* first = module()->getFontManager();
-
-    EXPECT_EQ(0, host.deliver(HostMsg::HostReady));
-    EXPECT_EQ(first, module()->getFontManager());
-
-    host.languages.clear();
-    TestHost::addLanguage(host.languages, "Russian", false);
-    EXPECT_EQ(0, host.deliver(HostMsg::HostReady));
-    EXPECT_EQ(QStringLiteral("English"), module()->getFontManager()->language());
-    EXPECT_GT(module()->getFont(font::ecCaption).pointSize(),
-              module()->getFont(font::ecDefault).pointSize());
-}
-
-TEST(HostReady, FallsBackToEnglishWhenTheHostCannotList)
-{
-    TestHost host;
-    TestHost::addLanguage(host.languages, "Russian", true);
-    host.deliver(HostMsg::HostReady);
-    ASSERT_EQ(QStringLiteral("Russian"), module()->getFontManager()->language());
-
-    host.resultFor[HostMsg::LanguageList] = 1;
-    host.deliver(HostMsg::HostReady);
-    EXPECT_EQ(QStringLiteral("English"), module()->getFontManager()->language());
-
-    host.resultFor.clear();
-    host.deliver(HostMsg::HostReady);
-    ASSERT_EQ(QStringLiteral("Russian"), module()->getFontManager()->language());
-    host.languages.clear();  // a count of zero: nothing to list
-    host.deliver(HostMsg::HostReady);
-    EXPECT_EQ(QStringLiteral("English"), module()->getFontManager()->language());
-    // 3117 is asked only when there is something to list.
-    EXPECT_EQ(3u, host.withCode(HostMsg::LanguageList).size());
+    auto lastOf = [](std::size_t count) {
+        std::vector<std::pair<const char*, bool>> languages(count, {"English", false});
+        languages.back() = {"German", true};
+        return languages;
+    };
+    const struct {
+        const char* why;
+        std::vector<std::pair<const char*, bool>> languages;
+        int listResult;
+        const char* expected;
+    } cases[] = {
+        {"first current", {{"English", false}, {"Russian", true}, {"German", true}}, 0, "Russian"},
+        {"list refused", {{"Russian", true}}, 1, "English"},
+        {"none current", {{"Russian", false}}, 0, "English"},
+        {"again current", {{"Russian", true}}, 0, "Russian"},
+        {"none to list", {}, 0, "English"},
+        {"1024 believed", lastOf(1024), 0, "German"},
+        {"1025 not believed", lastOf(1025), 0, "English"},
+    };
+    for (const auto& c : cases) {
+        TestHost host;
+        for (const auto& [name, current] : c.languages)
+            TestHost::addLanguage(host.languages, name, current);
+        host.resultFor[HostMsg::LanguageList] = c.listResult;
+        EXPECT_EQ(0, host.deliver(HostMsg::HostReady));
+        const CFontManager* manager = module()->getFontManager();
+        ASSERT_NE(nullptr, manager);
+        EXPECT_EQ(QString::fromLatin1(c.expected), manager->language()) << c.why;
+        EXPECT_EQ(0, host.deliver(HostMsg::HostReady));
+        EXPECT_EQ(manager, module()->getFontManager()) << c.why;
+        const bool listed = !c.languages.empty() && c.languages.size() <= 1024;
+        EXPECT_EQ(listed ? 2u : 0u, host.withCode(HostMsg::LanguageList).size()) << c.why;
+    }
+    EXPECT_GT(module()->getFont(font::ecCaption).pointSize(), module()->getFont(font::ecDefault).pointSize());
 }
 
 TEST(HostReady, SendsItsQuestionsInOrderAndReplacesDateFormatterAndSink)
@@ -117,17 +116,14 @@ TEST(HostReady, AnExceptionIsLoggedWithItsMarkerAndPassedOn)
     ASSERT_EQ(1u, host.logLines.size());
     EXPECT_EQ(1, host.logLines[0].type);
     EXPECT_EQ(5, host.logLines[0].level);
-    EXPECT_EQ(QStringLiteral("Unknown throw in <CDownloadModule>|../Module.cpp|93"),
-              host.logLines[0].text);
+    EXPECT_EQ(QStringLiteral("Unknown throw in <CDownloadModule>|../Module.cpp|93"), host.logLines[0].text);
 }
 
-TEST(Events, CreateEmitSubscribe)
+TEST(Events, CreateAndEmit)
 {
     TestHost host;
     host.deliver(HostMsg::HostReady);
-    const std::string longName(300, 'e');
-    void* handle = module()->CreateEvent(QString::fromStdString(longName));
-    ASSERT_EQ(1u, host.withCode(HostMsg::CreateEvent).size());
+    void* handle = module()->CreateEvent(QString(300, QLatin1Char('e')));
     const auto created = firstRecord<coreEventCreate>(host, HostMsg::CreateEvent);
     EXPECT_EQ(QByteArray(255, 'e'), QByteArray(created.name, 255));
     EXPECT_EQ(reinterpret_cast<void*>(intptr_t(0x100)), handle);
@@ -195,8 +191,7 @@ TEST(Folders, ByTypeFromTheHostOrTheApplicationFolder)
     EXPECT_EQ(QStringLiteral("/opt/terminal/config"), GetPathByFolderType(module(), vfConfiguration));
     EXPECT_EQ(QString(1023, QLatin1Char('d')), GetPathByFolderType(module(), vfDownload));
     EXPECT_EQ(QCoreApplication::applicationDirPath(), GetPathByFolderType(module(), vfConfigCopy));
-    EXPECT_EQ(QCoreApplication::applicationDirPath(),
-              GetPathByFolderType(nullptr, nullptr, vfConfiguration));
+    EXPECT_EQ(QCoreApplication::applicationDirPath(), GetPathByFolderType(nullptr, nullptr, vfConfiguration));
     EXPECT_EQ(2, value(firstRecord<coreFolder>(host, HostMsg::FolderByType).type));
 }
 
@@ -208,7 +203,6 @@ TEST(Folders, UserDirAsksTheMainWindow)
     const auto asked = host.withCode(HostMsg::WorkFolder);
     ASSERT_EQ(1u, asked.size());
     EXPECT_EQ(host.mainWindow(), asked[0].target);
-
     host.resultFor[HostMsg::WorkFolder] = 1;
     EXPECT_EQ(QString(), GetUserDir(module()));
     EXPECT_EQ(QString(), GetUserDir(nullptr, nullptr));

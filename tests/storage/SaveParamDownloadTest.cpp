@@ -1,16 +1,16 @@
 // The download state file end to end: the module's CSaveParamDownload through
 // the test host to the reference host's store and its XML file on disk.
+#include <cstddef>
 #include <cstring>
 #include <functional>
 #include <memory>
+#include <utility>
 #include <vector>
 
-#include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
-#include "DlRecords.h"
 #include "StorageFiles.h"
 #include "StoreTestHost.h"
 #include "protocol/HostMessages.h"
@@ -18,24 +18,54 @@
 
 namespace {
 
+// Every text field filled, with characters the XML file must escape, spaces
+// at both ends and non-ASCII text.
+dlModule makeModule(const char* name, const char* version = "1.0.0", const char* versionExtra = "",
+                    int state = 0)
+{
+    dlModule module = emptyDlModule();
+    setDlText(module.name, name);
+    setDlText(module.version, version);
+    setDlText(module.versionExtra, versionExtra);
+    setDlText(module.type, "2");
+    setDlText(module.serverPath, QByteArray("/modules/") + name + ".gz");
+    setDlText(module.descPath, QByteArray("/desc/") + name + ".txt");
+    setDlText(module.localPath, QByteArray("/home/user/Загрузки/") + name);
+    setDlText(module.auxPath, "Config & <Main>");
+    setDlText(module.title, QByteArray("  ") + name + " \"title\"  ");
+    setDlText(module.sizeText, "12 kb");
+    module.state = state;
+    return module;
+}
+
+// Fields hold their text and zeros after it, so equal records are equal bytes
+// up to the end of the last field (the padding behind it is no field).
+bool sameRecord(const dlModule& actual, const dlModule& expected)
+{
+    return std::memcmp(&actual, &expected, offsetof(dlModule, sizeText) + kDlTextSize) == 0;
+}
+
 class SaveParamDownloadTest : public ::testing::Test {
 protected:
-    SaveParamDownloadTest()
-        : folder(dir.filePath(QStringLiteral("state/sub")))
-        , saver(folder)
-    {
-        host = std::make_unique<StoreTestHost>();
-    }
-
     QString statePath() const { return folder + QStringLiteral("/download.rdd"); }
-
-    void putFile(const QByteArray& bytes) { writeFile(statePath(), bytes); }
 
     // A new host with a new store: nothing survives but the file.
     void restartHost()
     {
         host.reset();
         host = std::make_unique<StoreTestHost>();
+    }
+
+    std::pair<bool, bool> startParam(bool autoDownload, bool showWindow)
+    {
+        saver.getStartParam(autoDownload, showWindow);
+        return {autoDownload, showWindow};
+    }
+
+    int delayAutoStart(int delay)
+    {
+        saver.getDelayAutoStart(delay);
+        return delay;
     }
 
     // The "Module" children in the file, as the host reads them.
@@ -45,8 +75,7 @@ protected:
         void* file = store.load(statePath());
         if (!file)
             return -1;
-        ParameterNode* top = store.tree(file)->top();
-        for (const auto& root : top->children)
+        for (const auto& root : store.tree(file)->top()->children)
             for (const auto& node : root->children)
                 if (node->name == QStringLiteral("LastDownload"))
                     return int(node->children.size());
@@ -54,69 +83,47 @@ protected:
     }
 
     QTemporaryDir dir;
-    QString folder;
-    CSaveParamDownload saver;
-    std::unique_ptr<StoreTestHost> host;
+    QString folder = dir.filePath(QStringLiteral("state/sub"));
+    CSaveParamDownload saver{folder};
+    std::unique_ptr<StoreTestHost> host = std::make_unique<StoreTestHost>();
 };
 
 }  // namespace
 
 TEST_F(SaveParamDownloadTest, StartParametersSurviveARestartOfTheHost)
 {
-    bool autoDownload = true;
-    bool showWindow = false;
-    saver.getStartParam(autoDownload, showWindow);  // nothing stored yet: unchanged
-    EXPECT_TRUE(autoDownload);
-    EXPECT_FALSE(showWindow);
+    EXPECT_EQ(startParam(true, false), std::make_pair(true, false));  // nothing stored: unchanged
     EXPECT_TRUE(QFile::exists(statePath()));  // the folder was made and the file saved
-
     saver.saveStartParam(true, false);
     restartHost();
-    autoDownload = false;
-    showWindow = true;
-    saver.getStartParam(autoDownload, showWindow);
-    EXPECT_TRUE(autoDownload);
-    EXPECT_FALSE(showWindow);
-
+    EXPECT_EQ(startParam(false, true), std::make_pair(true, false));
     saver.saveStartParam(false, true);
-    saver.getStartParam(autoDownload, showWindow);
-    EXPECT_FALSE(autoDownload);
-    EXPECT_TRUE(showWindow);
+    EXPECT_EQ(startParam(true, false), std::make_pair(false, true));
 }
 
-TEST_F(SaveParamDownloadTest, SavingStartParametersDropsTheDelay)
+TEST_F(SaveParamDownloadTest, ADelaySetByHandIsReadUnlessMinusOneAndDroppedBySavingStartParameters)
 {
-    putFile(fileBytes(dataFile("rdd-written-by-hand.rdd")));
-    int delay = 3;
-    saver.getDelayAutoStart(delay);
-    EXPECT_EQ(delay, 15);
-    bool autoDownload = false;
-    bool showWindow = true;
-    saver.getStartParam(autoDownload, showWindow);
-    EXPECT_TRUE(autoDownload);
-    EXPECT_FALSE(showWindow);
+    writeFile(statePath(), "<parameters><node name=\"ParametersDL\"><node name=\"ParamAutoDL\">"
+                           "<param name=\"DelayAutoStart\" value=\"-1\"/></node></node></parameters>");
+    EXPECT_EQ(delayAutoStart(42), 42);
 
+    writeFile(statePath(), fileBytes(dataFile("rdd-written-by-hand.rdd")));
+    EXPECT_EQ(delayAutoStart(3), 15);
+    EXPECT_EQ(startParam(false, true), std::make_pair(true, false));
     saver.saveStartParam(true, true);
-    delay = 3;
-    saver.getDelayAutoStart(delay);
-    EXPECT_EQ(delay, 3);
+    EXPECT_EQ(delayAutoStart(3), 3);
     EXPECT_FALSE(fileBytes(statePath()).contains("DelayAutoStart"));
-}
-
-TEST_F(SaveParamDownloadTest, ADelayOfMinusOneKeepsTheCallersValue)
-{
-    putFile("<parameters><node name=\"ParametersDL\"><node name=\"ParamAutoDL\">"
-            "<param name=\"DelayAutoStart\" value=\"-1\"/></node></node></parameters>");
-    int delay = 42;
-    saver.getDelayAutoStart(delay);
-    EXPECT_EQ(delay, 42);
 }
 
 TEST_F(SaveParamDownloadTest, LastDownloadOfThreeModulesByState)
 {
     const dlModule core = makeModule("core.so", "1.2.3", "7", dlStateToFetch);
     const dlModule charts = makeModule("charts.so", "2.0.0", "", dlStateFetched);
-    const dlModule news = makeModule("news.so", "0.9.1", "x", dlStateToFetch);
+    // Long and non-ASCII fields read back whole.
+    dlModule news = makeModule("модуль.so", "0.9.1", "é", dlStateToFetch);
+    setDlText(news.title, QByteArray(254, 't'));
+    setDlText(news.sizeText, QByteArray(254, 's'));
+    setDlText(news.localPath, QByteArray("/tmp/\xd0\xb4/") + QByteArray(240, 'p'));
     saver.createLastDownload(3);
     saver.saveLastDownloadModule(core, 1);
     saver.saveLastDownloadModule(charts, 2);
@@ -127,7 +134,6 @@ TEST_F(SaveParamDownloadTest, LastDownloadOfThreeModulesByState)
     EXPECT_EQ(saver.getCountStateLastDownloadModule(1), 2);
     EXPECT_EQ(saver.getCountStateLastDownloadModule(2), 1);
     EXPECT_EQ(saver.getCountStateLastDownloadModule(3), 0);
-
     std::vector<dlModule> out(3, emptyDlModule());
     setDlText(out[2].name, "untouched");
     EXPECT_EQ(saver.getLastDownloadModule(1, 3, out.data()), 2);
@@ -148,12 +154,13 @@ TEST_F(SaveParamDownloadTest, LastDownloadOfThreeModulesByState)
     EXPECT_EQ(moduleNodesInFile(), 3);
 }
 
-TEST_F(SaveParamDownloadTest, OnlyTheCountedModulesAreSeen)
+// Modules past the count are not seen; a count past the modules ends at the
+// last one.
+TEST_F(SaveParamDownloadTest, TheCountBoundsTheModulesSeen)
 {
     saver.createLastDownload(2);
-    saver.saveLastDownloadModule(makeModule("a.so", "1.0.0", "", 0), 5);
-    saver.saveLastDownloadModule(makeModule("b.so", "1.0.0", "", 0), 5);
-    saver.saveLastDownloadModule(makeModule("c.so", "1.0.0", "", 0), 5);
+    for (const char* name : {"a.so", "b.so", "c.so"})
+        saver.saveLastDownloadModule(makeModule(name), 5);
     EXPECT_EQ(moduleNodesInFile(), 3);
     EXPECT_EQ(saver.getCountStateLastDownloadModule(5), 2);
 
@@ -166,31 +173,27 @@ TEST_F(SaveParamDownloadTest, OnlyTheCountedModulesAreSeen)
     EXPECT_EQ(dlText(out[2].name), "");
 
     // The third is beyond the count: changing it changes nothing.
-    saver.changeStateLastDownloadModule(makeModule("c.so", "1.0.0", "", 0), 6);
+    saver.changeStateLastDownloadModule(makeModule("c.so"), 6);
     EXPECT_EQ(saver.getCountStateLastDownloadModule(6), 0);
     EXPECT_FALSE(fileBytes(statePath()).contains("value=\"6\""));
-}
 
-TEST_F(SaveParamDownloadTest, ACountAboveTheChildrenEndsAtTheLastChild)
-{
     saver.createLastDownload(10);
-    saver.saveLastDownloadModule(makeModule("a.so", "1.0.0", "", 0), 4);
+    saver.saveLastDownloadModule(makeModule("a.so"), 4);
     EXPECT_EQ(saver.getCountLastDownloadModule(), 10);
     EXPECT_EQ(saver.getCountStateLastDownloadModule(4), 1);
-    dlModule out[2] = {emptyDlModule(), emptyDlModule()};
     EXPECT_EQ(saver.getLastDownloadModule(4, 2, out), 1);
 }
 
 TEST_F(SaveParamDownloadTest, ChangeStateNeedsNameVersionAndVersionCore)
 {
     saver.createLastDownload(1);
-    saver.saveLastDownloadModule(makeModule("core.so", "1.2.3", "7", 1), 1);
+    saver.saveLastDownloadModule(makeModule("core.so", "1.2.3", "7"), 1);
     const QByteArray before = fileBytes(statePath());
-    saver.changeStateLastDownloadModule(makeModule("core.so", "1.2.3", "8", 1), 4);
-    saver.changeStateLastDownloadModule(makeModule("core.so", "1.2.4", "7", 1), 4);
-    saver.changeStateLastDownloadModule(makeModule("Core.so", "1.2.3", "7", 1), 4);
+    saver.changeStateLastDownloadModule(makeModule("core.so", "1.2.3", "8"), 4);
+    saver.changeStateLastDownloadModule(makeModule("core.so", "1.2.4", "7"), 4);
+    saver.changeStateLastDownloadModule(makeModule("Core.so", "1.2.3", "7"), 4);
     EXPECT_EQ(fileBytes(statePath()), before);
-    saver.changeStateLastDownloadModule(makeModule("core.so", "1.2.3", "7", 1), 4);
+    saver.changeStateLastDownloadModule(makeModule("core.so", "1.2.3", "7"), 4);
     EXPECT_EQ(saver.getCountStateLastDownloadModule(4), 1);
 }
 
@@ -202,7 +205,7 @@ TEST_F(SaveParamDownloadTest, ClearingAndAMissingList)
     EXPECT_EQ(saver.getCountLastDownloadModule(), -1);
 
     saver.createLastDownload(1);
-    saver.saveLastDownloadModule(makeModule("a.so", "1.0.0", "", 0), 1);
+    saver.saveLastDownloadModule(makeModule("a.so"), 1);
     saver.clearLastDownload();
     EXPECT_EQ(saver.getCountLastDownloadModule(), 0);
     EXPECT_EQ(moduleNodesInFile(), 0);
@@ -210,17 +213,16 @@ TEST_F(SaveParamDownloadTest, ClearingAndAMissingList)
 
 TEST_F(SaveParamDownloadTest, EveryCallLoadsAndSavesOnce)
 {
-    bool a = false;
-    bool s = false;
+    bool flag = false;
     int delay = 0;
     dlModule out = emptyDlModule();
     const std::vector<std::function<void()>> calls = {
         [&] { saver.saveStartParam(true, true); },
-        [&] { saver.getStartParam(a, s); },
+        [&] { saver.getStartParam(flag, flag); },
         [&] { saver.getDelayAutoStart(delay); },
         [&] { saver.createLastDownload(1); },
-        [&] { saver.saveLastDownloadModule(makeModule("a.so", "1", "", 0), 1); },
-        [&] { saver.changeStateLastDownloadModule(makeModule("a.so", "1", "", 0), 2); },
+        [&] { saver.saveLastDownloadModule(makeModule("a.so", "1"), 1); },
+        [&] { saver.changeStateLastDownloadModule(makeModule("a.so", "1"), 2); },
         [&] { saver.getLastDownloadModule(2, 1, &out); },
         [&] { saver.getCountStateLastDownloadModule(2); },
         [&] { saver.getCountLastDownloadModule(); },
@@ -237,39 +239,30 @@ TEST_F(SaveParamDownloadTest, EveryCallLoadsAndSavesOnce)
 
 TEST_F(SaveParamDownloadTest, ADamagedFileIsDeletedAndLoadedAgain)
 {
-    putFile(fileBytes(dataFile("xml-truncated.rdd")));
-    bool autoDownload = true;
-    bool showWindow = true;
-    saver.getStartParam(autoDownload, showWindow);
-    EXPECT_TRUE(autoDownload);  // the callers' values stay
-    EXPECT_TRUE(showWindow);
+    writeFile(statePath(), fileBytes(dataFile("xml-truncated.rdd")));
+    EXPECT_EQ(startParam(true, true), std::make_pair(true, true));  // the callers' values stay
     EXPECT_EQ(host->withCode(HostMsg::LoadParameterFile).size(), 2u);
     EXPECT_EQ(host->withCode(HostMsg::SaveParameterFile).size(), 1u);
-    EXPECT_EQ(fileBytes(statePath()),
-              "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-              "<parameters format=\"1\">\n"
-              "  <node name=\"ParametersDL\"/>\n"
-              "</parameters>\n");
-
+    EXPECT_EQ(fileBytes(statePath()), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+                                      "<parameters format=\"1\">\n"
+                                      "  <node name=\"ParametersDL\"/>\n"
+                                      "</parameters>\n");
     saver.saveStartParam(false, true);
-    saver.getStartParam(autoDownload, showWindow);
-    EXPECT_FALSE(autoDownload);
+    EXPECT_EQ(startParam(true, true), std::make_pair(false, true));
 }
 
+// A host that refuses every load and no host at all: the callers' values
+// stay, the counts are empty and no file is saved.
 TEST_F(SaveParamDownloadTest, AHostThatNeverLoadsGivesNothing)
 {
-    putFile("<parameters/>");
+    writeFile(statePath(), "<parameters/>");
     host->extraHandler = [](unsigned int, intptr_t, intptr_t) { return 1; };
-    bool autoDownload = true;
-    int delay = 9;
-    saver.getStartParam(autoDownload, autoDownload);
-    saver.getDelayAutoStart(delay);
     dlModule out = emptyDlModule();
+    EXPECT_EQ(startParam(true, false), std::make_pair(true, false));
+    EXPECT_EQ(delayAutoStart(9), 9);
     EXPECT_EQ(saver.getLastDownloadModule(1, 1, &out), 0);
     EXPECT_EQ(saver.getCountStateLastDownloadModule(1), 0);
     EXPECT_EQ(saver.getCountLastDownloadModule(), -1);
-    EXPECT_TRUE(autoDownload);
-    EXPECT_EQ(delay, 9);
     EXPECT_TRUE(host->withCode(HostMsg::SaveParameterFile).empty());
     // Asked twice per call, with the file deleted in between.
     EXPECT_EQ(host->withCode(HostMsg::LoadParameterFile).size(), 10u);
@@ -286,25 +279,10 @@ TEST(SaveParamDownloadWithoutHost, NothingIsLoaded)
     saver.getStartParam(autoDownload, showWindow);
     saver.getDelayAutoStart(delay);
     saver.saveStartParam(false, true);
-    EXPECT_TRUE(autoDownload);
-    EXPECT_FALSE(showWindow);
+    EXPECT_TRUE(autoDownload && !showWindow);
     EXPECT_EQ(delay, 5);
     EXPECT_EQ(saver.getCountLastDownloadModule(), -1);
     EXPECT_EQ(saver.getCountStateLastDownloadModule(0), 0);
     EXPECT_EQ(saver.getDefaultXml(), nullptr);
     EXPECT_FALSE(QFile::exists(dir.filePath(QStringLiteral("download.rdd"))));
-}
-
-TEST_F(SaveParamDownloadTest, LongAndNonAsciiFieldsReadBackWhole)
-{
-    dlModule module = makeModule("модуль.so", "1.0.0", "é", 2);
-    setDlText(module.title, QByteArray(254, 't'));
-    setDlText(module.sizeText, QByteArray(254, 's'));
-    setDlText(module.localPath, QByteArray("/tmp/\xd0\xb4/") + QByteArray(240, 'p'));
-    saver.createLastDownload(1);
-    saver.saveLastDownloadModule(module, 7);
-    restartHost();
-    dlModule out = emptyDlModule();
-    ASSERT_EQ(saver.getLastDownloadModule(7, 1, &out), 1);
-    EXPECT_TRUE(sameRecord(out, module));
 }

@@ -3,6 +3,7 @@
 // also show that no input makes either read or write outside its memory.
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
 #include <map>
 #include <random>
 #include <string>
@@ -35,14 +36,11 @@ std::string randomBytes(std::mt19937& random, int maxLength)
 // A pattern for the searches: usually short, sometimes at or past the limit.
 std::string randomPattern(std::mt19937& random)
 {
-    const int roll = int(random() % 20);
-    if (roll == 0)
+    if (random() % 20 == 0)
         return std::string(std::size_t(appendixData::kMaxPattern - 1 + int(random() % 2)), 'a');
     std::string pattern = randomBytes(random, 3);
     pattern.erase(std::remove(pattern.begin(), pattern.end(), '\0'), pattern.end());
-    if (pattern.empty())
-        pattern = "\r\n";
-    return pattern;
+    return pattern.empty() ? "\r\n" : pattern;
 }
 
 // A text without NUL bytes, to be inserted as a C string.
@@ -53,29 +51,14 @@ std::string randomText(std::mt19937& random, int maxLength)
     return text;
 }
 
-// The reference model of the buffer: its bytes, its capacity by the growth
-// rule, and the socket code's mark.
-struct BufferModel {
-    std::string bytes;
-    long long capacity = 0;
-    int mark = -1;
-
-    void growFor(long long needed, long long extra)
-    {
-        if (needed > capacity)
-            capacity = (long long)bytes.size() + extra + appendixData::kGrowthSlack;
-    }
-};
-
 // The files of these runs are rewritten thousands of times; on a disk file
 // system every rewrite of a truncated file is flushed on close (ext4 does so
 // to protect replace-by-truncate), so they go to memory when it can.
 QString scratchTemplate()
 {
     const QFileInfo shm(QStringLiteral("/dev/shm"));
-    if (shm.isDir() && shm.isWritable())
-        return QStringLiteral("/dev/shm/storage-random-XXXXXX");
-    return QDir::tempPath() + QStringLiteral("/storage-random-XXXXXX");
+    return (shm.isDir() && shm.isWritable() ? QStringLiteral("/dev/shm") : QDir::tempPath())
+           + QStringLiteral("/storage-random-XXXXXX");
 }
 
 bool writeBytes(const QByteArray& path, const std::string& bytes)
@@ -87,34 +70,31 @@ bool writeBytes(const QByteArray& path, const std::string& bytes)
     return std::fclose(file) == 0 && written;
 }
 
-std::string bufferBytes(const appendixData& buffer)
-{
-    return buffer.getLength() > 0 ? std::string(buffer.getData(), std::size_t(buffer.getLength()))
-                                  : std::string();
-}
-
 }  // namespace
 
+// The model: the bytes, the capacity by the growth rule (room for what is
+// needed plus extra plus the slack, only when it does not fit) and the mark.
 TEST(StorageRandom, BufferEditsAndSearchesMatchAStringModel)
 {
     std::mt19937 random(0x5eed0001u);
     appendixData buffer(16);
-    BufferModel model;
-    model.capacity = 16;
-    constexpr int kOperations = 100000;
-    for (int step = 0; step < kOperations; ++step) {
+    std::string model;
+    long long capacity = 16;
+    int mark = -1;
+    auto grow = [&](long long needed, long long extra) {
+        if (needed > capacity)
+            capacity = (long long)model.size() + extra + appendixData::kGrowthSlack;
+    };
+    for (int step = 0; step < 100000; ++step) {
         SCOPED_TRACE(step);
-        const int length = int(model.bytes.size());
+        const int length = int(model.size());
         std::uniform_int_distribution<int> position(-2, length + 2);
         switch (random() % 11) {
         case 0: {
             const std::string bytes = randomBytes(random, 24);
-            const int result = buffer.increaseBuffer(bytes.data(), int(bytes.size()));
-            ASSERT_EQ(result, bytes.empty() ? 1 : 0);
-            if (!bytes.empty()) {
-                model.growFor(length + (long long)bytes.size(), (long long)bytes.size());
-                model.bytes += bytes;
-            }
+            ASSERT_EQ(buffer.increaseBuffer(bytes.data(), int(bytes.size())), bytes.empty() ? 1 : 0);
+            grow(bytes.empty() ? 0 : length + (long long)bytes.size(), (long long)bytes.size());
+            model += bytes;
             break;
         }
         case 1: {
@@ -123,8 +103,8 @@ TEST(StorageRandom, BufferEditsAndSearchesMatchAStringModel)
             const bool valid = pos >= 0 && pos <= length;
             ASSERT_EQ(buffer.insertData(pos, text.c_str()), valid ? 0 : 1);
             if (valid && !text.empty()) {
-                model.growFor(length + (long long)text.size(), length + (long long)text.size());
-                model.bytes.insert(std::size_t(pos), text);
+                grow(length + (long long)text.size(), length + (long long)text.size());
+                model.insert(std::size_t(pos), text);
             }
             break;
         }
@@ -137,27 +117,23 @@ TEST(StorageRandom, BufferEditsAndSearchesMatchAStringModel)
             const bool valid = start >= 0 && start <= end && end <= length;
             ASSERT_EQ(buffer.replaceData(start, end, text.c_str()), valid ? 0 : 1);
             if (valid) {
-                model.growFor((long long)length - (end - start) + (long long)text.size(),
-                              length + (long long)text.size());
-                model.bytes.replace(std::size_t(start), std::size_t(end - start), text);
+                grow((long long)length - (end - start) + (long long)text.size(),
+                     length + (long long)text.size());
+                model.replace(std::size_t(start), std::size_t(end - start), text);
             }
             break;
         }
         case 3: {
             const int n = int(random() % 12) - 1;
-            model.mark = int(random() % 20) - 2;
-            buffer.setMark(model.mark);
-            const int result = buffer.cutBuffer(n);
+            mark = int(random() % 20) - 2;
+            buffer.setMark(mark);
             const int expected = (length == 0 || n < 0) ? -1 : 0;
-            ASSERT_EQ(result, expected);
+            ASSERT_EQ(buffer.cutBuffer(n), expected);
             if (expected == 0)
-                model.bytes.erase(0, std::size_t(std::min(n, length)));
-            if (model.mark > 0) {
-                model.mark -= n;
-                if (model.mark <= 0)
-                    model.mark = -1;
-            }
-            ASSERT_EQ(buffer.getMark(), model.mark);
+                model.erase(0, std::size_t(std::min(n, length)));
+            if (mark > 0 && (mark -= n) <= 0)
+                mark = -1;
+            ASSERT_EQ(buffer.getMark(), mark);
             break;
         }
         case 4: {
@@ -165,8 +141,7 @@ TEST(StorageRandom, BufferEditsAndSearchesMatchAStringModel)
             int end = -7;
             const int result = buffer.findData(pattern.c_str(), &end);
             const std::size_t found = pattern.size() < std::size_t(appendixData::kMaxPattern)
-                                          ? model.bytes.find(pattern)
-                                          : std::string::npos;
+                                          ? model.find(pattern) : std::string::npos;
             ASSERT_EQ(result, found == std::string::npos ? 1 : 0);
             ASSERT_EQ(end, found == std::string::npos ? 0 : int(found + pattern.size()));
             break;
@@ -177,19 +152,17 @@ TEST(StorageRandom, BufferEditsAndSearchesMatchAStringModel)
             const int start = std::max(from, 0);
             int end = -7;
             const int result = buffer.findData(from, pattern.c_str(), &end);
-            const bool searchable = pattern.size() < std::size_t(appendixData::kMaxPattern);
-            if (start >= length || !searchable) {
+            if (start >= length || pattern.size() >= std::size_t(appendixData::kMaxPattern)) {
                 ASSERT_EQ(result, 1);
                 ASSERT_EQ(end, 0);
                 break;
             }
-            const std::size_t found = model.bytes.find(pattern, std::size_t(start));
+            const std::size_t found = model.find(pattern, std::size_t(start));
+            ASSERT_EQ(result, found == std::string::npos ? 1 : 0);
             if (found == std::string::npos) {
-                ASSERT_EQ(result, 1);
                 ASSERT_EQ(end, length);
                 ASSERT_EQ(from, std::max(start, length - int(pattern.size()) + 1));
             } else {
-                ASSERT_EQ(result, 0);
                 ASSERT_EQ(from, int(found));
                 ASSERT_EQ(end, int(found + pattern.size()));
             }
@@ -201,57 +174,51 @@ TEST(StorageRandom, BufferEditsAndSearchesMatchAStringModel)
             const int size = int(random() % 8);
             std::vector<char> out(std::size_t(size) + 1, '#');
             const int result = buffer.findOneStr(pos, out.data(), size);
-            if (start >= length) {
-                ASSERT_EQ(result, 1);
+            ASSERT_EQ(result, start >= length ? 1 : 0);
+            if (result)
                 break;
-            }
-            const std::size_t lineBreak = model.bytes.find('\n', std::size_t(start));
+            const std::size_t lineBreak = model.find('\n', std::size_t(start));
             const int end = lineBreak == std::string::npos ? length : int(lineBreak) + 1;
-            ASSERT_EQ(result, 0);
             ASSERT_EQ(pos, end);
             const int copied = std::min(end - start, size);
             ASSERT_EQ(std::string(out.data(), std::size_t(copied)),
-                      model.bytes.substr(std::size_t(start), std::size_t(copied)));
+                      model.substr(std::size_t(start), std::size_t(copied)));
             ASSERT_EQ(out[std::size_t(copied)], '\0');
             break;
         }
         case 7: {
             int n = int(random() % 12) - 1;
             std::vector<char> out(12, '#');
-            const int asked = n;
+            const int count = std::max(0, std::min(n, length));
             buffer.getDataFromBuff(out.data(), &n);
-            const int count = std::max(0, std::min(asked, length));
             ASSERT_EQ(n, count);
-            ASSERT_EQ(std::string(out.data(), std::size_t(count)), model.bytes.substr(0, std::size_t(count)));
-            if (count == 0) {
-                ASSERT_EQ(out[0], '\0');  // nothing to copy still leaves an empty C string
-            }
+            ASSERT_EQ(std::string(out.data(), std::size_t(count)), model.substr(0, std::size_t(count)));
+            ASSERT_TRUE(count > 0 || out[0] == '\0');  // nothing to copy still leaves an empty C string
             break;
         }
         case 8: {
             const std::string text = randomText(random, 30);
             buffer = text.c_str();
-            model.growFor((long long)text.size(), (long long)text.size());
-            model.bytes = text;
+            grow((long long)text.size(), (long long)text.size());
+            model = text;
             break;
         }
         case 9: {
             const int n = length > 0 ? int(random() % std::size_t(length + 1)) : 0;
             ASSERT_EQ(buffer.setNewOffset(n), 0);
-            model.bytes.resize(std::size_t(n));
+            model.resize(std::size_t(n));
             break;
         }
-        default: {
+        default:
             if (length > 2000 || random() % 50 == 0) {
                 buffer.releaseBuffer(false);
-                model.bytes.clear();
+                model.clear();
             }
-            break;
         }
-        }
-        ASSERT_EQ(bufferBytes(buffer), model.bytes);
-        ASSERT_EQ(buffer.getCapacity(), model.capacity);
-        ASSERT_EQ(buffer.IsEmpty(), model.bytes.empty());
+        const int used = buffer.getLength();
+        ASSERT_EQ(std::string(used > 0 ? buffer.getData() : "", std::size_t(used)), model);
+        ASSERT_EQ(buffer.getCapacity(), capacity);
+        ASSERT_EQ(buffer.IsEmpty(), model.empty());
     }
 }
 
@@ -260,9 +227,8 @@ namespace {
 std::string withoutSpacesAround(const std::string& text)
 {
     const std::size_t first = text.find_first_not_of(' ');
-    if (first == std::string::npos)
-        return std::string();
-    return text.substr(first, text.find_last_not_of(' ') - first + 1);
+    return first == std::string::npos ? std::string()
+                                      : text.substr(first, text.find_last_not_of(' ') - first + 1);
 }
 
 std::string keyOf(std::string text)
@@ -282,8 +248,7 @@ bool modelLookup(const std::string& file, std::string section, const std::string
     const std::size_t header = file.find("[" + section + "]");
     if (header == std::string::npos)
         return false;
-    std::size_t pos = header + section.size() + 2;
-    while (pos < file.size()) {
+    for (std::size_t pos = header + section.size() + 2; pos < file.size();) {
         const std::size_t lineBreak = file.find('\n', pos);
         const std::size_t end = lineBreak == std::string::npos ? file.size() : lineBreak + 1;
         std::string line = file.substr(pos, std::min<std::size_t>(end - pos, 1024));
@@ -292,16 +257,13 @@ bool modelLookup(const std::string& file, std::string section, const std::string
         if (!line.empty() && line[0] == '[')
             return false;
         std::string cleaned;
-        for (char c : line)
-            if (c != '\r' && c != '\n')
-                cleaned += c;
+        std::copy_if(line.begin(), line.end(), std::back_inserter(cleaned),
+                     [](char c) { return c != '\r' && c != '\n'; });
         const std::size_t equals = cleaned.find('=');
         if (equals == std::string::npos || keyOf(cleaned.substr(0, equals)) != keyOf(key))
             continue;
-        std::string raw = line.substr(line.find('=') + 1);
-        raw = raw.substr(0, std::size_t(size - 1));
-        raw = raw.substr(0, raw.find_first_of("\r\n"));
-        value = withoutSpacesAround(raw);
+        const std::string raw = line.substr(line.find('=') + 1).substr(0, std::size_t(size - 1));
+        value = withoutSpacesAround(raw.substr(0, raw.find_first_of("\r\n")));
         return true;
     }
     return false;
@@ -339,8 +301,7 @@ TEST(StorageRandom, IniLookupsMatchAModelOfTheFormat)
     static const std::vector<std::string> sections = {"S1", "s1", "S2", "S3", ""};
     static const std::vector<std::string> keys = {"key", "KEY", " key ", "k2", "", "value"};
     static const std::vector<int> sizes = {1, 2, 6, 64, 2048};
-    constexpr int kFiles = 100000;
-    for (int i = 0; i < kFiles; ++i) {
+    for (int i = 0; i < 100000; ++i) {
         const std::string text = randomIniText(random);
         ASSERT_TRUE(writeBytes(path, text));
         inifiles ini(path.constData(), false);
@@ -348,13 +309,11 @@ TEST(StorageRandom, IniLookupsMatchAModelOfTheFormat)
             const std::string& section = sections[random() % sections.size()];
             const std::string& key = keys[random() % keys.size()];
             const int size = sizes[random() % sizes.size()];
-            std::string expected;
+            std::string expected = std::string("dflt").substr(0, std::size_t(size - 1));
             const bool found = modelLookup(text, section, key, size, expected);
             std::vector<char> out(std::size_t(size), '#');
             const int result = ini.ReadString(section.c_str(), key.c_str(), "dflt", out.data(), size);
             ASSERT_EQ(result, found ? 0 : 1) << "file " << i << " [" << section << "] " << key;
-            if (!found)
-                expected = std::string("dflt").substr(0, std::size_t(size - 1));
             ASSERT_EQ(std::string(out.data()), expected) << "file " << i;
         }
     }
@@ -382,8 +341,8 @@ TEST(StorageRandom, IniWritesReadBackLikeAMap)
             const std::string& section = sections[random() % sections.size()];
             const std::string& key = keys[random() % keys.size()];
             const std::string value = "v" + std::to_string(random() % 1000) + " w";
-            const bool existed = model[section].count(keyOf(key)) > 0;
-            ASSERT_EQ(ini.WriteString(section.c_str(), key.c_str(), value.c_str()), existed);
+            ASSERT_EQ(ini.WriteString(section.c_str(), key.c_str(), value.c_str()),
+                      model[section].count(keyOf(key)) > 0);
             model[section][keyOf(key)] = value;
             inifiles reread(path.constData(), false);
             for (const std::string& s : sections) {

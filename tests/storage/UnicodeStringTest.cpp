@@ -20,18 +20,17 @@ TEST(UnicodeString, ConvertsFromEverySourceAndBack)
     EXPECT_EQ(CUnicodeString().toUnicodeC()[0], 0);
 }
 
+// Like strncpy: a shorter text is followed by NULs, a longer one fills the
+// buffer without a terminator and nothing is written past the bound.
 TEST(UnicodeString, CopiesIntoACallerBufferWithABound)
 {
     const CUnicodeString text(QStringLiteral("abcdef"));
     char16_t buffer[8];
     std::fill(std::begin(buffer), std::end(buffer), u'#');
     EXPECT_EQ(text.toUnicodeC(buffer, 4), 4);
-    EXPECT_EQ(QString::fromUtf16(buffer, 4), QStringLiteral("abcd"));
-    EXPECT_EQ(buffer[4], u'#');  // nothing written past the bound
-
+    EXPECT_EQ(QString::fromUtf16(buffer, 5), QStringLiteral("abcd#"));
     EXPECT_EQ(text.toUnicodeC(buffer, 8), 6);
-    EXPECT_EQ(QString::fromUtf16(buffer), QStringLiteral("abcdef"));
-    EXPECT_EQ(buffer[7], 0);
+    EXPECT_EQ(QString::fromUtf16(buffer, 8), QStringLiteral("abcdef") + QChar(0) + QChar(0));
     EXPECT_EQ(text.toUnicodeC(buffer, 0), 0);
 }
 

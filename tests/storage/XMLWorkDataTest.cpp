@@ -7,19 +7,15 @@
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
-#include "protocol/HostMessages.h"
 #include "StoreTestHost.h"
+#include "protocol/HostMessages.h"
 #include "storage/XMLWorkData.h"
 
 namespace {
 
 class XMLWorkDataTest : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        file = host.load(dir.filePath(QStringLiteral("params.rdd")));
-        ASSERT_NE(file, nullptr);
-    }
+    void SetUp() override { ASSERT_NE(file, nullptr); }
 
     std::unique_ptr<CXMLWorkData> open(const char* name)
     {
@@ -34,17 +30,8 @@ protected:
 
     QTemporaryDir dir;
     StoreTestHost host;
-    void* file = nullptr;
+    void* file = host.load(dir.filePath(QStringLiteral("params.rdd")));
 };
-
-std::vector<int> codesIn(const TestHost& host, unsigned int from, unsigned int to)
-{
-    std::vector<int> codes;
-    for (unsigned int code : host.codes())
-        if (code >= from && code <= to)
-            codes.push_back(int(code));
-    return codes;
-}
 
 }  // namespace
 
@@ -54,9 +41,7 @@ TEST_F(XMLWorkDataTest, ValuesAreTextWithTheReadersRules)
     root->writeInteger("five", 5);
     root->writeString("x", "x");
     root->writeBool("yes", true);
-    root->writeBool("no", false);
     root->writeString("letters", QStringLiteral("abcdef"));
-    root->writeString("minus", "-12");
     root->writeInt64("big", 1234567890123LL);
     root->writeDouble("double", 2.5, 3);
     root->writeFloat("float", 1.234f, 1);
@@ -67,9 +52,7 @@ TEST_F(XMLWorkDataTest, ValuesAreTextWithTheReadersRules)
     EXPECT_EQ(again->readInteger("five", 9), 5);
     EXPECT_EQ(again->readInteger("x", 9), 0);  // present but not a number: 0, not the default
     EXPECT_EQ(again->readInteger("absent", 9), 9);
-    EXPECT_EQ(again->readInteger("minus", 9), -12);
     EXPECT_TRUE(again->readBool("yes", false));
-    EXPECT_FALSE(again->readBool("no", true));
     EXPECT_FALSE(again->readBool("x", true));
     EXPECT_TRUE(again->readBool("absent", true));
     ASSERT_NE(again->FindAttr("yes"), nullptr);
@@ -88,8 +71,6 @@ TEST_F(XMLWorkDataTest, ValuesAreTextWithTheReadersRules)
     EXPECT_EQ(buffer[4], '#');
     again->readString("absent", "default text", buffer, 5);
     EXPECT_STREQ(buffer, "defa");
-    again->readString("five", "", buffer, 2);
-    EXPECT_STREQ(buffer, "5");
     QString text;
     again->readString("absent", QStringLiteral("fallback"), text);
     EXPECT_EQ(text, QStringLiteral("fallback"));
@@ -100,51 +81,38 @@ TEST_F(XMLWorkDataTest, ValuesAreTextWithTheReadersRules)
     EXPECT_EQ(QString::fromUtf16(wide), QString::fromUtf16(u"w\u00e9d"));
 }
 
-TEST_F(XMLWorkDataTest, ValuesReachTheHostExactly)
+// Written in reverse key order, one key twice: the host gets one entry per
+// key, in key order, each value exactly.
+TEST_F(XMLWorkDataTest, ValuesReachTheHostExactlyInKeyOrder)
 {
     const std::vector<QString> values = {
-        QString(), QStringLiteral("  spaces  "), QStringLiteral("<>&\"'"),
-        QString::fromUtf8("Обновление € 𝄞"), QString(10000, QChar('z')), QString(254, QChar('i')),
-        QString(255, QChar('j')), QStringLiteral("line\r\nbreak\ttab")};
+        QString(), QStringLiteral("  spaces  "), QStringLiteral("<>&\"'"), QString::fromUtf8("Обновление € 𝄞"),
+        QString(10000, QChar('z')), QString(254, QChar('i')), QString(255, QChar('j')),
+        QStringLiteral("line\r\nbreak\ttab")};
     auto root = open("Root");
-    for (std::size_t i = 0; i < values.size(); ++i)
+    root->writeString("3", "replaced");
+    for (std::size_t i = values.size(); i-- > 0;)
         root->writeString(QByteArray::number(int(i)).constData(), values[i]);
     root->writeParameters();
 
     const ParameterNode* node = hostNode(*root);
     ASSERT_NE(node, nullptr);
     ASSERT_EQ(node->parameters.size(), values.size());
-    for (std::size_t i = 0; i < values.size(); ++i)
-        EXPECT_EQ(node->parameters[i].second, values[i]) << i;
-
     auto again = open("Root");
     for (std::size_t i = 0; i < values.size(); ++i) {
+        EXPECT_EQ(node->parameters[i], std::make_pair(QString::number(i), values[i])) << i;
         QString read;
         again->readString(QByteArray::number(int(i)).constData(), QStringLiteral("?"), read);
         EXPECT_EQ(read, values[i]) << i;
     }
 }
 
-TEST_F(XMLWorkDataTest, ParametersAreSentInKeyOrderOneEntryPerKey)
-{
-    auto root = open("Root");
-    root->writeString("b", "1");
-    root->writeString("a", "2");
-    root->writeString("b", "3");
-    root->writeParameters();
-    const ParameterNode* node = hostNode(*root);
-    ASSERT_EQ(node->parameters.size(), 2u);
-    EXPECT_EQ(node->parameters[0], std::make_pair(QStringLiteral("a"), QStringLiteral("2")));
-    EXPECT_EQ(node->parameters[1], std::make_pair(QStringLiteral("b"), QStringLiteral("3")));
-}
-
 TEST_F(XMLWorkDataTest, IteratesOverChildrenOfOneName)
 {
     {
         auto root = open("Root");
-        const char* names[] = {"Module", "Other", "Module", "Modules", "Module"};
         int index = 0;
-        for (const char* name : names) {
+        for (const char* name : {"Module", "Other", "Module", "Modules", "Module"}) {
             std::unique_ptr<CXMLWorkData> child(root->createNode(name, coreXmlOpenAppend));
             ASSERT_NE(child, nullptr);
             child->writeInteger("Index", index++);
@@ -165,17 +133,16 @@ TEST_F(XMLWorkDataTest, IteratesOverChildrenOfOneName)
     EXPECT_EQ(other->readInteger("Index", -1), 1);
 }
 
+// Mode 0 opens the first child of the name (made when missing), mode 1
+// always makes a new one.
 TEST_F(XMLWorkDataTest, CreateNodeModes)
 {
     auto root = open("Root");
     std::unique_ptr<CXMLWorkData> first(root->createNode("Child", coreXmlOpenExisting));
-    std::unique_ptr<CXMLWorkData> same(root->createNode("Child", coreXmlOpenExisting));
     std::unique_ptr<CXMLWorkData> appended(root->createNode("Child", coreXmlOpenAppend));
-    ASSERT_TRUE(first && same && appended);
-    EXPECT_EQ(first->getNodeHandle(), same->getNodeHandle());
-    EXPECT_NE(first->getNodeHandle(), appended->getNodeHandle());
-    // Of several children with one name, opening an existing one finds the first.
     std::unique_ptr<CXMLWorkData> again(root->createNode("Child", coreXmlOpenExisting));
+    ASSERT_TRUE(first && appended && again);
+    EXPECT_NE(first->getNodeHandle(), appended->getNodeHandle());
     EXPECT_EQ(again->getNodeHandle(), first->getNodeHandle());
     EXPECT_EQ(hostNode(*root)->children.size(), 2u);
     EXPECT_EQ(open("Root")->getNodeHandle(), root->getNodeHandle());
@@ -194,31 +161,25 @@ TEST_F(XMLWorkDataTest, ClearNodeThenWriteLeavesTheNodeEmptyInTheHost)
     EXPECT_EQ(root->getParams().size(), 1u);
     EXPECT_EQ(root->getChildren().size(), 1u);
     root->clearNode();
-    EXPECT_TRUE(root->getParams().empty());
-    EXPECT_TRUE(root->getChildren().empty());
+    EXPECT_TRUE(root->getParams().empty() && root->getChildren().empty());
     EXPECT_EQ(root->getFirstNode("Child"), nullptr);
     root->writeParameters();
     EXPECT_EQ(root->getCountParamsInTag(), 0);
-    const ParameterNode* node = hostNode(*root);
-    EXPECT_TRUE(node->parameters.empty());
-    EXPECT_TRUE(node->children.empty());
+    EXPECT_TRUE(hostNode(*root)->parameters.empty() && hostNode(*root)->children.empty());
     // With nothing to send, 3168 goes without items.
-    const auto writes = host.withCode(HostMsg::WriteNodeItems);
-    ASSERT_FALSE(writes.empty());
-    EXPECT_EQ(writes.back().param2, 0);
+    ASSERT_FALSE(host.withCode(HostMsg::WriteNodeItems).empty());
+    EXPECT_EQ(host.withCode(HostMsg::WriteNodeItems).back().param2, 0);
 }
 
-TEST_F(XMLWorkDataTest, ReadsWithCountLengthsThenItems)
+TEST_F(XMLWorkDataTest, OpensThenReadsWithCountLengthsThenItems)
 {
     auto root = open("Root");
     root->writeString("k", "v");
     root->writeParameters();
     host.messages.clear();
-    auto again = open("Root");
-    ASSERT_FALSE(host.messages.empty());
-    EXPECT_EQ(codesIn(host, HostMsg::ClearNode, HostMsg::NodeItemCount),
-              (std::vector<int>{HostMsg::OpenNode, HostMsg::NodeItemCount, HostMsg::NodeItemLengths,
-                                HostMsg::ReadNodeItems}));
+    open("Root");
+    EXPECT_EQ(host.codes(), (std::vector<unsigned int>{HostMsg::OpenNode, HostMsg::NodeItemCount,
+                                                        HostMsg::NodeItemLengths, HostMsg::ReadNodeItems}));
     for (const RecordedMessage& message : host.messages)
         EXPECT_EQ(message.target, &host);
 }
@@ -241,47 +202,37 @@ TEST_F(XMLWorkDataTest, ColoursAndFonts)
     EXPECT_EQ(read.family(), QStringLiteral("Serif Family"));
     EXPECT_EQ(read.pointSize(), 13);
     EXPECT_EQ(read.weight(), QFont::Bold);
-    EXPECT_TRUE(read.italic());
-    EXPECT_TRUE(read.underline());
-    EXPECT_FALSE(read.strikeOut());
+    EXPECT_TRUE(read.italic() && read.underline() && !read.strikeOut());
     const QFont fallback(QStringLiteral("Fallback"), 7);
     EXPECT_EQ(again->readFont("nofont", fallback), fallback);
 }
 
-TEST(XMLWorkDataWithoutHost, ReadersReturnDefaultsAndNothingIsSent)
+// Without a callback nothing is sent; through a host that gives the node no
+// handle only the open is. Readers return their defaults either way, and the
+// unopened node is not read, written or cleared in the host's top level.
+TEST(XMLWorkDataWithoutNode, NothingIsReadWrittenOrCleared)
 {
-    TestHost host;
-    host.messages.clear();
-    CXMLWorkData xml(&host, reinterpret_cast<void*>(intptr_t(1)), "Root", nullptr);
-    EXPECT_EQ(xml.readInteger("k", 4), 4);
-    EXPECT_EQ(xml.createNode("c", 0), nullptr);
-    xml.writeInteger("k", 1);
-    EXPECT_EQ(xml.writeParameters(), 0);
-    xml.clearNode();
-    EXPECT_EQ(xml.getCountParamsInTag(), 0);
-    EXPECT_TRUE(host.messages.empty());
-}
-
-TEST(XMLWorkDataRefusingHost, NoChildHandleMeansNoNode)
-{
-    TestHost host;
-    host.extraHandler = [](unsigned int, intptr_t, intptr_t) { return 1; };  // leaves child at 0
-    host.messages.clear();
-    CXMLWorkData root(&host, reinterpret_cast<void*>(intptr_t(1)), "Root", &TestHost::send);
-    EXPECT_EQ(root.createNode("c", 0), nullptr);
-    // The unopened node is not read, written or cleared in the host's top level.
-    root.writeInteger("k", 1);
-    root.writeParameters();
-    root.clearNode();
-    EXPECT_EQ(host.codes(), std::vector<unsigned int>{HostMsg::OpenNode});
+    for (const bool withCallback : {false, true}) {
+        TestHost host;
+        host.extraHandler = [](unsigned int, intptr_t, intptr_t) { return 1; };  // leaves child at 0
+        host.messages.clear();
+        CXMLWorkData xml(&host, reinterpret_cast<void*>(intptr_t(1)), "Root",
+                         withCallback ? &TestHost::send : nullptr);
+        EXPECT_EQ(xml.readInteger("k", 4), 4);
+        EXPECT_EQ(xml.createNode("c", 0), nullptr);
+        xml.writeInteger("k", 1);
+        EXPECT_EQ(xml.writeParameters(), 0);
+        xml.clearNode();
+        EXPECT_EQ(xml.getCountParamsInTag(), 0);
+        EXPECT_EQ(host.codes(), withCallback ? std::vector<unsigned int>{HostMsg::OpenNode}
+                                             : std::vector<unsigned int>{});
+    }
 }
 
 TEST(XMLWorkDataHugeCount, CountsPastTheRecordLimitAreNotAllocated)
 {
     TestHost host;
     host.extraHandler = [](unsigned int code, intptr_t, intptr_t param2) {
-        if (code == HostMsg::OpenNode)
-            return 0;
         if (code == HostMsg::NodeItemCount)
             *reinterpret_cast<int32_t*>(param2) = kCoreSzMaxItems + 1;
         return 0;
@@ -306,21 +257,19 @@ TEST(XMLWorkDataRecords, NamesAreBoundedAndValuesTravelInSeparateArrays)
         } else if (code == HostMsg::WriteNodeItems && param2) {
             const auto* items = reinterpret_cast<const coreSzNode*>(param2);
             for (int i = 0; i < items->count; ++i) {
-                const coreSzItem& item = items->items[i];
-                inlineFlags.push_back(int32_t(item.inlineValue));
-                EXPECT_EQ(int32_t(item.node), 42);
+                inlineFlags.push_back(int32_t(items->items[i].inlineValue));
+                EXPECT_EQ(int32_t(items->items[i].node), 42);
             }
         }
         return 0;
     };
-    const QByteArray longName(300, 'n');
-    CXMLWorkData root(&host, reinterpret_cast<void*>(intptr_t(1)), longName.constData(),
+    CXMLWorkData root(&host, reinterpret_cast<void*>(intptr_t(1)), QByteArray(300, 'n').constData(),
                       &TestHost::send);
     EXPECT_EQ(openedName, QByteArray(255, 'n'));  // cut at 255 bytes, no room for a NUL
     root.writeString("a", "short");
     root.writeString("b", QString(300, QChar('v')));
     root.writeParameters();
     // Even a short value goes by pointer; the values' text is checked
-    // through the real store in ValuesReachTheHostExactly.
+    // through the real store in ValuesReachTheHostExactlyInKeyOrder.
     EXPECT_EQ(inlineFlags, (std::vector<int32_t>{0, 0}));
 }
