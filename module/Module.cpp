@@ -122,8 +122,10 @@ void CModule::initFonts()
     QString language = QString::fromLatin1(kFallbackLanguage);
     int32_t count = 0;
     if (sendToHost(host_, HostMsg::LanguageCount, reinterpret_cast<intptr_t>(&count), 0) == 0
-        && count > 0 && count <= kMaxLanguages) {
-        std::unique_ptr<coreLanguage[]> languages(new coreLanguage[size_t(count)]());
+        && count >= 0 && count <= kMaxLanguages) {
+        // No languages is still asked for, with an empty array (one spare
+        // zeroed entry keeps its address a real one).
+        std::unique_ptr<coreLanguage[]> languages(new coreLanguage[size_t(count) + 1]());
         if (sendToHost(host_, HostMsg::LanguageList, reinterpret_cast<intptr_t>(languages.get()),
                        0) == 0) {
             for (int32_t i = 0; i < count; ++i) {
