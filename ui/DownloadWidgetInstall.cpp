@@ -224,8 +224,15 @@ int CDownloadWidget::changeModulesInnerWork(ChangeModulesThread* worker)
                 // configuration's file.
                 request.destination =
                     GetPathByFolderType(owner(), VM_FOLDERS(vfConfigCopy)) + QStringLiteral("/Config");
+                // "NameConfig" names the configuration the file belongs to
+                // (a configuration list's record carries its own name there,
+                // the automatic run's the configuration's); a record chosen
+                // by hand from a module list has none, and its name is the
+                // configuration's.
+                const QByteArray configuration =
+                    dlText(record.auxPath).isEmpty() ? dlText(record.name) : dlText(record.auxPath);
                 request.source = CInstalledProducts(moduleLink()).GetPathToConfigFile(
-                    QString::fromLocal8Bit(dlText(record.name)));
+                    QString::fromLocal8Bit(configuration));
             });
             reportedAtPrepare[size_t(index)] = true;
             return CUpdaterSession::Send;

@@ -235,8 +235,11 @@ TEST_F(Installation, TheConfigurationFileIsAnnouncedAndCopiedOrPassedOver)
             writeText(local, "the new configuration");
         {
             CSaveParamDownload stored(host->downloadDir);
+            // As a module list names a configuration's file: its own name,
+            // and the configuration it belongs to as "NameConfig".
             dlModule record = emptyDlModule();
-            setDlText(record.name, "Standard");
+            setDlText(record.name, "standard.cfg");
+            setDlText(record.auxPath, "Standard");
             setDlText(record.version, "3.4.0");
             setDlText(record.type, "2");
             setDlText(record.serverPath, "/configs/standard.cfg");
@@ -257,7 +260,7 @@ TEST_F(Installation, TheConfigurationFileIsAnnouncedAndCopiedOrPassedOver)
         ASSERT_TRUE(waitFor([&result] { return result != -2; }));
 
         EXPECT_EQ(1, result);
-        EXPECT_TRUE(reportLines.join('\n').contains(QStringLiteral(" - Standard          ver: 3.4.0")))
+        EXPECT_TRUE(reportLines.join('\n').contains(QStringLiteral(" - standard.cfg          ver: 3.4.0")))
             << reportLines.join('\n').toStdString();
         EXPECT_EQ(0, CSaveParamDownload(host->downloadDir).getCountLastDownloadModule());
         EXPECT_FALSE(QFile::exists(local));
