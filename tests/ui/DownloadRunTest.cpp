@@ -94,6 +94,29 @@ TEST_F(Run, ManualRunProbesEverySizeInSetOrderThenFetchesAndRecords)
     EXPECT_EQ(0, widget->chosen().getModuleCount());
 }
 
+// The host knows the module and its file already lies complete in the
+// download folder: it is probed, recorded as fetched and not fetched again.
+TEST_F(Run, AKnownModuleWhoseFileIsCompleteIsNotFetchedAgain)
+{
+    startNginx();
+    host->knowsEveryModule = true;
+    QDir().mkpath(host->downloadDir);
+    writeText(downloaded("orders.so.gz"), fileBytes(serverRoot + "/files/orders.so.gz"));
+    CDownloadWidget* widget = openDialog();
+    ASSERT_TRUE(openWindowAndWaitForLists(widget));
+    tick(widget, "Standard");
+    tick(widget, "orders.so");
+    widget->startControl()->click();
+
+    int fetched = -1;
+    ASSERT_TRUE(waitForInstallation(widget, &fetched));
+    EXPECT_EQ(2, fetched);
+    EXPECT_EQ((QStringList{"/files/quotes.so.gz|bytes", "/files/orders.so.gz|bytes", "/files/quotes.so.gz|-"}),
+              fileRequestPaths());
+    EXPECT_EQ(fileBytes(serverRoot + "/files/orders.so.gz"), fileBytes(downloaded("orders.so.gz")));
+    EXPECT_EQ(2, state().getCountStateLastDownloadModule(dlStateFetched));
+}
+
 // Whether the host has the module installed or not: a file on disk is only
 // taken as fetched when it is complete.
 class PauseRun : public Run, public ::testing::WithParamInterface<bool> {};
