@@ -48,7 +48,8 @@ protected:
 
     QVector<UpdaterRequest> threeFiles() const
     {
-        return {{download + "/a.so", dest, false}, {download + "/b.so", dest, false}, {download + "/c.so", dest, false}};
+        return {{download + "/a.so", dest, false}, {download + "/b.so", dest, false},
+                {download + "/c.so", dest, false}};
     }
 
     // Runs a hand-over with the hooks, under a key of its own unless the

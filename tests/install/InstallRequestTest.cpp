@@ -68,7 +68,8 @@ TEST(UpdaterCommandLine, TheUpdaterReadsBackWhatTheModuleWritesAndRefusesTheRest
 
 TEST(InstallFolder, HostFolderTypesAndTheDefaultFolderForTheRest)
 {
-    const std::set<int> hostTypes = {0, 1, 3, 4, 5, 6, 7, 8, 9, 10, 11, 20, 21, 22, 50, 51, 52, 100, 101, 102, 103, 157};
+    const std::set<int> hostTypes = {0,  1,  3,  4,  5,  6,  7,   8,   9,   10,  11,
+                                     20, 21, 22, 50, 51, 52, 100, 101, 102, 103, 157};
     for (int type = -5; type <= 300; ++type)
         EXPECT_EQ(hostTypes.count(type) ? type : 150, installFolderType(type)) << "type " << type;
 }
@@ -143,7 +144,8 @@ TEST(InstallRouting, AFileGoesToTheHostsFolderOfItsResolvedType)
         EXPECT_EQ(c.route != InstallAsFile, request.copyConfiguration);
         ASSERT_EQ(asked + (c.askedType < 0 ? 0 : 1), host.withCode(3128).size());
         if (c.askedType >= 0) {
-            EXPECT_EQ(c.askedType, value(reinterpret_cast<const coreFolder*>(host.withCode(3128).back().record.constData())->type));
+            const QByteArray folder = host.withCode(3128).back().record;
+            EXPECT_EQ(c.askedType, value(reinterpret_cast<const coreFolder*>(folder.constData())->type));
         }
     }
     const UpdaterRequest copy = configCopyRequest("/cfg/Main.ini", "/host/folder151");

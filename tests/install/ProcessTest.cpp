@@ -143,17 +143,23 @@ TEST(VmProcess, PassesArgumentsAsTheyAreAndAMissingProgramShowsOnlyInItsExitStat
     EXPECT_GE(countStartLines(), startsBefore + 2);
 }
 
-// The child is started once; the waits succeed at once whatever the child
-// does, and the object's end leaves the child running.
-TEST(VmProcess, StartsOnceWaitsBrieflyAndLeavesTheChildRunning)
+// Before a start nothing is signalled (with pid 0, kill(2) would signal the
+// whole process group, this test program included). The child is started
+// once; the waits succeed at once whatever it does, and the object's end
+// leaves it running.
+TEST(VmProcess, SignalsNothingBeforeAStartStartsOnceAndLeavesTheChildRunning)
 {
     auto process = std::make_unique<CVmProcess>(false, nullptr);
+    process->kill();
+    process->terminate();
+    EXPECT_TRUE(process->waitForFinished(5));
+    EXPECT_EQ(0, process->pid());
+
     process->start("/bin/sh", {"-c", "exec sleep 600"});
     const int pid = process->pid();
     ASSERT_GT(pid, 0);
     process->start("/bin/true", {});
     EXPECT_EQ(pid, process->pid());
-
     EXPECT_TRUE(process->waitForStarted(30000));
     EXPECT_TRUE(process->waitForFinished(1000));
     process.reset();
@@ -175,15 +181,4 @@ TEST(VmProcess, KillSendsSigtermAndTerminateSigkill)
         ASSERT_TRUE(WIFSIGNALED(status));
         EXPECT_EQ(signal, WTERMSIG(status));
     }
-}
-
-TEST(VmProcess, SignalsNothingBeforeAStart)
-{
-    // With pid 0, kill(2) would signal the whole process group, this test
-    // program included.
-    CVmProcess process(true);
-    process.kill();
-    process.terminate();
-    EXPECT_TRUE(process.waitForFinished(5));
-    EXPECT_EQ(0, process.pid());
 }

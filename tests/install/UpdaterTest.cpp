@@ -87,7 +87,8 @@ TEST_F(Installer, TheLongestFileNameAFolderAllowsCanBeReplaced)
 }
 
 // A missing source or folder and a name too long are answered through the
-// real updater in HandOverTest.cpp (BadRequests...); here, the other errors.
+// real updater (HandOver.BadRequestsAreAnsweredWithAnErrorAndLoseNothing);
+// here, the other errors.
 TEST_F(Installer, FailuresChangeNothingInTheDestination)
 {
     ASSERT_TRUE(writeFile(dest + "/quotes.so", "old quotes"));

@@ -372,14 +372,17 @@ TEST_P(ProxyHttpAnswers, RequestNamesTheHostWithCredentialsAndOnly200302And403Pa
     const quint16 port = GetParam().reply.bytes.isNull() ? freeLoopbackPort() : proxy.port();
     CTestProxyHttp test(30, "http://example.invalid/a/b?c", 80, "127.0.0.1", port, "", "");
     EXPECT_EQ(GetParam().passes, test.doTest());
-    const QVector<QByteArray> request{"HEAD http://example.invalid HTTP/1.0\r\nProxy-Authorization: Basic Og==\r\n\r\n"};
+    const QVector<QByteArray> request{"HEAD http://example.invalid HTTP/1.0\r\n"
+                                      "Proxy-Authorization: Basic Og==\r\n\r\n"};
     EXPECT_EQ(port == proxy.port() ? request : QVector<QByteArray>(), proxy.requests);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Answers, ProxyHttpAnswers,
-    ::testing::Values(ProxyAnswer{"Status200", okReply("", 200), true}, ProxyAnswer{"Status302", okReply("", 302), true},
-                      ProxyAnswer{"Status403", okReply("", 403), true}, ProxyAnswer{"Status407", okReply("", 407), false},
+    ::testing::Values(ProxyAnswer{"Status200", okReply("", 200), true},
+                      ProxyAnswer{"Status302", okReply("", 302), true},
+                      ProxyAnswer{"Status403", okReply("", 403), true},
+                      ProxyAnswer{"Status407", okReply("", 407), false},
                       ProxyAnswer{"NoStatusLine", {"hello there\r\nno status\r\n"}, false},
                       ProxyAnswer{"Refused", {QByteArray()}, false}),
     [](const ::testing::TestParamInfo<ProxyAnswer>& info) { return std::string(info.param.name); });
@@ -430,7 +433,8 @@ TEST(ProxySocket, AnswerIsAcceptedOnlyFor200AsSecondWord)
                  // Longer than the answer buffer: cut, still read.
                  {"HTTP/1.1 200 " + QByteArray(5000, 'x'), 0}};
     for (const auto& c : cases)
-        EXPECT_EQ(c.result, CProxySocket::GetAnswerServer(c.answer.constData(), c.answer.size())) << c.answer.left(40).constData();
+        EXPECT_EQ(c.result, CProxySocket::GetAnswerServer(c.answer.constData(), c.answer.size()))
+            << c.answer.left(40).constData();
 }
 
 // Code 3517 without settings: the module tests the default server through
