@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include <QFileInfo>
-#include <QRegularExpression>
 #include <QSharedMemory>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
@@ -28,16 +27,6 @@ QString uniqueKey()
 {
     static int serial = 0;
     return QString("dm-install-test-%1-%2").arg(::getpid()).arg(++serial);
-}
-
-// The updater is a child of this test program; its exit status tells how
-// it ended (0: it saw finished).
-int exitStatusOf(int pid)
-{
-    int status = 0;
-    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-    }
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 class HandOver : public ::testing::Test {
@@ -59,11 +48,13 @@ protected:
 
     QVector<UpdaterRequest> threeFiles() const
     {
-        return {{download + "/a.so", dest, false}, {download + "/b.so", dest, false}, {download + "/c.so", dest, false}};
+        return {{download + "/a.so", dest, false}, {download + "/b.so", dest, false},
+                {download + "/c.so", dest, false}};
     }
 
     // Runs a hand-over with the hooks, under a key of its own unless the
-    // clock's key is wanted, and reaps the updater.
+    // clock's key is wanted, and reaps the updater (a child of this program;
+    // exitStatus 0: it saw finished).
     CUpdaterSession::Result run(const QVector<UpdaterRequest>& requests, const QString& program = kUpdater,
                                 bool clockKey = false)
     {
@@ -76,18 +67,11 @@ protected:
         error = session.errorString();
         key = session.key();
         pid = session.updaterPid();
-        exitStatus = pid > 0 ? exitStatusOf(pid) : -1;
+        int status = 0;
+        while (pid > 0 && ::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+        }
+        exitStatus = pid <= 0 ? -1 : WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
         return result;
-    }
-
-    // Every file below the backup folder with the given name.
-    QStringList backupsOf(const QString& name) const
-    {
-        QStringList found;
-        for (const QString& file : filesBelow(backup))
-            if (QFileInfo(file).fileName() == name)
-                found << backup + "/" + file;
-        return found;
     }
 
     QTemporaryDir root;
@@ -98,161 +82,149 @@ protected:
     CUpdaterSession* running = nullptr;  // during run(), for hooks that act on the session
     std::vector<int> served, errors;     // index and answer of each served request
     QString error, key;
-    int pid = 0, exitStatus = -1;        // exitStatus 0: the updater saw finished
+    int pid = 0, exitStatus = -1;
 };
 
 }  // namespace
 
-TEST_F(HandOver, ThreeFilesOneAfterAnotherThenFinished)
+// Files one after another, each in place before the next request is
+// written, a configuration copy into a folder it makes, then finished; only
+// the replaced file is backed up, and the segment goes with the session.
+TEST_F(HandOver, FilesOneAfterAnotherAConfigurationCopyThenFinished)
 {
-    std::vector<QString> events;
-    int minimum = -1, maximum = -1;
-    hooks.range = [&](int low, int high) { minimum = low; maximum = high; };
-    hooks.prepare = [&](int index, UpdaterRequest&) {
-        // The previous file is in place before the next request is written.
-        QString event = QString("write %1").arg(index);
-        if (index > 0)
-            event += QFile::exists(dest + "/" + QFileInfo(threeFiles()[index - 1].source).fileName())
-                ? " after previous installed" : " BEFORE previous installed";
-        events.push_back(event);
+    ASSERT_TRUE(writeFile(root.filePath("config/Main.ini"), "[Main]\nname=1\n"));
+    QVector<UpdaterRequest> requests = threeFiles();
+    requests.append({"named by prepare", root.filePath("copies/Config"), true});
+    const auto installed = [&] {  // files of dest that hold their new content
+        int count = 0;
+        for (const QString& name : filesBelow(dest))
+            count += fileContent(dest + "/" + name).startsWith("new ") ? 1 : 0;
+        return count;
+    };
+    QStringList events;
+    hooks.range = [&](int low, int high) { events << QString("range %1-%2").arg(low).arg(high); };
+    hooks.prepare = [&](int index, UpdaterRequest& request) {
+        if (index == 3)
+            request.source = root.filePath("config/Main.ini");  // a request may be changed
+        events << QString("write %1, %2 in place").arg(index).arg(installed());
         return CUpdaterSession::Send;
     };
-    hooks.served = [&](int index, int error) { events.push_back(QString("served %1 error %2").arg(index).arg(error)); };
+    hooks.served = [&](int index, int error) { events << QString("served %1: %2").arg(index).arg(error); };
 
-    ASSERT_EQ(CUpdaterSession::Finished, run(threeFiles())) << qPrintable(error);
+    ASSERT_EQ(CUpdaterSession::Finished, run(requests)) << qPrintable(error);
     EXPECT_EQ(0, exitStatus);
-    const std::vector<QString> expected = {
-        "write 0", "served 0 error 0", "write 1 after previous installed", "served 1 error 0",
-        "write 2 after previous installed", "served 2 error 0"};
-    EXPECT_EQ(expected, events);
-    EXPECT_EQ(0, minimum);
-    EXPECT_EQ(3, maximum);
-
+    EXPECT_EQ(QStringList({"range 0-4", "write 0, 0 in place", "served 0: 0", "write 1, 1 in place", "served 1: 0",
+                           "write 2, 2 in place", "served 2: 0", "write 3, 3 in place", "served 3: 0"}),
+              events);
     EXPECT_EQ(QStringList({"a.so", "b.so", "c.so", "kept.so"}), filesBelow(dest));
     for (const char* name : {"a.so", "b.so", "c.so"})
         EXPECT_EQ(QByteArray("new ") + name, fileContent(dest + "/" + name));
     EXPECT_EQ(QByteArray("untouched"), fileContent(dest + "/kept.so"));
-
-    // Only the replaced file has a backup, and it holds the old content.
-    const QStringList bBackups = backupsOf("b.so");
-    ASSERT_EQ(1, bBackups.size());
-    EXPECT_EQ(QByteArray("old b.so"), fileContent(bBackups[0]));
-    EXPECT_TRUE(backupsOf("a.so").isEmpty());
+    EXPECT_EQ(QByteArray("[Main]\nname=1\n"), fileContent(root.filePath("copies/Config/Main.ini")));
+    const QStringList backups = filesBelow(backup);  // the replaced file, then the updater's log
+    ASSERT_EQ(QStringList({backups.value(0), "updater.log"}), backups);
+    EXPECT_TRUE(backups[0].endsWith(dest + "/b.so")) << qPrintable(backups[0]);
+    EXPECT_EQ(QByteArray("old b.so"), fileContent(backup + "/" + backups[0]));
 
     const QByteArray log = fileContent(backup + "/updater.log");
     EXPECT_TRUE(log.contains("ready on segment " + key.toLatin1()));
-    EXPECT_EQ(3, log.count("installed "));
-    EXPECT_TRUE(log.contains("finished after 3 requests"));
-    // The segment went with the session.
+    EXPECT_EQ(4, log.count("installed "));
+    EXPECT_TRUE(log.contains("finished after 4 requests"));
     QSharedMemory probe(key);
     EXPECT_FALSE(probe.attach());
 }
 
+// The key is made from the clock; when another hand-over started this
+// second (and the next two, should the clock tick meanwhile) holds its
+// segment, the key moves on.
 TEST_F(HandOver, TheDefaultKeyComesFromTheClockAndMovesOnWhenInUse)
 {
-    ASSERT_EQ(CUpdaterSession::Finished, run({{download + "/a.so", dest, false}}, kUpdater, true)) << qPrintable(error);
-    EXPECT_TRUE(QRegularExpression("^org\\.velmora\\.sharedmemory-\\d{10}$").match(key).hasMatch())
-        << qPrintable(key);
-    EXPECT_EQ(0, exitStatus);
-    EXPECT_EQ(QByteArray("new a.so"), fileContent(dest + "/a.so"));
-
-    // Another hand-over started this second (and the next two, should the
-    // clock tick meanwhile) holds its segment.
     const qint64 now = qint64(std::time(nullptr));
     std::vector<std::unique_ptr<QSharedMemory>> held;
-    QStringList heldKeys;
     for (qint64 second = now; second <= now + 2; ++second) {
         held.push_back(std::make_unique<QSharedMemory>(updaterSegmentKey(second)));
         ASSERT_TRUE(held.back()->create(16)) << qPrintable(held.back()->errorString());
-        heldKeys << updaterSegmentKey(second);
     }
     ASSERT_EQ(CUpdaterSession::Finished, run({{download + "/b.so", dest, false}}, kUpdater, true)) << qPrintable(error);
-    EXPECT_FALSE(heldKeys.contains(key)) << qPrintable(key);
+    const qint64 second = key.mid(key.lastIndexOf('-') + 1).toLongLong();
+    EXPECT_EQ(updaterSegmentKey(second), key);
+    EXPECT_TRUE(second > now + 2 && second <= now + 3 + CUpdaterSession::kKeyAttempts) << qPrintable(key);
+    EXPECT_EQ(0, exitStatus);
     EXPECT_EQ(QByteArray("new b.so"), fileContent(dest + "/b.so"));
 }
 
-TEST_F(HandOver, AConfigurationCopyRequestGoesIntoAFolderItMakes)
-{
-    ASSERT_TRUE(writeFile(root.filePath("config/Main.ini"), "[Main]\nname=1\n"));
-    const QString configCopies = root.filePath("copies/Config");
-    ASSERT_EQ(CUpdaterSession::Finished, run({{root.filePath("config/Main.ini"), configCopies, true}}))
-        << qPrintable(error);
-    EXPECT_EQ(0, exitStatus);
-    EXPECT_EQ(QByteArray("[Main]\nname=1\n"), fileContent(configCopies + "/Main.ini"));
-}
+namespace {
 
-TEST_F(HandOver, AMissingUpdaterIsAClearFailureThatChangesNothing)
-{
-    const QStringList before = filesBelow(root.path());
-    const QString absent = root.filePath("bin/updater");
-    EXPECT_EQ(CUpdaterSession::ProgramMissing, run(threeFiles(), absent));
-    EXPECT_TRUE(error.contains(absent)) << qPrintable(error);
-    EXPECT_EQ(0, pid);
-    EXPECT_EQ(before, filesBelow(root.path()));
-    EXPECT_FALSE(QFileInfo::exists(backup));
-    QSharedMemory probe(key);
-    EXPECT_FALSE(probe.attach());
-}
+// What happens during a hand-over of a.so, b.so and c.so.
+enum Event { Nothing, KillAtSecond, StopAfterFirst, SkipSecond, FailSecond };
 
-TEST_F(HandOver, AProgramThatNeverAnswersIsNotWaitedForForever)
-{
-    // /bin/true ends at once without ever marking itself ready.
-    EXPECT_EQ(CUpdaterSession::UpdaterLost, run(threeFiles(), "/bin/true"));
-    EXPECT_TRUE(error.contains("before it was ready")) << qPrintable(error);
-    EXPECT_EQ(QByteArray("old b.so"), fileContent(dest + "/b.so"));
-}
+struct EarlyEnd {
+    const char* name;
+    const char* program;  // null: the updater
+    Event event;
+    CUpdaterSession::Result result;
+    const char* errorText;  // in errorString(); null: no error
+    std::vector<int> served;
+    int exitStatus;  // 0: the updater saw finished; -1: none started
+};
 
-TEST_F(HandOver, AnUpdaterKilledMidRunDoesNotHangTheModule)
+}  // namespace
+
+class HandOverEnds : public HandOver, public ::testing::WithParamInterface<EarlyEnd> {};
+
+// However a hand-over ends, the module does not hang, and the files it did
+// not hand over (b.so, and c.so unless only b.so was skipped) stay as they were.
+TEST_P(HandOverEnds, LeavesTheFilesItDidNotHandOverAsTheyWere)
 {
-    hooks.prepare = [this](int index, UpdaterRequest&) {
-        if (index == 1 && running->updaterPid() > 0)
+    const EarlyEnd& c = GetParam();
+    const QString program = c.program ? QString(c.program) : kUpdater;
+    hooks.prepare = [this, &c](int index, UpdaterRequest&) {
+        if (c.event == KillAtSecond && index == 1 && running->updaterPid() > 0)
             ::kill(running->updaterPid(), SIGKILL);
+        if (index == 1 && (c.event == SkipSecond || c.event == FailSecond))
+            return c.event == SkipSecond ? CUpdaterSession::Skip : CUpdaterSession::Fail;
         return CUpdaterSession::Send;
     };
-    EXPECT_EQ(CUpdaterSession::UpdaterLost, run(threeFiles()));
-    EXPECT_TRUE(error.contains("b.so")) << qPrintable(error);
-    EXPECT_EQ(128 + SIGKILL, exitStatus);
-    EXPECT_EQ(std::vector<int>{0}, served);
-    // The first file is in; the second was never touched.
-    EXPECT_EQ(QStringList({"a.so", "b.so", "kept.so"}), filesBelow(dest));
+    if (c.event == StopAfterFirst)
+        hooks.served = [this](int index, int) {
+            served.push_back(index);
+            running->requestStop();
+        };
+    const QStringList before = filesBelow(root.path());
+
+    EXPECT_EQ(c.result, run(threeFiles(), program));
+    EXPECT_TRUE(c.errorText ? error.contains(c.errorText) : error.isEmpty()) << qPrintable(error);
+    EXPECT_EQ(c.served, served);
+    EXPECT_EQ(c.exitStatus, exitStatus);
+    EXPECT_EQ(c.exitStatus >= 0, QFileInfo::exists(backup));  // made only for an updater that starts
     EXPECT_EQ(QByteArray("old b.so"), fileContent(dest + "/b.so"));
+    if (c.served.empty()) {
+        EXPECT_EQ(before, filesBelow(root.path()));
+    } else {
+        EXPECT_EQ(QByteArray("new a.so"), fileContent(dest + "/a.so"));
+        EXPECT_EQ(c.served.size() == 2 ? QStringList({"a.so", "b.so", "c.so", "kept.so"})
+                                       : QStringList({"a.so", "b.so", "kept.so"}),
+                  filesBelow(dest));
+    }
+    if (c.served.size() == 2) {
+        EXPECT_EQ(QByteArray("new c.so"), fileContent(dest + "/c.so"));
+    }
 }
 
-TEST_F(HandOver, StopTakesEffectBetweenFiles)
-{
-    hooks.served = [this](int index, int) {
-        served.push_back(index);
-        running->requestStop();
-    };
-    EXPECT_EQ(CUpdaterSession::Cancelled, run(threeFiles()));
-    EXPECT_EQ(0, exitStatus);
-    EXPECT_EQ(std::vector<int>{0}, served);
-    EXPECT_EQ(QStringList({"a.so", "b.so", "kept.so"}), filesBelow(dest));
-    EXPECT_EQ(QByteArray("old b.so"), fileContent(dest + "/b.so"));
-}
-
-TEST_F(HandOver, PrepareMaySkipAFileOrFailTheWholeHandOver)
-{
-    hooks.prepare = [](int index, UpdaterRequest&) {
-        return index == 1 ? CUpdaterSession::Skip : CUpdaterSession::Send;
-    };
-    ASSERT_EQ(CUpdaterSession::Finished, run(threeFiles()));
-    EXPECT_EQ(0, exitStatus);
-    EXPECT_EQ(std::vector<int>({0, 2}), served);
-    EXPECT_EQ(QByteArray("old b.so"), fileContent(dest + "/b.so"));
-    EXPECT_EQ(QByteArray("new c.so"), fileContent(dest + "/c.so"));
-
-    served.clear();
-    hooks.prepare = [](int index, UpdaterRequest& request) {
-        request.source.replace("a.so", "c.so");  // a request may be changed, too
-        return index == 1 ? CUpdaterSession::Fail : CUpdaterSession::Send;
-    };
-    ASSERT_TRUE(writeFile(download + "/c.so", "newer c.so"));
-    EXPECT_EQ(CUpdaterSession::RequestFailed, run(threeFiles()));
-    EXPECT_EQ(0, exitStatus);  // told to finish
-    EXPECT_EQ(std::vector<int>{0}, served);
-    EXPECT_EQ(QByteArray("newer c.so"), fileContent(dest + "/c.so"));
-}
+INSTANTIATE_TEST_SUITE_P(
+    Ways, HandOverEnds,
+    ::testing::Values(
+        // Looked for before anything is made or started.
+        EarlyEnd{"ProgramMissing", "/nonexistent/bin/updater", Nothing, CUpdaterSession::ProgramMissing,
+                 "/nonexistent/bin/updater", {}, -1},
+        // Ends at once without ever marking itself ready.
+        EarlyEnd{"NeverReady", "/bin/true", Nothing, CUpdaterSession::UpdaterLost, "before it was ready", {}, 0},
+        EarlyEnd{"KilledMidRun", nullptr, KillAtSecond, CUpdaterSession::UpdaterLost, "b.so", {0}, 128 + SIGKILL},
+        EarlyEnd{"StoppedBetweenFiles", nullptr, StopAfterFirst, CUpdaterSession::Cancelled, nullptr, {0}, 0},
+        EarlyEnd{"SecondSkipped", nullptr, SkipSecond, CUpdaterSession::Finished, nullptr, {0, 2}, 0},
+        // Told to finish.
+        EarlyEnd{"SecondRefused", nullptr, FailSecond, CUpdaterSession::RequestFailed, "Request 1", {0}, 0}),
+    [](const ::testing::TestParamInfo<EarlyEnd>& info) { return std::string(info.param.name); });
 
 TEST_F(HandOver, BadRequestsAreAnsweredWithAnErrorAndLoseNothing)
 {
@@ -266,8 +238,9 @@ TEST_F(HandOver, BadRequestsAreAnsweredWithAnErrorAndLoseNothing)
     EXPECT_EQ(std::vector<int>({ENOENT, ENAMETOOLONG, ENOENT, 0}), errors);
     EXPECT_FALSE(QFileInfo::exists(root.filePath("no")));
     EXPECT_EQ(QStringList({"b.so", "kept.so"}), filesBelow(dest));
-    ASSERT_EQ(1, backupsOf("b.so").size());
-    EXPECT_EQ(QByteArray("old b.so"), fileContent(backupsOf("b.so")[0]));
+    const QStringList backups = filesBelow(backup);  // the replaced file, then the updater's log
+    ASSERT_EQ(QStringList({backups.value(0), "updater.log"}), backups);
+    EXPECT_EQ(QByteArray("old b.so"), fileContent(backup + "/" + backups[0]));
     EXPECT_EQ(3, fileContent(backup + "/updater.log").count("failed: "));
 }
 

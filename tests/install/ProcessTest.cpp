@@ -1,6 +1,7 @@
 // The process class that launches the updater, and the waits around it.
 #include <cerrno>
 #include <chrono>
+#include <memory>
 
 #include <signal.h>
 #include <sys/wait.h>
@@ -111,48 +112,59 @@ TEST(WaitProcess, WaitsOnlyTheRemainderOfTenMilliseconds)
     EXPECT_FALSE(WaitProcess(child, 3, true));
 }
 
-TEST(VmProcess, PassesProgramAndArgumentsAsTheyAreAndNotesTheLaunch)
+// The quotes and the blank reach the child unchanged (no shell between the
+// module and the updater); a program that cannot be run shows only in the
+// child's exit status, and the launch is noted all the same.
+TEST(VmProcess, PassesArgumentsAsTheyAreAndAMissingProgramShowsOnlyInItsExitStatus)
 {
     QTemporaryDir dir;
     ASSERT_TRUE(dir.isValid());
     const QString out = dir.filePath("args.txt");
     const int startsBefore = countStartLines();
-
-    CVmProcess process(true);
-    EXPECT_EQ(0, process.pid());
-    // The quotes and the blank must reach the child unchanged: no shell
-    // between the module and the updater.
-    process.start("/bin/sh", {"-c", "printf '%s|' \"$0\" \"$1\" > \"$2\"", "\"quoted arg\"", "$HOME",
-                              out});
-    ASSERT_GT(process.pid(), 0);
-    EXPECT_EQ(0, process.error());
-    EXPECT_EQ(0, WEXITSTATUS(reap(process.pid())));
-
+    const struct {
+        QString program;
+        QStringList arguments;
+        int exitStatus;
+    } cases[] = {{"/bin/sh", {"-c", "printf '%s|' \"$0\" \"$1\" > \"$2\"", "\"quoted arg\"", "$HOME", out}, 0},
+                 {"/nonexistent/updater", {"-u", "\"x\"", "key"}, 1}};
+    for (const auto& c : cases) {
+        CVmProcess process(true);
+        EXPECT_EQ(0, process.pid());
+        process.start(c.program, c.arguments);
+        ASSERT_GT(process.pid(), 0);
+        EXPECT_EQ(0, process.error());
+        const int status = reap(process.pid());
+        ASSERT_TRUE(WIFEXITED(status));
+        EXPECT_EQ(c.exitStatus, WEXITSTATUS(status)) << qPrintable(c.program);
+    }
     QFile file(out);
     ASSERT_TRUE(file.open(QIODevice::ReadOnly));
     EXPECT_EQ(QByteArray("\"quoted arg\"|$HOME|"), file.readAll());
-    EXPECT_GT(countStartLines(), startsBefore);
-    EXPECT_EQ(0, process.exitCode());
+    EXPECT_GE(countStartLines(), startsBefore + 2);
 }
 
-TEST(VmProcess, StartsOnceWaitsBrieflyAndNeverReportsFailure)
+// Before a start nothing is signalled (with pid 0, kill(2) would signal the
+// whole process group, this test program included). The child is started
+// once; the waits succeed at once whatever it does, and the object's end
+// leaves it running.
+TEST(VmProcess, SignalsNothingBeforeAStartStartsOnceAndLeavesTheChildRunning)
 {
-    CVmProcess process(false);
-    process.start("/bin/sh", {"-c", "exec sleep 600"});
-    const int pid = process.pid();
+    auto process = std::make_unique<CVmProcess>(false, nullptr);
+    process->kill();
+    process->terminate();
+    EXPECT_TRUE(process->waitForFinished(5));
+    EXPECT_EQ(0, process->pid());
+
+    process->start("/bin/sh", {"-c", "exec sleep 600"});
+    const int pid = process->pid();
     ASSERT_GT(pid, 0);
-
-    process.start("/bin/true", {});
-    EXPECT_EQ(pid, process.pid());
-
-    EXPECT_TRUE(process.waitForStarted(30000));
-    // The child sleeps for minutes; the wait still succeeds at once.
-    EXPECT_TRUE(process.waitForFinished(1000));
+    process->start("/bin/true", {});
+    EXPECT_EQ(pid, process->pid());
+    EXPECT_TRUE(process->waitForStarted(30000));
+    EXPECT_TRUE(process->waitForFinished(1000));
+    process.reset();
     EXPECT_TRUE(IsProcessRunning(pid));
-    EXPECT_EQ(0, process.error());
-    EXPECT_TRUE(process.errorString().isEmpty());
-
-    process.terminate();
+    ::kill(pid, SIGKILL);
     reap(pid);
 }
 
@@ -169,40 +181,4 @@ TEST(VmProcess, KillSendsSigtermAndTerminateSigkill)
         ASSERT_TRUE(WIFSIGNALED(status));
         EXPECT_EQ(signal, WTERMSIG(status));
     }
-}
-
-TEST(VmProcess, SignalsNothingBeforeAStart)
-{
-    // With pid 0, kill(2) would signal the whole process group, this test
-    // program included.
-    CVmProcess process(true);
-    process.kill();
-    process.terminate();
-    EXPECT_TRUE(process.waitForFinished(5));
-    EXPECT_EQ(0, process.pid());
-}
-
-TEST(VmProcess, AMissingProgramShowsOnlyInTheChildsExitStatus)
-{
-    CVmProcess process(true);
-    process.start("/nonexistent/updater", {"-u", "\"x\"", "key"});
-    ASSERT_GT(process.pid(), 0);
-    EXPECT_EQ(0, process.error());
-    const int status = reap(process.pid());
-    ASSERT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(1, WEXITSTATUS(status));
-    EXPECT_EQ(0, process.exitCode());
-}
-
-TEST(VmProcess, DestroyingTheObjectLeavesTheChildRunning)
-{
-    auto* process = new CVmProcess(true, nullptr);
-    EXPECT_EQ(nullptr, process->parent());
-    process->start("/bin/sh", {"-c", "exec sleep 600"});
-    const int pid = process->pid();
-    delete process;
-    ASSERT_GT(pid, 0);
-    EXPECT_TRUE(IsProcessRunning(pid));
-    ::kill(pid, SIGKILL);
-    reap(pid);
 }

@@ -16,10 +16,7 @@
 
 namespace {
 
-struct Recorded {
-    QByteArray localPath;
-    int state;
-};
+const QString kData = DM_SOURCE_DIR "/tests/install/data/";
 
 void writeGzip(const QString& path, const QByteArray& content)
 {
@@ -40,10 +37,10 @@ QByteArray randomBytes(int size, quint32 seed)
     return bytes;
 }
 
-dlModule recordFor(const QString& path)
+dlModule recordFor(const QString& path, const char* name = "quotes.so")
 {
     dlModule module = emptyDlModule();
-    setDlText(module.name, "quotes.so");
+    setDlText(module.name, name);
     setDlText(module.localPath, path.toLocal8Bit());
     module.state = dlStateToFetch;
     return module;
@@ -52,7 +49,7 @@ dlModule recordFor(const QString& path)
 class Unpack : public ::testing::Test {
 protected:
     QTemporaryDir dir;
-    std::vector<Recorded> recorded;
+    std::vector<std::pair<QByteArray, int>> recorded;  // local path and state
     UnpackedRecorder recorder = [this](const dlModule& module, int state) {
         recorded.push_back({dlText(module.localPath), state});
     };
@@ -60,33 +57,53 @@ protected:
     QString path(const QString& name) const { return dir.filePath(name); }
 };
 
-}  // namespace
-
-class UnpackSuffix : public Unpack, public ::testing::WithParamInterface<const char*> {
+struct Unpacked {
+    const char* name;
+    const char* file;
+    QByteArray content;
+    QByteArray olderOutput;  // an unpacked file of the same name already there; null: none
 };
 
-TEST_P(UnpackSuffix, ReplacesTheCompressedFileByTheNameLessItsSuffix)
+}  // namespace
+
+class UnpackGood : public Unpack, public ::testing::WithParamInterface<Unpacked> {};
+
+// The compressed file is replaced by its content under the name less its
+// suffix (in any case); the record's path follows and its state is recorded
+// as fetched, the rest of the record is left as it was.
+TEST_P(UnpackGood, ReplacesTheCompressedFileByTheNameLessItsSuffix)
 {
-    const QString compressed = path(QString("quotes.so.") + GetParam());
-    // Several buffers' worth and an odd tail, so every round of the copy counts.
-    const QByteArray content = randomBytes(3 * kUnpackBufferSize + 123, 1);
-    writeGzip(compressed, content);
+    const Unpacked& c = GetParam();
+    const QString compressed = path(c.file);
+    const QString unpacked = compressed.left(compressed.size() - 3);
+    if (!c.olderOutput.isNull()) {
+        ASSERT_TRUE(writeFile(unpacked, c.olderOutput));
+    }
+    writeGzip(compressed, c.content);
     dlModule module = recordFor(compressed);
 
     ASSERT_TRUE(unzipDownloadedModule(module, recorder));
 
     EXPECT_FALSE(QFile::exists(compressed));
-    EXPECT_EQ(content, fileContent(path("quotes.so")));
-    EXPECT_EQ(path("quotes.so").toLocal8Bit(), dlText(module.localPath));
-    ASSERT_EQ(1u, recorded.size());
-    EXPECT_EQ(path("quotes.so").toLocal8Bit(), recorded[0].localPath);
-    EXPECT_EQ(dlStateFetched, recorded[0].state);
-    // The rest of the record is left as it was.
+    EXPECT_TRUE(fileContent(unpacked) == c.content);
+    EXPECT_EQ(unpacked.toLocal8Bit(), dlText(module.localPath));
+    EXPECT_EQ((std::vector<std::pair<QByteArray, int>>{{unpacked.toLocal8Bit(), dlStateFetched}}), recorded);
     EXPECT_EQ(QByteArray("quotes.so"), dlText(module.name));
     EXPECT_EQ(dlStateToFetch, module.state);
 }
 
-INSTANTIATE_TEST_SUITE_P(AnyCase, UnpackSuffix, ::testing::Values("gz", "GZ", "Gz"));
+INSTANTIATE_TEST_SUITE_P(
+    Files, UnpackGood,
+    ::testing::Values(
+        // Several buffers' worth and an odd tail, so every round of the copy counts.
+        Unpacked{"SeveralBuffers", "quotes.so.gz", randomBytes(3 * kUnpackBufferSize + 123, 1), QByteArray()},
+        Unpacked{"UpperCaseSuffix", "quotes.so.GZ", "upper", QByteArray()},
+        Unpacked{"MixedCaseSuffix", "quotes.so.Gz", "mixed", QByteArray()},
+        // The end of the stream falls on the end of a buffer.
+        Unpacked{"ExactlyOneBuffer", "exact.dat.gz", randomBytes(kUnpackBufferSize, 2), QByteArray()},
+        Unpacked{"EmptyStream", "empty.dat.gz", QByteArray(""), QByteArray()},
+        Unpacked{"OverAnOlderFile", "quotes.so.gz", "new", QByteArray(100000, 'o')}),
+    [](const ::testing::TestParamInfo<Unpacked>& info) { return std::string(info.param.name); });
 
 TEST_F(Unpack, LeavesFilesWithoutTheSuffixAndMissingFilesAlone)
 {
@@ -105,40 +122,6 @@ TEST_F(Unpack, LeavesFilesWithoutTheSuffixAndMissingFilesAlone)
     EXPECT_FALSE(QFile::exists(path("absent")));
     EXPECT_TRUE(recorded.empty());
     EXPECT_EQ(4u, QDir(dir.path()).entryList(QDir::Files).size());
-}
-
-TEST_F(Unpack, AnEmptyStreamGivesAnEmptyFile)
-{
-    writeGzip(path("empty.dat.gz"), QByteArray());
-    dlModule module = recordFor(path("empty.dat.gz"));
-
-    ASSERT_TRUE(unzipDownloadedModule(module, recorder));
-    EXPECT_EQ(QByteArray(), fileContent(path("empty.dat")));
-    EXPECT_FALSE(QFile::exists(path("empty.dat.gz")));
-    EXPECT_EQ(1u, recorded.size());
-}
-
-TEST_F(Unpack, OverwritesAnOlderUnpackedFileOfTheSameName)
-{
-    ASSERT_TRUE(writeFile(path("quotes.so"), QByteArray(100000, 'o')));
-    writeGzip(path("quotes.so.gz"), "new");
-    dlModule module = recordFor(path("quotes.so.gz"));
-
-    ASSERT_TRUE(unzipDownloadedModule(module, recorder));
-    EXPECT_EQ(QByteArray("new"), fileContent(path("quotes.so")));
-}
-
-TEST_F(Unpack, AnOutputThatCannotBeOpenedChangesNothing)
-{
-    // A folder stands where the unpacked file would go.
-    ASSERT_TRUE(QDir(dir.path()).mkdir("quotes.so"));
-    writeGzip(path("quotes.so.gz"), "payload");
-    dlModule module = recordFor(path("quotes.so.gz"));
-
-    EXPECT_FALSE(unzipDownloadedModule(module, recorder));
-    EXPECT_TRUE(QFile::exists(path("quotes.so.gz")));
-    EXPECT_EQ(path("quotes.so.gz").toLocal8Bit(), dlText(module.localPath));
-    EXPECT_TRUE(recorded.empty());
 }
 
 TEST_F(Unpack, PathsAtTheBoundOfTheRecordField)
@@ -165,62 +148,46 @@ TEST_F(Unpack, PathsAtTheBoundOfTheRecordField)
     EXPECT_EQ(QByteArray("field full"), fileContent(full.left(252)));
 }
 
-class UnpackBrokenStream : public Unpack, public ::testing::WithParamInterface<const char*> {
-};
+class UnpackFails : public Unpack, public ::testing::WithParamInterface<const char*> {};
 
-TEST_P(UnpackBrokenStream, FailsAndKeepsTheCompressedFileAndTheRecord)
+// A broken stream, or an output that cannot be opened (a folder in its way),
+// fails and keeps the compressed file and the record; what was unpacked
+// before the break stays in the partial output.
+TEST_P(UnpackFails, KeepsTheCompressedFileAndTheRecord)
 {
     const QString compressed = path("quotes.so.gz");
-    ASSERT_TRUE(QFile::copy(QString(DM_SOURCE_DIR "/tests/install/data/") + GetParam(), compressed));
+    if (QString(GetParam()) == "folder in the way") {
+        ASSERT_TRUE(QDir(dir.path()).mkdir("quotes.so"));
+        writeGzip(compressed, "payload");
+    } else {
+        ASSERT_TRUE(QFile::copy(kData + GetParam(), compressed));
+    }
     const QByteArray before = fileContent(compressed);
     dlModule module = recordFor(compressed);
 
     EXPECT_FALSE(unzipDownloadedModule(module, recorder));
 
     EXPECT_EQ(before, fileContent(compressed));
-    EXPECT_TRUE(QFile::exists(path("quotes.so")));  // the partial output stays
+    EXPECT_TRUE(QFile::exists(path("quotes.so")));
     EXPECT_EQ(compressed.toLocal8Bit(), dlText(module.localPath));
     EXPECT_TRUE(recorded.empty());
+    if (QString(GetParam()) == "gzip-truncated-mid-stream.gz") {
+        EXPECT_TRUE(fileContent(path("quotes.so")).startsWith("line 00000 of a module"));
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(DataFiles, UnpackBrokenStream,
+INSTANTIATE_TEST_SUITE_P(DataFiles, UnpackFails,
                          ::testing::Values("gzip-truncated-mid-stream.gz", "gzip-truncated-trailer.gz",
-                                           "gzip-bad-crc.gz", "gzip-corrupt-deflate-data.gz"));
-
-TEST_F(Unpack, DecompressModuleReportsEndOfStreamAndReadFailure)
-{
-    const QByteArray content = randomBytes(kUnpackBufferSize, 2);
-    writeGzip(path("exact.gz"), content);
-    gzFile gz = gzopen(QFile::encodeName(path("exact.gz")).constData(), "rb");
-    ASSERT_NE(nullptr, gz);
-    FILE* out = std::fopen(QFile::encodeName(path("exact")).constData(), "w+b");
-    ASSERT_NE(nullptr, out);
-    EXPECT_EQ(0, decompressModule(gz, out));
-    gzclose(gz);
-    std::fclose(out);
-    EXPECT_EQ(content, fileContent(path("exact")));
-
-    gz = gzopen(DM_SOURCE_DIR "/tests/install/data/gzip-truncated-mid-stream.gz", "rb");
-    ASSERT_NE(nullptr, gz);
-    out = std::fopen(QFile::encodeName(path("partial")).constData(), "w+b");
-    ASSERT_NE(nullptr, out);
-    EXPECT_EQ(-1, decompressModule(gz, out));
-    gzclose(gz);
-    std::fclose(out);
-    // What came before the cut was written out.
-    EXPECT_TRUE(fileContent(path("partial")).startsWith("line 00000 of a module"));
-}
+                                           "gzip-bad-crc.gz", "gzip-corrupt-deflate-data.gz", "folder in the way"));
 
 TEST_F(Unpack, TheStateFileRecordsTheUnpackedFileOnlyOnSuccess)
 {
     StoreTestHost host;
     CSaveParamDownload saveParam(path("state"));
     writeGzip(path("good.so.gz"), "good");
-    ASSERT_TRUE(QFile::copy(DM_SOURCE_DIR "/tests/install/data/gzip-truncated-mid-stream.gz", path("cut.so.gz")));
-    dlModule good = recordFor(path("good.so.gz"));
-    setDlText(good.name, "good.so");
-    dlModule cut = recordFor(path("cut.so.gz"));
-    setDlText(cut.name, "cut.so");
+    ASSERT_TRUE(QFile::copy(kData + "gzip-truncated-mid-stream.gz", path("cut.so.gz")));
+    dlModule good = recordFor(path("good.so.gz"), "good.so");
+    dlModule cut = recordFor(path("cut.so.gz"), "cut.so");
     saveParam.createLastDownload(2);
     saveParam.saveLastDownloadModule(good, dlStateToFetch);
     saveParam.saveLastDownloadModule(cut, dlStateToFetch);

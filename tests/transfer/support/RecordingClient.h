@@ -5,7 +5,6 @@
 
 #include <QPair>
 #include <QString>
-#include <QStringList>
 #include <QVector>
 
 #include "module/DownloadModule.h"
@@ -36,25 +35,22 @@ public:
             module->GetProxyData(state);
     }
     bool hasWindow() override { return window; }
-    void showStatusMessage(const QString& text, int timeoutMs) override
-    {
-        statusMessages.append(qMakePair(text, timeoutMs));
-    }
+    void showStatusMessage(const QString& text, int timeoutMs) override { statusMessages.append({text, timeoutMs}); }
     void addBytesOnDisk(long bytes) override { bytesOnDisk.append(bytes); }
     void setProgress(int bytesRead) override { progress.append(bytesRead); }
-    void getSizeFile(long size) override { calls.append({QStringLiteral("getSizeFile"), QString(), size}); }
-    void parseFileTxt(QString file, int param) override { calls.append({QStringLiteral("parseFileTxt"), file, param}); }
-    void parseFileTxt1(QString file, int param) override { calls.append({QStringLiteral("parseFileTxt1"), file, param}); }
-    void parseFileTxt2(QString file, int param) override { calls.append({QStringLiteral("parseFileTxt2"), file, param}); }
-    void downloadModule(QString file, bool notFound) override
+    void getSizeFile(long size) override { record("getSizeFile", QString(), size); }
+    void parseFileTxt(QString file, int param) override { record("parseFileTxt", file, param); }
+    void parseFileTxt1(QString file, int param) override { record("parseFileTxt1", file, param); }
+    void parseFileTxt2(QString file, int param) override { record("parseFileTxt2", file, param); }
+    void downloadModule(QString file, bool notFound) override { record("downloadModule", file, notFound); }
+    void getNewModule(QString file) override { record("getNewModule", file, 0); }
+    void autoDownloadConfig(QString file) override { record("autoDownloadConfig", file, 0); }
+    void autoDownloadConfigDescr(QString file, int param) override { record("autoDownloadConfigDescr", file, param); }
+
+private:
+    void record(const char* name, const QString& file, long number)
     {
-        calls.append({QStringLiteral("downloadModule"), file, notFound ? 1 : 0});
-    }
-    void getNewModule(QString file) override { calls.append({QStringLiteral("getNewModule"), file, 0}); }
-    void autoDownloadConfig(QString file) override { calls.append({QStringLiteral("autoDownloadConfig"), file, 0}); }
-    void autoDownloadConfigDescr(QString file, int param) override
-    {
-        calls.append({QStringLiteral("autoDownloadConfigDescr"), file, param});
+        calls.append({QString::fromLatin1(name), file, number});
     }
 };
 

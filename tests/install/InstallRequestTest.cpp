@@ -1,0 +1,154 @@
+// What the module tells the updater: program path, key, command line, the
+// folder a file goes to (as the host's folders answer) and what a path longer
+// than its segment field does.
+#include <cstring>
+#include <set>
+#include <vector>
+
+#include <QByteArray>
+#include <gtest/gtest.h>
+
+#include "module/HostFolders.h"
+#include "support/TestHost.h"
+#include "update/InstallRequests.h"
+#include "update/UpdaterProtocol.h"
+#include "updater/UpdaterOptions.h"
+
+TEST(UpdaterProgram, FixedPathUnlessTheEnvironmentNamesAnother)
+{
+    const bool wasSet = qEnvironmentVariableIsSet(kUpdaterEnvironmentVariable);
+    const QByteArray saved = qgetenv(kUpdaterEnvironmentVariable);
+    qunsetenv(kUpdaterEnvironmentVariable);
+    EXPECT_EQ(QString("/usr/local/bin/updater"), GetPathToUpdaterProgram());
+    qputenv(kUpdaterEnvironmentVariable, "");
+    EXPECT_EQ(QString("/usr/local/bin/updater"), GetPathToUpdaterProgram());
+    qputenv(kUpdaterEnvironmentVariable, "/opt/test/updater");
+    EXPECT_EQ(QString("/opt/test/updater"), GetPathToUpdaterProgram());
+    if (wasSet)
+        qputenv(kUpdaterEnvironmentVariable, saved);
+    else
+        qunsetenv(kUpdaterEnvironmentVariable);
+}
+
+TEST(UpdaterCommandLine, KeyAndQuotedBase64BackupFolder)
+{
+    EXPECT_EQ(QString("org.velmora.sharedmemory-1763733302"), updaterSegmentKey(1763733302));
+    EXPECT_EQ(QStringList({"-u", "\"L2hvbWUvdHJhZGVyLy52ZWxtb3JhL2Rvd25sb2FkL0JhY2t1cA==\"",
+                           "org.velmora.sharedmemory-5"}),
+              updaterArguments("/home/trader/.velmora/download/Backup", "org.velmora.sharedmemory-5"));
+}
+
+// The updater reads back what the module writes (and the folder without its
+// quotes, as a shell in between would leave it); any other command line is
+// refused with a reason.
+TEST(UpdaterCommandLine, TheUpdaterReadsBackWhatTheModuleWritesAndRefusesTheRest)
+{
+    UpdaterOptions options;
+    QString error;
+    for (const QString& folder : {QString("/tmp/b"), QString("/tmp/with blank/and \"quote\""), QString(300, 'x')}) {
+        ASSERT_TRUE(parseUpdaterOptions(updaterArguments(folder, "k-1"), &options, &error)) << qPrintable(error);
+        EXPECT_EQ(folder, options.backupFolder);
+        EXPECT_EQ(QString("k-1"), options.key);
+    }
+    ASSERT_TRUE(parseUpdaterOptions({"-u", "L3RtcC9i", "k"}, &options, &error));
+    EXPECT_EQ(QString("/tmp/b"), options.backupFolder);
+
+    for (const QStringList& arguments : QList<QStringList>{{},
+                                                           {"-u", "\"L3RtcC9i\""},
+                                                           {"-x", "\"L3RtcC9i\"", "k"},
+                                                           {"-u", "\"not base64!\"", "k"},
+                                                           {"-u", "\"\"", "k"},
+                                                           {"-u", "\"L3RtcC9i\"", ""},
+                                                           {"-u", "\"L3RtcC9i\"", "k", "extra"}}) {
+        error.clear();
+        EXPECT_FALSE(parseUpdaterOptions(arguments, &options, &error)) << qPrintable(arguments.join(' '));
+        EXPECT_FALSE(error.isEmpty());
+    }
+}
+
+TEST(InstallFolder, HostFolderTypesAndTheDefaultFolderForTheRest)
+{
+    const std::set<int> hostTypes = {0,  1,  3,  4,  5,  6,  7,   8,   9,   10,  11,
+                                     20, 21, 22, 50, 51, 52, 100, 101, 102, 103, 157};
+    for (int type = -5; type <= 300; ++type)
+        EXPECT_EQ(hostTypes.count(type) ? type : 150, installFolderType(type)) << "type " << type;
+}
+
+TEST(InstallFolder, TypeTextReadsAsANumberButZeroOnlyWhenWrittenSo)
+{
+    const struct {
+        const char* text;
+        bool accepted;
+        int type;
+    } cases[] = {{"0", true, 0},   {"1", true, 1},     {"157", true, 157}, {"12", true, 12},
+                 {" 7", true, 7},  {"3abc", true, 3},  {"", false, 0},     {"abc", false, 0},
+                 {"00", false, 0}, {"0 ", false, 0},   {"-0", false, 0}};
+    for (const auto& c : cases) {
+        int type = -99;
+        EXPECT_EQ(c.accepted, parseInstallType(c.text, &type)) << '"' << c.text << '"';
+        EXPECT_EQ(c.type, type) << '"' << c.text << '"';
+    }
+}
+
+// The byte layout of a request, a configuration copy and finished is read
+// back at fixed offsets in tests/abi/RecordBytesTest.cpp; here, a path longer
+// than its field is cut at the field and leaves the next field alone, and
+// one that fills its field is read back without a terminator.
+TEST(SegmentRequest, PathsAreCutAtTheFieldWithoutTouchingTheNextField)
+{
+    umUpdateFile segment;
+    std::memset(&segment, 0xAA, sizeof segment);
+    const QString longSource = QString(1023, 's') + "TAIL";
+    writeInstallRequest(segment, longSource, "/d");
+    EXPECT_EQ(longSource.left(1024), segmentPath(segment.source));
+    EXPECT_EQ(QString("/d"), segmentPath(segment.destination));
+    EXPECT_EQ(std::vector<int>({0, 0, 0, 0}),
+              std::vector<int>({segment.done, segment.error, segment.finished, segment.copyConfiguration}));
+
+    writeInstallRequest(segment, "/s", QString(1024, 'd'));
+    EXPECT_EQ(QString(1024, 'd'), segmentPath(segment.destination));
+}
+
+// Which folder each type resolves to is checked type by type above; here,
+// that the host is asked for that folder (3128) and the request made of the
+// whole local path field, that a configuration file is left to the caller,
+// and that a type that is not a number, or a folder the host does not have,
+// refuses the record.
+TEST(InstallRouting, AFileGoesToTheHostsFolderOfItsResolvedType)
+{
+    TestHost host;
+    for (int type : {0, 150, 157})
+        host.folders[type] = QString("/host/folder%1").arg(type);
+    host.folders[1] = QString();
+    const auto folderOfType = [](int type) { return GetPathByFolderType(&TestHost::send, nullptr, VM_FOLDERS(type)); };
+    // A path that fills the field without a terminator is read within it.
+    const QByteArray fullPath = "/dl/" + QByteArray(251, 'm');
+    const struct {
+        const char* type;
+        InstallRoute route;
+        int askedType;  // of the host; -1: none asked
+        QString destination;
+    } cases[] = {{"157", InstallAsFile, 157, "/host/folder157"}, {"0", InstallAsFile, 0, "/host/folder0"},
+                 {"12abc", InstallAsFile, 150, "/host/folder150"}, {"2", InstallAsConfiguration, -1, "untouched"},
+                 {"00", InstallRefused, -1, "untouched"},         {"1", InstallRefused, 1, "untouched"}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.type);
+        dlModule record = emptyDlModule();
+        setDlText(record.type, c.type);
+        std::memcpy(record.localPath, fullPath.constData(), kDlTextSize);
+        UpdaterRequest request{"untouched", "untouched", true};
+        const std::size_t asked = host.withCode(3128).size();
+        EXPECT_EQ(c.route, routeInstallRequest(record, folderOfType, &request));
+        EXPECT_EQ(c.destination, request.destination);
+        EXPECT_EQ(c.route == InstallAsFile ? QString::fromLatin1(fullPath) : QString("untouched"), request.source);
+        EXPECT_EQ(c.route != InstallAsFile, request.copyConfiguration);
+        ASSERT_EQ(asked + (c.askedType < 0 ? 0 : 1), host.withCode(3128).size());
+        if (c.askedType >= 0) {
+            const QByteArray folder = host.withCode(3128).back().record;
+            EXPECT_EQ(c.askedType, value(reinterpret_cast<const coreFolder*>(folder.constData())->type));
+        }
+    }
+    const UpdaterRequest copy = configCopyRequest("/cfg/Main.ini", "/host/folder151");
+    EXPECT_EQ(QStringList({"/cfg/Main.ini", "/host/folder151/Config"}), QStringList({copy.source, copy.destination}));
+    EXPECT_TRUE(copy.copyConfiguration);
+}
