@@ -45,19 +45,27 @@ protected:
         qputenv("VELMORA_UPDATER", DM_UPDATER_PATH);
     }
 
-    // Starts a run of the ticked rows and answers what the dialog asks until
-    // installation has ended; the report's lines are kept.
-    int runAndInstall(CDownloadWidget* widget)
+    // Does what leads to installation and answers what the dialog asks until
+    // installation has ended (-2: it never did); the report's lines are kept.
+    template <class Start>
+    int installAfter(CDownloadWidget* widget, Start start)
     {
         int result = -2;
-        QObject::connect(widget, &CDownloadWidget::SignalInstallationEnded, widget,
-                         [&result](int r) { result = r; });
+        const QMetaObject::Connection ended = QObject::connect(
+            widget, &CDownloadWidget::SignalInstallationEnded, widget, [&result](int r) { result = r; });
         QTimer watcher;
         QObject::connect(&watcher, &QTimer::timeout, [this, widget] { answer(widget); });
         watcher.start(20);
-        widget->startControl()->click();
+        start();
         waitFor([&result] { return result != -2; });
+        QObject::disconnect(ended);
         return result;
+    }
+
+    // Starts a run of the ticked rows and installs what it fetched.
+    int runAndInstall(CDownloadWidget* widget)
+    {
+        return installAfter(widget, [widget] { widget->startControl()->click(); });
     }
 
     void answer(CDownloadWidget* widget)
@@ -250,16 +258,7 @@ TEST_F(Installation, TheConfigurationFileIsAnnouncedAndCopiedOrPassedOver)
         host->messages.clear();
         reportLines.clear();
         CDownloadWidget* widget = openDialog();
-        int result = -2;
-        QObject::connect(widget, &CDownloadWidget::SignalInstallationEnded, widget,
-                         [&result](int r) { result = r; });
-        QTimer watcher;
-        QObject::connect(&watcher, &QTimer::timeout, [this, widget] { answer(widget); });
-        watcher.start(20);
-        widget->continueDownload();
-        ASSERT_TRUE(waitFor([&result] { return result != -2; }));
-
-        EXPECT_EQ(1, result);
+        EXPECT_EQ(1, installAfter(widget, [widget] { widget->continueDownload(); }));
         EXPECT_TRUE(reportLines.join('\n').contains(QStringLiteral(" - standard.cfg          ver: 3.4.0")))
             << reportLines.join('\n').toStdString();
         EXPECT_EQ(0, CSaveParamDownload(host->downloadDir).getCountLastDownloadModule());
