@@ -15,6 +15,9 @@ namespace {
 
 const char kUserAgent[] = "DownloadHttp1.0.0 (1.0.0)";
 const char kCopyName[] = "copy.txt";
+// Unbuffered, so that a full disk shows at the write that failed, where the
+// connection can end the fetch, and not at a close nobody checks.
+constexpr QIODevice::OpenMode kBodyOpenMode = QIODevice::WriteOnly | QIODevice::Unbuffered;
 
 template <std::size_t N>
 QByteArray fieldText(const char (&field)[N])
@@ -62,14 +65,6 @@ ServerUrl CDownloadHttp::requestTarget(const QString& name, const ServerUrl::Opt
 
 // Each request gets a fresh connection; the superseded one is dropped once
 // the event loop is done with it.
-namespace {
-
-// Unbuffered, so that a full disk shows at the write that failed, where the
-// connection can end the fetch, and not at a close nobody checks.
-constexpr QIODevice::OpenMode kBodyOpenMode = QIODevice::WriteOnly | QIODevice::Unbuffered;
-
-}  // namespace
-
 void CDownloadHttp::newConnection()
 {
     if (http) {
