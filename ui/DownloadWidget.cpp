@@ -5,9 +5,7 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QDialog>
-#include <QDir>
 #include <QFile>
-#include <QFileInfo>
 #include <QGroupBox>
 #include <QIcon>
 #include <QLabel>
@@ -17,7 +15,6 @@
 #include <QPushButton>
 #include <QStatusBar>
 #include <QTabWidget>
-#include <QTextCodec>
 #include <QThread>
 #include <QTimer>
 #include <QTreeWidget>
@@ -35,37 +32,19 @@
 #include "ui/DlListViewItem.h"
 #include "ui/DownloadMessInfo.h"
 #include "ui/TextEdit.h"
-#include "update/ChosenModules.h"
-#include "update/ConfigListParser.h"
-#include "update/DownloadSettings.h"
+#include "update/AutoChoice.h"
+#include "update/DownloadRun.h"
 #include "update/FileToDl.h"
-#include "update/InstalledProducts.h"
-#include "update/ModuleListParser.h"
+#include "update/Installation.h"
+#include "update/ListChain.h"
 #include "update/SaveParamDownload.h"
-#include "update/UpdatePaths.h"
-#include "update/VersionRules.h"
+#include "update/UpdateWorkflow.h"
 
 namespace {
-
-const char kStateFileName[] = "download.rdd";
 
 CDownloadModule* module()
 {
     return GetModule<CDownloadModule>();
-}
-
-CHostLink moduleLink()
-{
-    CDownloadModule* owner = module();
-    return owner ? owner->hostLink() : CHostLink();
-}
-
-int sendToHost(void* target, unsigned int code, intptr_t param1, intptr_t param2)
-{
-    CDownloadModule* owner = module();
-    if (!owner || !owner->sendCallback())
-        return -1;
-    return owner->sendCallback()(target, code, param1, param2);
 }
 
 QString fieldText(const char (&field)[kDlTextSize])
@@ -85,25 +64,16 @@ void fillColumns(QTreeWidgetItem* item, const dlModule& record)
     item->setText(4, fieldText(record.version));
 }
 
-// The size of a file already complete on disk, taken off the run's total.
-int fileSizeOnDisk(const QString& path)
+bool isTicked(const QTreeWidgetItem* row)
 {
-    const QFileInfo info(path);
-    return info.exists() ? int(qMin<qint64>(info.size(), INT32_MAX)) : 0;
-}
-
-// A file on disk is complete only at the size the server reported for it; a
-// partial file (a paused or cut fetch) is resumed, and with no size reported
-// nothing on disk can be trusted.
-bool isCompleteOnDisk(const QString& path, long probedSize)
-{
-    return probedSize > 0 && !path.isEmpty() && QFileInfo(path).size() == probedSize;
+    return row && (row->flags() & Qt::ItemIsUserCheckable) && row->checkState(0) == Qt::Checked;
 }
 
 }  // namespace
 
 // ---------------------------------------------------------------------------
-// Construction: settings, folders and clients
+// Construction: the host is asked in the order it expects, the window's own
+// questions between the workflow's.
 
 CDownloadWidget::CDownloadWidget()
 {
@@ -111,25 +81,29 @@ CDownloadWidget::CDownloadWidget()
     connect(downloadManager, &Download::CDownloadManager::SignalDownloadFinished, this,
             &CDownloadWidget::SlotDownloadFinished);
 
-    askHostAtStart();
+    CDownloadModule* owner = module();
+    CUpdateWorkflow::Environment environment;
+    environment.link = owner ? owner->hostLink() : CHostLink();
+    environment.text = [this](const char* key) { return text(key); };
+    environment.proxyData = [](mwiProxyState& state) {
+        if (CDownloadModule* current = module())
+            current->GetProxyData(state);
+    };
+    environment.startOffline = owner && owner->isOffline();
+    environment.view = this;
+    environment.prompts = this;
+    workflow_ = std::make_unique<CUpdateWorkflow>(environment);
+    connect(workflow_.get(), &CUpdateWorkflow::SignalListsShown, this,
+            &CDownloadWidget::SignalListsShown);
+    connect(workflow_.get(), &CUpdateWorkflow::SignalInstallationStarts, this,
+            &CDownloadWidget::SignalInstallationStarts);
+    connect(workflow_.get(), &CUpdateWorkflow::SignalInstallationEnded, this,
+            &CDownloadWidget::SignalInstallationEnded);
 
-    configDescName = QStringLiteral("/configDesc.txt");
-    moduleDescName = QStringLiteral("/moduleDesc.txt");
-    configBrokerDescName = QStringLiteral("/configBrokerDesc.txt");
-    moduleBrokerDescName = QStringLiteral("/moduleBrokerDesc.txt");
-    fileListName = moduleDescName;
-
-    setUpFolders();
-
-    httpClient = new CDownloadHttp(this, serverUrl);
-    httpClient->setIdleTimeout(
-        readIdleTimeoutSeconds(configFilePath, CDownloadHttp::kDefaultIdleTimeoutSeconds) * 1000);
-    saveParam = new CSaveParamDownload(downloadDir);
-    fileToDl = new CFileToDl;
-    outTimer = new QTimer(this);
-    connect(outTimer, &QTimer::timeout, this, &CDownloadWidget::startTimerIsOutTime);
-    autoDelay = outTimeValue;
-    saveParam->getStartParam(autoDownloadOption, showWindowOption);
+    workflow_->askConnectState();
+    askHostForWindow();
+    workflow_->setUpFolders();
+    workflow_->store().getStartParam(autoDownloadOption, showWindowOption);
 }
 
 CDownloadWidget::~CDownloadWidget()
@@ -140,63 +114,39 @@ CDownloadWidget::~CDownloadWidget()
         delete window;
     }
     delete reportDialog;
-    delete httpClient;
-    delete saveParam;
-    delete fileToDl;
 }
 
-// The host's answers that the dialog keeps: whether it is on-line, its main
-// window, the dialog's menu entry and the installed configurations.
-void CDownloadWidget::askHostAtStart()
+// The host's main window and the dialog's menu entry; the installed
+// configurations are asked while the main window is held.
+void CDownloadWidget::askHostForWindow()
 {
     CDownloadModule* owner = module();
-    void* host = owner ? owner->hostPointer() : nullptr;
-
-    mwiSetStateConnect state{1};
-    const bool answered =
-        sendToHost(host, HostMsg::QueryConnectState, reinterpret_cast<intptr_t>(&state), 0) == 0;
-    connectState = (owner && owner->isOffline()) ? 0 : (answered ? state.state : 1);
-
+    const CHostLink link = workflow_->link();
     coreInterfaceRecord query = mainWindowQuery(&pGloabalMainWindow);
-    sendToHost(host, HostMsg::FindInterface, reinterpret_cast<intptr_t>(&query), 0);
+    link.send(HostMsg::FindInterface, reinterpret_cast<intptr_t>(&query));
     mainWindow = pGloabalMainWindow;
 
     coreMenuItem entry;
     std::memset(&entry, 0, sizeof entry);
     copyToField(entry.text, text("MD0003").toLocal8Bit());
     entry.module = owner;
-    if (sendToHost(host, HostMsg::AddMenuItem, reinterpret_cast<intptr_t>(&entry), 0) == 0)
+    if (link.send(HostMsg::AddMenuItem, reinterpret_cast<intptr_t>(&entry)) == 0)
         menuId = entry.id;
-    sendToHost(host, HostMsg::UpdateMenu, 0, 0);
+    link.send(HostMsg::UpdateMenu, 0);
 
-    installedConfigs = CInstalledProducts(moduleLink()).configurations();
+    workflow_->askInstalledConfigurations();
 
-    sendToHost(host, HostMsg::ReleaseInterface, reinterpret_cast<intptr_t>(&mainWindowQuery), 0);
-}
-
-void CDownloadWidget::setUpFolders()
-{
-    downloadDir = GetPathByFolderType(module(), vfDownload);
-    if (QDir(downloadDir).exists())
-        clearDownloadDir();
-    else
-        QDir().mkdir(downloadDir);
-    stateFilePath = downloadDir + QLatin1Char('/') + QLatin1String(kStateFileName);
-
-    configFilePath = GetPathByFolderType(module(), vfConfiguration) + QStringLiteral("/download.cfg");
-    configFileExists = QFile::exists(configFilePath);
-    serverUrl = readServerUrl(configFilePath);
-    brokerUrl = serverUrl + QStringLiteral("/Broker");
+    link.send(HostMsg::ReleaseInterface, reinterpret_cast<intptr_t>(&mainWindowQuery));
 }
 
 QString CDownloadWidget::getBackupDirPath() const
 {
-    return downloadDir + QStringLiteral("/Backup");
+    return workflow_->backupFolder();
 }
 
 void CDownloadWidget::clearDownloadDir()
 {
-    clearTextFiles(downloadDir);
+    workflow_->clearDownloadDir();
 }
 
 void CDownloadWidget::closeModule()
@@ -214,6 +164,16 @@ QString CDownloadWidget::text(const char* key) const
     return owner ? owner->tr(key) : QString::fromLatin1(key);
 }
 
+CDownloadHttp* CDownloadWidget::http() const { return &workflow_->http(); }
+const CFileToDl& CDownloadWidget::chosen() const { return workflow_->chosen(); }
+QString CDownloadWidget::serverBaseUrl() const { return workflow_->serverBaseUrl(); }
+QString CDownloadWidget::brokerBaseUrl() const { return workflow_->brokerBaseUrl(); }
+QString CDownloadWidget::downloadFolder() const { return workflow_->downloadFolder(); }
+bool CDownloadWidget::settingsFileExisted() const { return workflow_->settingsFileExisted(); }
+int CDownloadWidget::connectionState() const { return workflow_->connectionState(); }
+int CDownloadWidget::autoDelaySeconds() const { return workflow_->autoDelaySeconds(); }
+QTimer* CDownloadWidget::autoStartTimer() const { return workflow_->autoStartTimer(); }
+
 // ---------------------------------------------------------------------------
 // The window
 
@@ -225,11 +185,10 @@ void CDownloadWidget::initWindow()
         return;
     }
     buildControls();
-    showFirstLook();
     dialog->setWindowModality(Qt::ApplicationModal);
+    workflow_->showFirstLook();
     dialog->show();
-    if (idle && !autoRun && !autoWait && !searchRunning)
-        startAutoDownload();
+    workflow_->windowOpened();
 }
 
 void CDownloadWidget::buildControls()
@@ -320,32 +279,11 @@ void CDownloadWidget::buildControls()
     showWindowLabel->setFixedSize(470, 30);
     showWindowLabel->setWordWrap(true);
 
-    saveParam->getStartParam(autoDownloadOption, showWindowOption);
+    workflow_->store().getStartParam(autoDownloadOption, showWindowOption);
     showWindowBox->setChecked(showWindowOption);
     autoBox->setChecked(autoDownloadOption);
     changeAuto(autoDownloadOption);
     connect(autoBox, &QCheckBox::toggled, this, &CDownloadWidget::changeAuto);
-}
-
-// The window shows what the workflow is doing when it opens.
-void CDownloadWidget::showFirstLook()
-{
-    const bool runShown = !idle || autoRun;
-    if (runShown) {
-        stopButton->setEnabled(true);
-        setStatus(text("MD0039Message"));
-        progressBar->setMaximum(totalBytes);
-        progressBar->show();
-    } else if (autoWait) {
-        stopButton->setEnabled(true);
-        setStatus(text("MD0047"));
-    } else {
-        stopButton->setEnabled(false);
-        setStatus(text("MD0038Message"));
-    }
-    const bool busy = runShown || autoWait;
-    moduleTree->setEnabled(!busy);
-    descriptionBox->setEnabled(!busy);
 }
 
 // Forgets the controls first, so that signals of controls being deleted find
@@ -370,73 +308,9 @@ void CDownloadWidget::windowClosed()
     closing->deleteLater();
 }
 
-bool CDownloadWidget::hasWindow()
+bool CDownloadWidget::hasWindow() const
 {
     return dialog != nullptr;
-}
-
-void CDownloadWidget::setStatus(const QString& message, int timeoutMs)
-{
-    if (statusBar) {
-        if (message.isEmpty())
-            statusBar->clearMessage();
-        else
-            statusBar->showMessage(message, timeoutMs);
-    }
-}
-
-void CDownloadWidget::showStatusMessage(const QString& message, int timeoutMs)
-{
-    setStatus(message, timeoutMs);
-}
-
-void CDownloadWidget::changeCursor(bool wait)
-{
-    if (!dialog)
-        return;
-    if (wait)
-        dialog->setCursor(Qt::WaitCursor);
-    else
-        dialog->unsetCursor();
-}
-
-void CDownloadWidget::resetProgress()
-{
-    if (!progressBar)
-        return;
-    progressBar->setMaximum(0);
-    progressBar->setValue(0);
-    progressBar->reset();
-    progressBar->hide();
-}
-
-void CDownloadWidget::changeState()
-{
-    if (!dialog)
-        return;
-    for (int i = 0; i < moduleTree->topLevelItemCount(); ++i) {
-        auto* row = dynamic_cast<CDlCheckListItem*>(moduleTree->topLevelItem(i));
-        if (row && (row->flags() & Qt::ItemIsUserCheckable) && row->checkState(0) == Qt::Checked) {
-            startButton->setEnabled(true);
-            refreshButton->setEnabled(false);
-            return;
-        }
-    }
-    startButton->setEnabled(false);
-    refreshButton->setEnabled(true);
-}
-
-bool CDownloadWidget::isSelect() const
-{
-    if (!dialog)
-        return false;
-    for (int i = 0; i < moduleTree->topLevelItemCount(); ++i) {
-        auto* row = dynamic_cast<CDlCheckListItem*>(moduleTree->topLevelItem(i));
-        if (row && (row->flags() & Qt::ItemIsUserCheckable)
-            && row->data(0, Qt::CheckStateRole).toInt() == Qt::Checked)
-            return true;
-    }
-    return false;
 }
 
 void CDownloadWidget::closeConvertor()
@@ -445,7 +319,7 @@ void CDownloadWidget::closeConvertor()
         autoDownloadOption = autoBox->isChecked();
         showWindowOption = showWindowBox->isChecked();
     }
-    saveParam->saveStartParam(autoDownloadOption, showWindowOption);
+    workflow_->store().saveStartParam(autoDownloadOption, showWindowOption);
     if (dialog)
         dialog->close();
 }
@@ -472,28 +346,91 @@ void CDownloadWidget::changeAuto(bool on)
     showWindowLabel->setEnabled(on);
 }
 
-void CDownloadWidget::showIdleControls()
+// ---------------------------------------------------------------------------
+// The view
+
+void CDownloadWidget::setStatus(const QString& message, int timeoutMs)
+{
+    if (!statusBar)
+        return;
+    if (message.isEmpty())
+        statusBar->clearMessage();
+    else
+        statusBar->showMessage(message, timeoutMs);
+}
+
+void CDownloadWidget::setInfo(const QString& message)
+{
+    if (infoLabel) {
+        infoLabel->setText(message);
+        infoLabel->repaint();
+    }
+}
+
+void CDownloadWidget::setEnabled(Control control, bool enabled)
+{
+    QWidget* widgets[] = {refreshButton, startButton, stopButton, moduleTree, descriptionBox};
+    if (QWidget* target = widgets[control])
+        target->setEnabled(enabled);
+}
+
+void CDownloadWidget::setStartText(const QString& label)
+{
+    if (startButton)
+        startButton->setText(label);
+}
+
+void CDownloadWidget::setBusy(bool busy)
 {
     if (!dialog)
         return;
-    moduleTree->setEnabled(true);
-    descriptionBox->setEnabled(true);
-    refreshButton->setEnabled(true);
-    stopButton->setEnabled(false);
-    startButton->setText(text("MD0011"));
-    changeState();
+    if (busy)
+        dialog->setCursor(Qt::WaitCursor);
+    else
+        dialog->unsetCursor();
 }
 
-// ---------------------------------------------------------------------------
-// Rows of the tree
+void CDownloadWidget::showProgress(int maximum)
+{
+    if (!progressBar)
+        return;
+    progressBar->show();
+    progressBar->setMaximum(maximum);
+}
 
-void CDownloadWidget::appendConfigurationRow(const dlModule& configuration,
-                                             const QString& moduleListFile)
+void CDownloadWidget::setProgressMaximum(int maximum)
+{
+    if (progressBar)
+        progressBar->setMaximum(maximum);
+}
+
+void CDownloadWidget::setProgressValue(int value)
+{
+    if (progressBar)
+        progressBar->setValue(qMin(value, progressBar->maximum()));
+}
+
+void CDownloadWidget::resetProgress()
+{
+    if (!progressBar)
+        return;
+    progressBar->setMaximum(0);
+    progressBar->setValue(0);
+    progressBar->reset();
+    progressBar->hide();
+}
+
+void CDownloadWidget::clearRows()
+{
+    if (moduleTree)
+        moduleTree->clear();
+}
+
+void CDownloadWidget::addConfigurationRow(const dlModule& configuration,
+                                          const dlListModule& modules)
 {
     if (!moduleTree)
         return;
-    dlListModule modules;
-    parseModuleListFile(moduleListFile, modules, fieldText(configuration.name));
     auto* row = new CDlCheckListItem(this, moduleTree, fieldText(configuration.name),
                                      CDlCheckListItem::CheckBox);
     fillColumns(row, configuration);
@@ -507,7 +444,7 @@ void CDownloadWidget::appendConfigurationRow(const dlModule& configuration,
     }
 }
 
-void CDownloadWidget::appendModuleRow(const dlModule& record)
+void CDownloadWidget::addModuleRow(const dlModule& record, const QString& descriptionFile)
 {
     if (!moduleTree)
         return;
@@ -515,78 +452,20 @@ void CDownloadWidget::appendModuleRow(const dlModule& record)
                                      CDlCheckListItem::CheckBox);
     fillColumns(row, record);
     row->module = record;
-    row->textSlot1 = getLocalPath(downloadDir, fieldText(record.descPath));
+    row->textSlot1 = descriptionFile;
 }
 
-ModuleListSources CDownloadWidget::listSources() const
+int CDownloadWidget::rowCount() const
 {
-    ModuleListSources sources;
-    sources.configs = installedConfigs.data();
-    sources.configCount = int(installedConfigs.size());
-    sources.autoMode = autoMode;
-    sources.autoModules = autoModuleTable.data();
-    sources.autoModuleCount = int(autoModuleTable.size());
-    return sources;
+    return moduleTree ? moduleTree->topLevelItemCount() : 0;
 }
 
-void CDownloadWidget::parseModuleListFile(const QString& file, dlListModule& list,
-                                          const QString& configName)
+std::vector<dlModule> CDownloadWidget::checkedRecords() const
 {
-    parseFileList(file, list, configName, listSources(), CInstalledProducts(moduleLink()));
-}
-
-void CDownloadWidget::parseConfigListFile(const QString& file, dlListModule& list)
-{
-    parseConfigList(file, list, autoMode, CInstalledProducts(moduleLink()));
-}
-
-void CDownloadWidget::initFrame()
-{
-    if (moduleTree) {
-        moduleTree->clear();
-        startButton->setText(text("MD0011"));
-    }
-    configList.clear();
-    moduleList.clear();
-    parseConfigListFile(downloadDir + configDescName, configList);
-    parseModuleListFile(downloadDir + moduleDescName, moduleList, QString());
-    for (int i = 0; i < configList.count; ++i) {
-        const dlModule& configuration = configList.modules[i];
-        appendConfigurationRow(configuration,
-                               getLocalPath(downloadDir, fieldText(configuration.serverPath)));
-    }
-    for (int i = 0; i < moduleList.count; ++i)
-        appendModuleRow(moduleList.modules[i]);
-
-    if (dialog) {
-        statusBar->clearMessage();
-        moduleTree->setEnabled(true);
-        refreshButton->setEnabled(true);
-        descriptionBox->setEnabled(true);
-        moduleTree->setFocus();
-        if (moduleTree->topLevelItemCount() > 0)
-            moduleTree->setCurrentItem(moduleTree->topLevelItem(0));
-        if (moduleTree->topLevelItemCount() == 0) {
-            statusBar->showMessage(text("MD0041Message"));
-            infoLabel->setText(text("MD0018Message") + QStringLiteral("\r\n") + text("MD0041Message"));
-        } else {
-            infoLabel->setText(text("MD0016Message") + QStringLiteral("\r\n") + text("MD0017Message"));
-        }
-        infoLabel->repaint();
-        startButton->setEnabled(isSelect());
-    }
-    searchRunning = false;
-    fetchingDescriptions = false;
-    changeCursor(false);
-}
-
-void CDownloadWidget::collectChecked(std::vector<dlModule>& out) const
-{
-    if (!moduleTree)
-        return;
-    for (int i = 0; i < moduleTree->topLevelItemCount(); ++i) {
+    std::vector<dlModule> out;
+    for (int i = 0; i < rowCount(); ++i) {
         auto* row = dynamic_cast<CDlCheckListItem*>(moduleTree->topLevelItem(i));
-        if (!row || !(row->flags() & Qt::ItemIsUserCheckable) || row->checkState(0) != Qt::Checked)
+        if (!isTicked(row))
             continue;
         if (row->childCount() == 0) {
             out.push_back(row->module);
@@ -596,7 +475,52 @@ void CDownloadWidget::collectChecked(std::vector<dlModule>& out) const
             if (auto* child = dynamic_cast<CDlListViewItem*>(row->child(c)))
                 out.push_back(child->module);
     }
+    return out;
 }
+
+void CDownloadWidget::uncheckAll()
+{
+    for (int i = 0; i < rowCount(); ++i) {
+        QTreeWidgetItem* row = moduleTree->topLevelItem(i);
+        if (row->flags() & Qt::ItemIsUserCheckable)
+            row->setCheckState(0, Qt::Unchecked);
+    }
+}
+
+void CDownloadWidget::selectFirstRow()
+{
+    if (!moduleTree)
+        return;
+    moduleTree->setFocus();
+    if (moduleTree->topLevelItemCount() > 0)
+        moduleTree->setCurrentItem(moduleTree->topLevelItem(0));
+}
+
+void CDownloadWidget::clearDescription()
+{
+    if (descriptionBox)
+        descriptionBox->clear();
+}
+
+void CDownloadWidget::changeState()
+{
+    if (!dialog)
+        return;
+    const bool ticked = isSelect();
+    startButton->setEnabled(ticked);
+    refreshButton->setEnabled(!ticked);
+}
+
+bool CDownloadWidget::isSelect() const
+{
+    for (int i = 0; i < rowCount(); ++i)
+        if (isTicked(dynamic_cast<CDlCheckListItem*>(moduleTree->topLevelItem(i))))
+            return true;
+    return false;
+}
+
+// ---------------------------------------------------------------------------
+// Rows of the tree
 
 void CDownloadWidget::selectionChanged()
 {
@@ -661,703 +585,48 @@ void CDownloadWidget::insertDescription(QString file, int, int)
 }
 
 // ---------------------------------------------------------------------------
-// The list chain
+// The workflow's members under the dialog's names
 
-void CDownloadWidget::getConfigDesc()
+void CDownloadWidget::initFrame() { workflow_->lists().initFrame(); }
+void CDownloadWidget::getConfigDesc() { workflow_->lists().getConfigDesc(); }
+void CDownloadWidget::getModuleDesc() { workflow_->lists().getModuleDesc(); }
+bool CDownloadWidget::isOffLine() { return workflow_->isOffLine(); }
+void CDownloadWidget::getProxyData(mwiProxyState& state) { workflow_->getProxyData(state); }
+void CDownloadWidget::setStateConnect(int state) { workflow_->setStateConnect(state); }
+void CDownloadWidget::DownloadFile(QString const& name, QString const&, int param, int kind, int,
+                                   bool progress)
 {
-    // A new search shows its own rows, not after the last search's (which
-    // may still be ticked from a finished installation).
-    if (moduleTree)
-        moduleTree->clear();
-    fetchingDescriptions = true;
-    searchRunning = true;
-    listsFetchedOnce = true;
-    DownloadFile(configDescName, downloadDir, 0, CDownloadHttp::KindParseFileTxt, 0, false);
+    workflow_->DownloadFile(name, param, kind, progress);
 }
-
-void CDownloadWidget::getModuleDesc()
+void CDownloadWidget::startDownload() { workflow_->run().startDownload(); }
+void CDownloadWidget::errorRead() { workflow_->run().errorRead(); }
+void CDownloadWidget::continueDownload() { workflow_->continueDownload(); }
+void CDownloadWidget::startTimer() { workflow_->startTimer(); }
+void CDownloadWidget::startTimerIsOutTime() { workflow_->startTimerIsOutTime(); }
+void CDownloadWidget::changeModules() { workflow_->changeModules(); }
+void CDownloadWidget::startAutoDownload() { workflow_->automatic().startAutoDownload(); }
+void CDownloadWidget::clickRefreshDownload() { workflow_->run().clickRefreshDownload(); }
+void CDownloadWidget::clickStartDownload() { workflow_->run().clickStartDownload(); }
+void CDownloadWidget::clickStopDownload() { workflow_->run().clickStopDownload(); }
+void CDownloadWidget::showStatusMessage(const QString& message, int timeoutMs)
 {
-    DownloadFile(moduleDescName, downloadDir, 1, CDownloadHttp::KindParseFileTxt, 0, false);
+    setStatus(message, timeoutMs);
 }
-
-void CDownloadWidget::parseFileTxt(QString file, int param)
-{
-    if (param == 0) {
-        configList.clear();
-        parseConfigListFile(file, configList);
-        if (!dialog)
-            return;
-        if (configList.count == 0) {
-            getModuleDesc();
-            return;
-        }
-        configIndex = 0;
-        DownloadFile(fieldText(configList.modules[0].descPath), downloadDir, 0,
-                     CDownloadHttp::KindParseFileTxt2, 0, false);
-        return;
-    }
-
-    moduleList.clear();
-    parseModuleListFile(file, moduleList, QString());
-    if (moduleList.count == 0) {
-        finishListChain();
-        return;
-    }
-    moduleDescIndex = 0;
-    DownloadFile(fieldText(moduleList.modules[0].descPath), downloadDir, 1,
-                 CDownloadHttp::KindParseFileTxt1, 0, false);
-}
-
-void CDownloadWidget::parseFileTxt2(QString file, int)
-{
-    if (configIndex >= configList.count)
-        return;
-    dlModule& configuration = configList.modules[configIndex];
-    setDlText(configuration.descPath, file.toLocal8Bit());
-    DownloadFile(fieldText(configuration.serverPath), downloadDir, 0,
-                 CDownloadHttp::KindParseFileTxt1, 0, false);
-    ++configIndex;
-}
-
-void CDownloadWidget::parseFileTxt1(QString file, int param)
-{
-    if (param == 0) {
-        if (configIndex >= 1 && configIndex <= configList.count)
-            appendConfigurationRow(configList.modules[configIndex - 1], file);
-        if (configIndex < configList.count)
-            DownloadFile(fieldText(configList.modules[configIndex].descPath), downloadDir, 0,
-                         CDownloadHttp::KindParseFileTxt2, 0, false);
-        else
-            getModuleDesc();
-        return;
-    }
-
-    if (moduleDescIndex < moduleList.count)
-        appendModuleRow(moduleList.modules[moduleDescIndex]);
-    ++moduleDescIndex;
-    if (moduleDescIndex < moduleList.count) {
-        DownloadFile(fieldText(moduleList.modules[moduleDescIndex].descPath), downloadDir, 1,
-                     CDownloadHttp::KindParseFileTxt1, 0, false);
-        return;
-    }
-    finishListChain();
-    if (moduleTree && moduleTree->topLevelItemCount() > 0)
-        moduleTree->setCurrentItem(moduleTree->topLevelItem(0));
-}
-
-void CDownloadWidget::showListResultTexts()
-{
-    if (!dialog)
-        return;
-    if (moduleTree->topLevelItemCount() > 0) {
-        infoLabel->setText(text("MD0016Message") + QStringLiteral("\r\n") + text("MD0017Message"));
-        statusBar->clearMessage();
-    } else {
-        statusBar->showMessage(text("MD0041Message"));
-        infoLabel->setText(text("MD0018Message") + QStringLiteral("\r\n") + text("MD0041Message"));
-    }
-}
-
-void CDownloadWidget::finishListChain()
-{
-    showListResultTexts();
-    fetchingDescriptions = false;
-    searchRunning = false;
-    changeCursor(false);
-    if (dialog) {
-        if (!isSelect())
-            startButton->setText(text("MD0011"));
-        moduleTree->setEnabled(true);
-        descriptionBox->setEnabled(true);
-        changeState();
-    }
-    emit SignalListsShown();
-}
-
-// ---------------------------------------------------------------------------
-// Connection state, timer and continuation
-
-bool CDownloadWidget::isOffLine()
-{
-    return connectState == 0;
-}
-
-void CDownloadWidget::getProxyData(mwiProxyState& state)
-{
-    if (CDownloadModule* owner = module())
-        owner->GetProxyData(state);
-}
-
-void CDownloadWidget::setStateConnect(int state)
-{
-    if (state == connectState)
-        return;
-    connectState = state;
-    if (state == 0) {
-        // A run cut off by going off-line goes on when the host is back
-        // on-line, from what the state file says it still lacks.
-        if (httpClient->abort() == 0 && (!idle || autoRun || autoWait))
-            pendingContinue = true;
-        return;
-    }
-    if (pendingContinue) {
-        pendingContinue = false;
-        continueDownload();
-    }
-}
-
-void CDownloadWidget::DownloadFile(QString const& name, QString const& dir, int param, int kind,
-                                   int chunk, bool progress)
-{
-    if (isOffLine())
-        return;
-    httpClient->getFile(name, dir, param, kind, chunk, progress);
-}
-
-void CDownloadWidget::startTimer()
-{
-    if (!outTimer)
-        return;
-    if (outTimer->isActive())
-        outTimer->stop();
-    saveParam->getDelayAutoStart(autoDelay);
-    outTimer->setSingleShot(true);
-    outTimer->start(autoDelay * 1000);
-}
-
-void CDownloadWidget::startTimerIsOutTime()
-{
-    if (outTimer->isActive())
-        outTimer->stop();
-    continueDownload();
-}
-
-void CDownloadWidget::continueDownload()
-{
-    if (isOffLine()) {
-        pendingContinue = true;
-        return;
-    }
-    if (saveParam->getCountLastDownloadModule() < 1) {
-        autoRun = false;
-        startAutoDownload();
-        return;
-    }
-    autoRun = true;
-    const int toFetch = saveParam->getCountStateLastDownloadModule(dlStateToFetch);
-    if (toFetch > 0) {
-        lastModules.assign(size_t(toFetch), emptyDlModule());
-        saveParam->getLastDownloadModule(dlStateToFetch, toFetch, lastModules.data());
-        fileToDl->clearStruct();
-        for (const dlModule& record : lastModules)
-            fileToDl->addToStuct(record);
-        DownloadFile(fileListName, downloadDir, 1, CDownloadHttp::KindGetNewModule, 0, false);
-        return;
-    }
-    if (saveParam->getCountStateLastDownloadModule(dlStateFetched) == 0) {
-        saveParam->getCountStateLastDownloadModule(dlStateInstalled);
-        saveParam->clearLastDownload();
-        autoRun = false;
-        startAutoDownload();
-        return;
-    }
-    changeModules();
-}
-
-// ---------------------------------------------------------------------------
-// A run: probe every size, record the run, fetch one file after another
-
-void CDownloadWidget::startDownload()
-{
-    if (moduleIndex == 0) {
-        std::vector<dlModule> checked;
-        collectChecked(checked);
-        for (dlModule record : checked) {
-            setDlText(record.localPath,
-                      getLocalPath(downloadDir, fieldText(record.serverPath)).toLocal8Bit());
-            if (fileToDl->existModule(record) < 0)
-                fileToDl->addToStuct(record);
-        }
-        if (fileToDl->getModuleCount() > 0) {
-            moduleIndex = 0;
-            totalBytes = 0;
-            probeNext();
-        }
-        return;
-    }
-    if (fileToDl->getModuleCount() > 0)
-        fetchRecord(moduleIndex);
-}
-
-// Probes the size of the record at moduleIndex and moves on by one.
-void CDownloadWidget::probeNext()
-{
-    if (moduleIndex == 0)
-        probedSizes.clear();
-    dlModule record = emptyDlModule();
-    fileToDl->getModuleInfo(moduleIndex, record);
-    ++moduleIndex;
-    httpClient->getFileSize(fieldText(record.serverPath));
-}
-
-// Fetches the record at index and points moduleIndex past it.
-void CDownloadWidget::fetchRecord(int index)
-{
-    dlModule record = emptyDlModule();
-    fileToDl->getModuleInfo(index, record);
-    setStatus(text("MD0044") + QLatin1Char(' ') + fieldText(record.name));
-    moduleIndex = index + 1;
-    DownloadFile(fieldText(record.serverPath), downloadDir, 1, CDownloadHttp::KindDownloadModule,
-                 0, true);
-}
-
-void CDownloadWidget::getSizeFile(long size)
-{
-    probedSizes.push_back(size);
-    totalBytes += int(size);
-    if (moduleIndex < fileToDl->getModuleCount()) {
-        probeNext();
-        return;
-    }
-    bytesOnDisk = 0;
-    if (progressBar) {
-        progressBar->show();
-        progressBar->setMaximum(totalBytes);
-    }
-    moduleIndex = 0;
-
-    int count = fileToDl->getModuleCount();
-    if (!autoRun) {
-        recordRun(count);
-    } else {
-        for (int i = 0; i < count; ++i) {
-            dlModule record = emptyDlModule();
-            fileToDl->getModuleInfo(i, record);
-            saveParam->changeStateLastDownloadModule(record, dlStateToFetch);
-        }
-    }
-
-    if (fileToDl->getModuleCount() <= 0) {
-        changeModules();
-        return;
-    }
-    fetchRecord(0);
-}
-
-// Whether the host knows the module at all (any version installed).
-bool CDownloadWidget::askHostForModule(const dlModule& record)
-{
-    const VersionParts version = splitVersion(fieldText(record.version));
-    coreModuleQuery query;
-    std::memset(&query, 0, sizeof query);
-    copyToField(query.name, dlText(record.name));
-    query.major = version.major;
-    query.minor = version.minor;
-    query.build = version.build;
-    CDownloadModule* owner = module();
-    return sendToHost(owner ? owner->hostPointer() : nullptr, HostMsg::QueryModuleVersion,
-                      reinterpret_cast<intptr_t>(&query), 0)
-        != -1;
-}
-
-// Writes the run into the state file. A file that the host knows and that
-// already lies complete in the download folder is not fetched again: it
-// leaves the set as fetched and its size leaves the total.
-void CDownloadWidget::recordRun(int& count)
-{
-    saveParam->createLastDownload(count);
-    // probed: the record's place in the probing order, which dropping
-    // records from the set does not change.
-    for (int i = 0, probed = 0; i < count; ++i, ++probed) {
-        dlModule record = emptyDlModule();
-        fileToDl->getModuleInfo(i, record);
-        const QString localFile = fieldText(record.localPath);
-        const bool known = askHostForModule(record);
-        const long probedSize = probed < int(probedSizes.size()) ? probedSizes[size_t(probed)] : 0;
-        if (!known || !isCompleteOnDisk(localFile, probedSize)) {
-            saveParam->saveLastDownloadModule(record, dlStateToFetch);
-            continue;
-        }
-        fileToDl->delToStuct(record);
-        record.state = dlStateFetched;
-        saveParam->saveLastDownloadModule(record, dlStateFetched);
-        totalBytes -= fileSizeOnDisk(localFile);
-        --count;
-        --i;
-    }
-}
-
-void CDownloadWidget::addBytesOnDisk(long bytes)
-{
-    bytesOnDisk += int(bytes);
-}
-
-void CDownloadWidget::setProgress(int done)
-{
-    lastDone = done;
-    if (progressBar && (autoRun || autoWait || !idle)) {
-        progressBar->setMaximum(totalBytes);
-        dlModule record = emptyDlModule();
-        fileToDl->getModuleInfo(moduleIndex - 1, record);
-        const char* prefix = autoRun ? "MD0045" : (autoWait ? "MD0046" : "MD0044");
-        setStatus(text(prefix) + QLatin1Char(' ') + fieldText(record.name));
-    }
-    if (progressBar)
-        progressBar->setValue(qMin(done + bytesOnDisk, progressBar->maximum()));
-}
-
+void CDownloadWidget::addBytesOnDisk(long bytes) { workflow_->addBytesOnDisk(bytes); }
+void CDownloadWidget::setProgress(int done) { workflow_->setProgress(done); }
+void CDownloadWidget::getSizeFile(long size) { workflow_->getSizeFile(size); }
+void CDownloadWidget::parseFileTxt(QString file, int param) { workflow_->parseFileTxt(file, param); }
+void CDownloadWidget::parseFileTxt1(QString file, int param) { workflow_->parseFileTxt1(file, param); }
+void CDownloadWidget::parseFileTxt2(QString file, int param) { workflow_->parseFileTxt2(file, param); }
 void CDownloadWidget::downloadModule(QString file, bool notFound)
 {
-    if (notFound) {
-        errorRead();
-        return;
-    }
-    dlModule arrived = emptyDlModule();
-    fileToDl->getModuleInfo(moduleIndex - 1, arrived);
-    // Records the automatic mode chose carry no local path yet; installation
-    // needs to know where each file landed.
-    setDlText(arrived.localPath, file.toLocal8Bit());
-    fileToDl->changeStruct(moduleIndex - 1, arrived);
-    saveParam->changeStateLastDownloadModule(arrived, dlStateFetched);
-
-    if (moduleIndex < fileToDl->getModuleCount()) {
-        fetchRecord(moduleIndex);
-        return;
-    }
-    fileToDl->clearStruct();
-    moduleIndex = 0;
-    autoWait = false;
-    showIdleControls();
-    resetProgress();
-    setStatus(QString());
-    if (startButton)
-        startButton->setText(text("MD0011"));
-    changeCursor(false);
-    idle = true;
-    errorCount = 0;
-    saveParam->getCountStateLastDownloadModule(dlStateFetched);
-    changeModules();
+    workflow_->downloadModule(file, notFound);
 }
-
-
-void CDownloadWidget::errorRead()
-{
-    if (errorCount < 3) {
-        if (autoRun) {
-            continueDownload();
-        } else if (!autoWait) {
-            // A manual run starts again from its ticked rows.
-            idle = true;
-            moduleIndex = 0;
-            fileToDl->clearStruct();
-            clickStartDownload();
-        } else {
-            startAutoDownload();
-            ++errorCount;
-            if (dialog) {
-                progressBar->setValue(0);
-                statusBar->clearMessage();
-                startButton->setEnabled(false);
-                stopButton->setEnabled(true);
-                refreshButton->setEnabled(false);
-                changeCursor(true);
-                setStatus(text("MD0047"));
-            }
-            return;
-        }
-        ++errorCount;
-        return;
-    }
-
-    errorCount = 0;
-    QMessageBox::information(dialog ? static_cast<QWidget*>(dialog) : nullptr, text("MD0048"),
-                             text("MD0049Message"));
-    if (autoRun)
-        startAutoDownload();
-    idle = true;
-    autoRun = false;
-    moduleIndex = 0;
-    fileToDl->clearStruct();
-    resetProgress();
-    setStatus(text("MD0038Message"));
-    clearDownloadDir();
-    getConfigDesc();
-    initFrame();
-}
-
-// ---------------------------------------------------------------------------
-// The buttons
-
-void CDownloadWidget::clickStartDownload()
-{
-    if (idle) {
-        if (startButton)
-            startButton->setText(text("C0082"));
-        idle = false;
-        if (dialog) {
-            moduleTree->setEnabled(false);
-            stopButton->setEnabled(true);
-        }
-        changeCursor(true);
-        setStatus(text("MD0043"));
-        moduleIndex = 0;
-        bytesOnDisk = 0;
-        totalBytes = 0;
-        if (progressBar) {
-            progressBar->setMaximum(0);
-            progressBar->setValue(bytesOnDisk);
-        }
-        fileToDl->clearStruct();
-        startDownload();
-        return;
-    }
-
-    if (httpClient->abort() != 0)
-        return;
-    fileToDl->clearStruct();
-    if (startButton)
-        startButton->setText(text("MD0011"));
-    idle = true;
-    if (dialog) {
-        moduleTree->setEnabled(true);
-        stopButton->setEnabled(false);
-        refreshButton->setEnabled(false);
-    }
-    --moduleIndex;
-    setStatus(text("C0082"), 500);
-    changeCursor(false);
-}
-
-void CDownloadWidget::deleteRunFiles()
-{
-    const int stored = qMax(saveParam->getCountLastDownloadModule(), 0);
-    if (stored == 0)
-        return;
-    std::vector<dlModule> records;
-    for (int state : {dlStateToFetch, dlStateFetched, dlStateInstalled, dlStateFailed}) {
-        const int count = saveParam->getCountStateLastDownloadModule(state);
-        if (count <= 0)
-            continue;
-        std::vector<dlModule> some(size_t(count), emptyDlModule());
-        saveParam->getLastDownloadModule(state, count, some.data());
-        records.insert(records.end(), some.begin(), some.end());
-    }
-    for (const dlModule& record : records) {
-        const QString local = getLocalPath(downloadDir, fieldText(record.serverPath));
-        if (QFile::exists(local))
-            QFile::remove(local);
-    }
-}
-
-void CDownloadWidget::clickStopDownload()
-{
-    if (httpClient->abort() != 0)
-        return;
-    fileToDl->clearStruct();
-    deleteRunFiles();
-    saveParam->clearLastDownload();
-    if (startButton)
-        startButton->setText(text("MD0011"));
-    if (moduleTree) {
-        for (int i = 0; i < moduleTree->topLevelItemCount(); ++i) {
-            QTreeWidgetItem* row = moduleTree->topLevelItem(i);
-            if (row->flags() & Qt::ItemIsUserCheckable)
-                row->setCheckState(0, Qt::Unchecked);
-        }
-    }
-    changeState();
-    idle = true;
-    --moduleIndex;
-    if (progressBar)
-        progressBar->setValue(0);
-    setStatus(QStringLiteral("Aborted"), 1000);
-    changeCursor(false);
-
-    if (autoRun)
-        return;
-    if (autoWait) {
-        autoWait = false;
-        if (!refreshPending) {
-            initFrame();
-        } else {
-            refreshPending = false;
-            clearDownloadDir();
-            changeCursor(true);
-            setStatus(text("MD0038Message"));
-            getConfigDesc();
-        }
-    }
-}
-
-void CDownloadWidget::clickRefreshDownload()
-{
-    clearDownloadDir();
-    if (dialog) {
-        moduleTree->clear();
-        descriptionBox->clear();
-        startButton->setEnabled(false);
-        stopButton->setEnabled(false);
-        refreshButton->setEnabled(false);
-        moduleTree->setEnabled(false);
-        descriptionBox->setEnabled(false);
-        infoLabel->setText(text("MD0038Message"));
-    }
-    changeCursor(true);
-    setStatus(text("MD0038Message"));
-    refreshPending = true;
-    getConfigDesc();
-}
-
-// ---------------------------------------------------------------------------
-// Continuation: the chosen set brought up to date with a fresh module list
-
-void CDownloadWidget::getNewModule(QString file)
-{
-    if (!::getNewModule(file, *fileToDl, *saveParam, listSources(), CInstalledProducts(moduleLink())))
-        return;
-    moduleIndex = 0;
-    totalBytes = 0;
-    probeNext();
-}
-
-// ---------------------------------------------------------------------------
-// The automatic mode
-
-void CDownloadWidget::startAutoDownload()
-{
-    bool showWindow = showWindowOption;
-    saveParam->getStartParam(autoMode, showWindow);
-    if (autoMode && QFile::exists(stateFilePath)) {
-        installedConfigs = CInstalledProducts(moduleLink()).configurations();
-        const int current =
-            getCurrentConfigurationIndex(installedConfigs.data(), int(installedConfigs.size()));
-        if (current < 0) {
-            QMessageBox::information(dialog ? static_cast<QWidget*>(dialog) : nullptr,
-                                     text("MD0050"), text("MD0051"), QMessageBox::Ok);
-            return;
-        }
-        currentConfig = installedConfigs[size_t(current)];
-        currentConfigValid = true;
-        autoModuleTable = CInstalledProducts(moduleLink()).moduleTable(currentConfig);
-        autoWait = true;
-        DownloadFile(configDescName, downloadDir, 1, CDownloadHttp::KindAutoDownloadConfig, 0,
-                     false);
-        return;
-    }
-
-    autoMode = false;
-    if (dialog) {
-        progressBar->hide();
-        changeCursor(true);
-        setStatus(text("MD0038Message"));
-        infoLabel->setText(text("MD0038Message"));
-        startButton->setEnabled(false);
-        refreshButton->setEnabled(false);
-        searchRunning = true;
-        // The window asks the server every time it opens, so that it never
-        // shows lists older than the window.
-        clearDownloadDir();
-        getConfigDesc();
-        return;
-    }
-    if (listsFetchedOnce) {
-        clearDownloadDir();
-        getConfigDesc();
-    } else {
-        initFrame();
-    }
-}
-
-void CDownloadWidget::autoDownloadConfig(QString file)
-{
-    dlListModule offered;
-    parseConfigListFile(file, offered);
-    if (offered.count == 0) {
-        autoMode = false;
-        autoWait = false;
-        return;
-    }
-    const QByteArray currentName = fieldBytes(currentConfig.name);
-    for (int i = 0; i < offered.count; ++i) {
-        const dlModule& configuration = offered.modules[i];
-        if (dlText(configuration.name) != currentName)
-            continue;
-        const VersionParts version = splitVersion(fieldText(configuration.version));
-        const bool good =
-            isGoodConfigForAuto(version.major, version.minor, version.build, currentConfig);
-        DownloadFile(fieldText(configuration.serverPath), downloadDir, good ? 0 : 1,
-                     CDownloadHttp::KindAutoDownloadConfigDescr, 0, false);
-        return;
-    }
-    autoWait = false;
-}
-
-// Adds the newer of the offered files to the chosen set: configuration files
-// as offered, modules checked again against the automatic run's table (a
-// module the table does not know is taken, as in the list parser).
-void CDownloadWidget::takeOfferedForAuto(const dlListModule& offered)
-{
-    const QByteArray configName = fieldBytes(currentConfig.name);
-    for (int i = 0; i < offered.count; ++i) {
-        dlModule record = offered.modules[i];
-        bool take = dlText(record.type) == "2";
-        if (!take) {
-            take = true;
-            for (const coreModuleEntry& installed : autoModuleTable) {
-                if (fieldBytes(installed.name) != dlText(record.name))
-                    continue;
-                take = isNewVersionModule(installed.major, installed.minor, installed.build,
-                                          installed.fourth, fieldText(record.version),
-                                          fieldText(record.versionExtra));
-                break;
-            }
-        }
-        if (!take)
-            continue;
-        setDlText(record.localPath, QByteArray());
-        setDlText(record.auxPath, configName);
-        record.state = dlStateAutoChosen;
-        if (fileToDl->existModule(record) < 0)
-            fileToDl->addToStuct(record);
-    }
-}
-
+void CDownloadWidget::getNewModule(QString file) { workflow_->getNewModule(file); }
+void CDownloadWidget::autoDownloadConfig(QString file) { workflow_->autoDownloadConfig(file); }
 void CDownloadWidget::autoDownloadConfigDescr(QString file, int param)
 {
-    dlListModule offered;
-    parseModuleListFile(file, offered, QString::fromLocal8Bit(fieldBytes(currentConfig.name)));
-    if (param == 0) {
-        fileToDl->clearStruct();
-        takeOfferedForAuto(offered);
-        DownloadFile(moduleDescName, downloadDir, 1, CDownloadHttp::KindAutoDownloadConfigDescr, 0,
-                     false);
-        return;
-    }
-
-    takeOfferedForAuto(offered);
-    const int count = fileToDl->getModuleCount();
-    if (count > 0) {
-        saveParam->createLastDownload(count);
-        for (int i = 0; i < count; ++i) {
-            dlModule record = emptyDlModule();
-            fileToDl->getModuleInfo(i, record);
-            saveParam->saveLastDownloadModule(record, dlStateToFetch);
-        }
-        // The answer does not stop the run: the user is told, the run goes on.
-        CDownloadMessInfo question(this, text("MD0020"), text("MD0021"));
-        question.start();
-        moduleIndex = 0;
-        totalBytes = 0;
-        probeNext();
-        return;
-    }
-    saveParam->clearLastDownload();
-    clearDownloadDir();
-    changeCursor(false);
-    setStatus(text("MD0041Message"));
-    autoWait = false;
-    showIdleControls();
-    getConfigDesc();
+    workflow_->autoDownloadConfigDescr(file, param);
 }
 
 void CDownloadWidget::SlotDownloadFinished(Download::CDownloadManager const&, QString const& url)

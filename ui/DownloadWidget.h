@@ -1,26 +1,29 @@
 #pragma once
-// The update dialog: it finds the offered files (list chain), lets the user
-// or the automatic mode choose, runs the download and hands the result to
-// installation. The object lives from the host's "open" command (3066) until
-// the next one or the module's end; the "Updates" window is built on demand
-// (initWindow) and the workflow runs with or without it. Everything runs on
-// the GUI thread, driven by the HTTP client's completion calls and timers.
+// The update dialog: the "Updates" window, its controls and the module's
+// boxes, around the workflow (update/UpdateWorkflow.h) that finds the
+// offered files, runs the download and hands the result to installation.
+// The object lives from the host's "open" command (3066) until the next one
+// or the module's end; the window is built on demand (initWindow) and the
+// workflow runs with or without it. The workflow sees the window only as
+// its view and its prompts; the members below keep the dialog's names and
+// pass each call on.
+#include <memory>
 #include <vector>
 
 #include <QObject>
 #include <QString>
 
 #include "protocol/HostRecords.h"
-#include "transfer/DownloadHttpClient.h"
 #include "protocol/DialogRecords.h"
 #include "update/DlModule.h"
+#include "update/UpdatePrompts.h"
+#include "update/UpdateView.h"
 #include "protocol/UpdateRecords.h"
 
 class ChangeModulesThread;
 class CDownloadHttp;
-struct ModuleListSources;
 class CFileToDl;
-class CSaveParamDownload;
+class CUpdateWorkflow;
 class CTextEdit;
 class QCheckBox;
 class QDialog;
@@ -36,7 +39,7 @@ class QTreeWidgetItem;
 class QWidget;
 namespace Download { class CDownloadManager; }
 
-class CDownloadWidget : public QObject, public IDownloadHttpClient {
+class CDownloadWidget : public QObject, public IUpdateView, public IUpdatePrompts {
     Q_OBJECT
 public:
     CDownloadWidget();
@@ -50,10 +53,10 @@ public:
 
     // The window.
     void initWindow();
-    void changeState();
+    void changeState() override;
     void initFrame();
     void pressMenu(mm_menu_item* item);
-    bool isSelect() const;
+    bool isSelect() const override;
 
     // The list chain.
     void getConfigDesc();
@@ -61,8 +64,8 @@ public:
     void insertDescription(QString file, int, int);
 
     // The download run.
-    bool isOffLine() override;
-    void getProxyData(mwiProxyState& state) override;
+    bool isOffLine();
+    void getProxyData(mwiProxyState& state);
     void setStateConnect(int state);
     void DownloadFile(QString const& name, QString const& dir, int param, int kind, int chunk,
                       bool progress);
@@ -85,21 +88,22 @@ public:
     // The automatic mode.
     void startAutoDownload();
 
-    // Completion calls of the HTTP client.
-    bool hasWindow() override;
-    void showStatusMessage(const QString& text, int timeoutMs) override;
-    void addBytesOnDisk(long bytes) override;
-    void setProgress(int done) override;
-    void getSizeFile(long size) override;
-    void parseFileTxt(QString file, int param) override;
-    void parseFileTxt1(QString file, int param) override;
-    void parseFileTxt2(QString file, int param) override;
-    void downloadModule(QString file, bool notFound) override;
-    void getNewModule(QString file) override;
-    void autoDownloadConfig(QString file) override;
-    void autoDownloadConfigDescr(QString file, int param) override;
+    // Completion calls of the HTTP client, passed to the workflow.
+    bool hasWindow() const override;
+    void showStatusMessage(const QString& text, int timeoutMs);
+    void addBytesOnDisk(long bytes);
+    void setProgress(int done);
+    void getSizeFile(long size);
+    void parseFileTxt(QString file, int param);
+    void parseFileTxt1(QString file, int param);
+    void parseFileTxt2(QString file, int param);
+    void downloadModule(QString file, bool notFound);
+    void getNewModule(QString file);
+    void autoDownloadConfig(QString file);
+    void autoDownloadConfigDescr(QString file, int param);
 
     // Read access for the host's scripted mode and for tests.
+    CUpdateWorkflow& workflow() const { return *workflow_; }
     QDialog* dialogWindow() const { return dialog; }
     QDialog* updateReport() const { return reportDialog; }
     QTreeWidget* tree() const { return moduleTree; }
@@ -113,16 +117,42 @@ public:
     QCheckBox* autoControl() const { return autoBox; }
     QCheckBox* showWindowControl() const { return showWindowBox; }
     CTextEdit* descriptionView() const { return descriptionBox; }
-    CDownloadHttp* http() const { return httpClient; }
-    const CFileToDl& chosen() const { return *fileToDl; }
-    QString serverBaseUrl() const { return serverUrl; }
-    QString brokerBaseUrl() const { return brokerUrl; }
-    QString downloadFolder() const { return downloadDir; }
-    bool settingsFileExisted() const { return configFileExists; }
+    CDownloadHttp* http() const;
+    const CFileToDl& chosen() const;
+    QString serverBaseUrl() const;
+    QString brokerBaseUrl() const;
+    QString downloadFolder() const;
+    bool settingsFileExisted() const;
     int menuIdentifier() const { return menuId; }
-    int connectionState() const { return connectState; }
-    int autoDelaySeconds() const { return autoDelay; }
-    QTimer* autoStartTimer() const { return outTimer; }
+    int connectionState() const;
+    int autoDelaySeconds() const;
+    QTimer* autoStartTimer() const;
+
+    // The workflow's view.
+    void setStatus(const QString& message, int timeoutMs = 0) override;
+    void setInfo(const QString& text) override;
+    void setEnabled(Control control, bool enabled) override;
+    void setStartText(const QString& text) override;
+    void setBusy(bool busy) override;
+    void showProgress(int maximum) override;
+    void setProgressMaximum(int maximum) override;
+    void setProgressValue(int value) override;
+    void resetProgress() override;
+    void clearRows() override;
+    void addConfigurationRow(const dlModule& configuration, const dlListModule& modules) override;
+    void addModuleRow(const dlModule& module, const QString& descriptionFile) override;
+    int rowCount() const override;
+    std::vector<dlModule> checkedRecords() const override;
+    void uncheckAll() override;
+    void selectFirstRow() override;
+    void clearDescription() override;
+
+    // The workflow's prompts.
+    void information(const QString& title, const QString& text) override;
+    void critical(const QString& title, const QString& text) override;
+    int question(const QString& title, const QString& text) override;
+    int runInstallation(bool& cancelled) override;
+    void showReport(const std::vector<dlModule>& installed) override;
 
 public slots:
     void closeConvertor();
@@ -149,62 +179,14 @@ signals:
     void SignalInstallationEnded(int result);
 
 private:
-    void askHostAtStart();
-    void setUpFolders();
+    void askHostForWindow();
     void buildControls();
-    void showFirstLook();
     void windowClosed();
     QString text(const char* key) const;
-    void setStatus(const QString& message, int timeoutMs = 0);
-    void changeCursor(bool wait);
-    void resetProgress();
-    void showIdleControls();
-
-    // Rows of the tree.
-    void appendConfigurationRow(const dlModule& configuration, const QString& moduleListFile);
-    void appendModuleRow(const dlModule& module);
-    void collectChecked(std::vector<dlModule>& out) const;
-    void showListResultTexts();
-    void finishListChain();
-    ModuleListSources listSources() const;
-    void parseModuleListFile(const QString& file, dlListModule& list, const QString& configName);
-    void parseConfigListFile(const QString& file, dlListModule& list);
-
-    // The run.
-    void probeNext();
-    void fetchRecord(int index);
-    void recordRun(int& count);
-    void deleteRunFiles();
-    bool askHostForModule(const dlModule& record);
-    // Runs f on the GUI thread, waiting for it when called from the worker:
-    // every host call and state-file change happens on the GUI thread.
-    template <class F>
-    void onGuiThread(F f);
     QWidget* messageParent() const;
-    std::vector<dlModule> storedRecords(int state, int count);
-    void takeOfferedForAuto(const dlListModule& offered);
 
-    // Settings and folders.
-    QString downloadDir;
-    QString configFilePath;
-    bool configFileExists = true;
-    QString serverUrl;
-    QString brokerUrl;
-    QString configDescName;
-    QString moduleDescName;
-    QString configBrokerDescName;
-    QString moduleBrokerDescName;
-    QString fileListName;
-    QString stateFilePath;
-    CDownloadHttp* httpClient = nullptr;
+    std::unique_ptr<CUpdateWorkflow> workflow_;
     Download::CDownloadManager* downloadManager = nullptr;
-    CSaveParamDownload* saveParam = nullptr;
-    CFileToDl* fileToDl = nullptr;
-    QTimer* outTimer = nullptr;
-    int outTimeValue = 300;
-
-    // What the host reported.
-    std::vector<coreNameConfig> installedConfigs;
     int menuId = 0;
     void* mainWindow = nullptr;
 
@@ -231,36 +213,4 @@ private:
     QDialog* reportDialog = nullptr;
     bool autoDownloadOption = false;
     bool showWindowOption = false;
-
-    // The list chain.
-    dlListModule configList;
-    dlListModule moduleList;
-    int configIndex = 0;
-    int moduleDescIndex = 0;
-    bool fetchingDescriptions = false;
-    bool searchRunning = false;
-    bool listsFetchedOnce = false;
-    bool refreshPending = false;
-
-    // The run.
-    int moduleIndex = 0;
-    std::vector<long> probedSizes;  // each probed record's size, in probing order
-    int totalBytes = 0;
-    int bytesOnDisk = 0;
-    int lastDone = 0;
-    std::vector<dlModule> lastModules;
-    int installCount = 0;
-    bool autoRun = false;
-    bool autoWait = false;
-    int errorCount = 0;
-    bool idle = true;
-    int connectState = 0;
-    bool pendingContinue = false;
-    int autoDelay = 300;
-
-    // The automatic mode.
-    bool autoMode = false;
-    coreNameConfig currentConfig{};
-    bool currentConfigValid = false;
-    std::vector<coreModuleEntry> autoModuleTable;
 };

@@ -1,0 +1,331 @@
+#include "update/UpdateWorkflow.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTimer>
+
+#include "platform/LogHelper.h"
+#include "protocol/HostMessages.h"
+#include "transfer/DownloadHttp.h"
+#include "update/AutoChoice.h"
+#include "update/DownloadRun.h"
+#include "update/DownloadSettings.h"
+#include "update/FileToDl.h"
+#include "update/HostFolders.h"
+#include "update/InstalledProducts.h"
+#include "update/Installation.h"
+#include "update/ListChain.h"
+#include "update/SaveParamDownload.h"
+#include "update/UpdatePrompts.h"
+#include "update/UpdateView.h"
+#include "update/UpdaterProtocol.h"
+
+namespace {
+
+const char kStateFileName[] = "download.rdd";
+
+}  // namespace
+
+CUpdateWorkflow::CUpdateWorkflow(Environment environment) : env_(std::move(environment))
+{
+    chosen_ = std::make_unique<CFileToDl>();
+    timer_ = new QTimer(this);
+    connect(timer_, &QTimer::timeout, this, &CUpdateWorkflow::startTimerIsOutTime);
+    lists_ = std::make_unique<CListChain>(*this);
+    run_ = std::make_unique<CDownloadRun>(*this);
+    automatic_ = std::make_unique<CAutoChoice>(*this);
+    installation_ = std::make_unique<CInstallation>(*this);
+}
+
+CUpdateWorkflow::~CUpdateWorkflow() = default;
+
+QString CUpdateWorkflow::text(const char* key) const
+{
+    return env_.text ? env_.text(key) : QString::fromLatin1(key);
+}
+
+void CUpdateWorkflow::askConnectState()
+{
+    mwiSetStateConnect state{1};
+    const bool answered =
+        env_.link.send(HostMsg::QueryConnectState, reinterpret_cast<intptr_t>(&state)) == 0;
+    connectState_ = env_.startOffline ? 0 : (answered ? state.state : 1);
+}
+
+void CUpdateWorkflow::askInstalledConfigurations()
+{
+    installedConfigs_ = CInstalledProducts(env_.link).configurations();
+}
+
+void CUpdateWorkflow::setUpFolders()
+{
+    downloadDir_ =
+        GetPathByFolderType(env_.link.sendCallback(), env_.link.hostPointer(), vfDownload);
+    if (QDir(downloadDir_).exists())
+        clearDownloadDir();
+    else
+        QDir().mkdir(downloadDir_);
+    configFilePath_ =
+        GetPathByFolderType(env_.link.sendCallback(), env_.link.hostPointer(), vfConfiguration)
+        + QStringLiteral("/download.cfg");
+    configFileExists_ = QFile::exists(configFilePath_);
+    serverUrl_ = readServerUrl(configFilePath_);
+
+    http_ = std::make_unique<CDownloadHttp>(this, serverUrl_);
+    http_->setIdleTimeout(
+        readIdleTimeoutSeconds(configFilePath_, CDownloadHttp::kDefaultIdleTimeoutSeconds) * 1000);
+    store_ = std::make_unique<CSaveParamDownload>(downloadDir_, env_.link);
+}
+
+QString CUpdateWorkflow::stateFilePath() const
+{
+    return downloadDir_ + QLatin1Char('/') + QLatin1String(kStateFileName);
+}
+
+QString CUpdateWorkflow::backupFolder() const
+{
+    return downloadDir_ + QStringLiteral("/Backup");
+}
+
+void CUpdateWorkflow::clearDownloadDir()
+{
+    clearTextFiles(downloadDir_);
+}
+
+void CUpdateWorkflow::DownloadFile(const QString& name, int param, int kind, bool progress)
+{
+    if (isOffLine())
+        return;
+    http_->getFile(name, downloadDir_, param, kind, 0, progress);
+}
+
+// ---------------------------------------------------------------------------
+// The window
+
+void CUpdateWorkflow::windowOpened()
+{
+    if (mode_.idle && !mode_.autoRun && !mode_.autoWait && !lists_->searching())
+        automatic_->startAutoDownload();
+}
+
+// The window shows what the workflow is doing when it opens.
+void CUpdateWorkflow::showFirstLook()
+{
+    IUpdateView& v = view();
+    const bool runShown = !mode_.idle || mode_.autoRun;
+    if (runShown) {
+        v.setEnabled(IUpdateView::Stop, true);
+        v.setStatus(text("MD0039Message"));
+        v.showProgress(run_->totalBytes());
+    } else if (mode_.autoWait) {
+        v.setEnabled(IUpdateView::Stop, true);
+        v.setStatus(text("MD0047"));
+    } else {
+        v.setEnabled(IUpdateView::Stop, false);
+        v.setStatus(text("MD0038Message"));
+    }
+    const bool busy = runShown || mode_.autoWait;
+    v.setEnabled(IUpdateView::Tree, !busy);
+    v.setEnabled(IUpdateView::Description, !busy);
+}
+
+void CUpdateWorkflow::showIdleControls()
+{
+    IUpdateView& v = view();
+    if (!v.hasWindow())
+        return;
+    v.setEnabled(IUpdateView::Tree, true);
+    v.setEnabled(IUpdateView::Description, true);
+    v.setEnabled(IUpdateView::Refresh, true);
+    v.setEnabled(IUpdateView::Stop, false);
+    v.setStartText(text("MD0011"));
+    v.changeState();
+}
+
+// ---------------------------------------------------------------------------
+// Connection state, timer and continuation
+
+bool CUpdateWorkflow::isOffLine()
+{
+    return connectState_ == 0;
+}
+
+void CUpdateWorkflow::getProxyData(mwiProxyState& state)
+{
+    if (env_.proxyData)
+        env_.proxyData(state);
+}
+
+void CUpdateWorkflow::setStateConnect(int state)
+{
+    if (state == connectState_)
+        return;
+    connectState_ = state;
+    if (state == 0) {
+        // A run cut off by going off-line goes on when the host is back
+        // on-line, from what the state file says it still lacks.
+        if (http_->abort() == 0 && (!mode_.idle || mode_.autoRun || mode_.autoWait))
+            mode_.pendingContinue = true;
+        return;
+    }
+    if (mode_.pendingContinue) {
+        mode_.pendingContinue = false;
+        continueDownload();
+    }
+}
+
+void CUpdateWorkflow::startTimer()
+{
+    if (timer_->isActive())
+        timer_->stop();
+    store_->getDelayAutoStart(autoDelay_);
+    timer_->setSingleShot(true);
+    timer_->start(autoDelay_ * 1000);
+}
+
+void CUpdateWorkflow::startTimerIsOutTime()
+{
+    if (timer_->isActive())
+        timer_->stop();
+    continueDownload();
+}
+
+void CUpdateWorkflow::continueDownload()
+{
+    if (isOffLine()) {
+        mode_.pendingContinue = true;
+        return;
+    }
+    if (store_->getCountLastDownloadModule() < 1) {
+        mode_.autoRun = false;
+        automatic_->startAutoDownload();
+        return;
+    }
+    mode_.autoRun = true;
+    if (run_->fetchStoredRecords())
+        return;
+    if (store_->getCountStateLastDownloadModule(dlStateFetched) == 0) {
+        store_->getCountStateLastDownloadModule(dlStateInstalled);
+        store_->clearLastDownload();
+        mode_.autoRun = false;
+        automatic_->startAutoDownload();
+        return;
+    }
+    changeModules();
+}
+
+// ---------------------------------------------------------------------------
+// Installation
+
+void CUpdateWorkflow::changeModules()
+{
+    const int fetched = store_->getCountStateLastDownloadModule(dlStateFetched);
+    LogHelper::ShowLogInfo(logTypeMessage, logLevel2,
+                           QStringLiteral("Download complete: %1 file(s) ready to install")
+                               .arg(fetched));
+    emit SignalInstallationStarts(fetched);
+    const QString updater = GetPathToUpdaterProgram();
+    if (!QFile::exists(updater) || fetched < 1) {
+        LogHelper::ShowLogInfo(logTypeError, logLevel4,
+                               QStringLiteral("Cannot install: updater \"%1\" %2, %3 file(s) fetched")
+                                   .arg(updater,
+                                        QFile::exists(updater) ? QStringLiteral("found")
+                                                               : QStringLiteral("missing"))
+                                   .arg(fetched));
+        prompts().critical(text("MD0050"), text("MD0053"));
+        emit SignalInstallationEnded(-1);
+        return;
+    }
+
+    bool cancelled = false;
+    const int result = prompts().runInstallation(cancelled);
+    if (cancelled) {
+        LogHelper::ShowLogInfo(logTypeMessage, logLevel2, QStringLiteral("Installation cancelled"));
+        view().setBusy(false);
+        emit SignalInstallationEnded(-1);
+        return;
+    }
+    if (result > 0)
+        installation_->report(result);
+    LogHelper::ShowLogInfo(logTypeMessage, logLevel2,
+                           QStringLiteral("Installation ended: %1").arg(result));
+
+    if (view().hasWindow()) {
+        clearDownloadDir();
+        lists_->getConfigDesc();
+    } else {
+        lists_->initFrame();
+    }
+    view().setBusy(false);
+    emit SignalInstallationEnded(result);
+}
+
+int CUpdateWorkflow::installationWork(const std::function<void(int, int)>& range,
+                                      const std::function<void(int)>& value,
+                                      const std::function<bool()>& stopRequested)
+{
+    return installation_->handOver(range, value, stopRequested);
+}
+
+// ---------------------------------------------------------------------------
+// Completion calls of the HTTP client
+
+bool CUpdateWorkflow::hasWindow()
+{
+    return view().hasWindow();
+}
+
+void CUpdateWorkflow::showStatusMessage(const QString& message, int timeoutMs)
+{
+    view().setStatus(message, timeoutMs);
+}
+
+void CUpdateWorkflow::addBytesOnDisk(long bytes)
+{
+    run_->addBytesOnDisk(bytes);
+}
+
+void CUpdateWorkflow::setProgress(int done)
+{
+    run_->setProgress(done);
+}
+
+void CUpdateWorkflow::getSizeFile(long size)
+{
+    run_->getSizeFile(size);
+}
+
+void CUpdateWorkflow::parseFileTxt(QString file, int param)
+{
+    lists_->parseFileTxt(file, param);
+}
+
+void CUpdateWorkflow::parseFileTxt1(QString file, int param)
+{
+    lists_->parseFileTxt1(file, param);
+}
+
+void CUpdateWorkflow::parseFileTxt2(QString file, int param)
+{
+    lists_->parseFileTxt2(file, param);
+}
+
+void CUpdateWorkflow::downloadModule(QString file, bool notFound)
+{
+    run_->downloadModule(file, notFound);
+}
+
+void CUpdateWorkflow::getNewModule(QString file)
+{
+    run_->getNewModule(file);
+}
+
+void CUpdateWorkflow::autoDownloadConfig(QString file)
+{
+    automatic_->autoDownloadConfig(file);
+}
+
+void CUpdateWorkflow::autoDownloadConfigDescr(QString file, int param)
+{
+    automatic_->autoDownloadConfigDescr(file, param);
+}
