@@ -4,7 +4,13 @@
 // dialog and its window the way a host does.
 #include <memory>
 
+#include <QAbstractButton>
+#include <QApplication>
 #include <QCryptographicHash>
+#include <QLabel>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QTimer>
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
@@ -17,8 +23,46 @@
 #include "support/SampleUpdateServer.h"
 #include "transfer/support/RealServers.h"
 #include "transfer/support/WaitFor.h"
+#include "ui/DownloadMessInfo.h"
 #include "ui/DownloadWidget.h"
 #include "ui/UiTestHost.h"
+
+// Answers the next message box or question box the dialog opens by pressing
+// its first button (OK / Yes), and keeps its title and text.
+class ModalAnswerer : public QObject {
+public:
+    ModalAnswerer()
+    {
+        connect(&timer_, &QTimer::timeout, this, [this] { look(); });
+        timer_.start(20);
+    }
+
+    struct Seen {
+        QString title;
+        QString text;
+    };
+    std::vector<Seen> seen;
+
+private:
+    void look()
+    {
+        for (QWidget* window : QApplication::topLevelWidgets()) {
+            if (!window->isVisible())
+                continue;
+            if (auto* box = qobject_cast<QMessageBox*>(window)) {
+                seen.push_back({box->windowTitle(), box->text()});
+                box->buttons().first()->click();
+                return;
+            }
+            if (auto* question = dynamic_cast<CDownloadMessInfo*>(window)) {
+                seen.push_back({question->windowTitle(), question->textLabel()->text()});
+                question->okButton()->click();
+                return;
+            }
+        }
+    }
+    QTimer timer_;
+};
 
 inline void PrintTo(const QString& text, std::ostream* out)
 {

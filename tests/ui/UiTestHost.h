@@ -2,18 +2,13 @@
 // A host for the dialog's tests: folders in a temporary tree, the parameter
 // files answered by the reference host's store, installed configurations and
 // module tables from plain tables, the dialog's menu entry and connection
-// state, and the answers to modal boxes the dialog opens.
+// state.
 #include <functional>
 #include <vector>
 
-#include <QAbstractButton>
-#include <QApplication>
 #include <QDir>
 #include <QFile>
-#include <QLabel>
-#include <QMessageBox>
 #include <QTemporaryDir>
-#include <QTimer>
 
 #include "host/store/ParameterStore.h"
 #include "protocol/HostMessages.h"
@@ -21,7 +16,6 @@
 #include "support/InstalledProductsHost.h"
 #include "support/TestHost.h"
 #include "protocol/DialogRecords.h"
-#include "ui/DownloadMessInfo.h"
 
 class UiTestHost : public TestHost {
 public:
@@ -69,41 +63,4 @@ public:
     QString menuText;
     ParameterStore store;
     InstalledProductsHost products;  // 3086-3088 and 3209
-};
-
-// Answers the next message box or question box the dialog opens by pressing
-// its first button (OK / Yes), and keeps its title and text.
-class ModalAnswerer : public QObject {
-public:
-    ModalAnswerer()
-    {
-        connect(&timer_, &QTimer::timeout, this, [this] { look(); });
-        timer_.start(20);
-    }
-
-    struct Seen {
-        QString title;
-        QString text;
-    };
-    std::vector<Seen> seen;
-
-private:
-    void look()
-    {
-        for (QWidget* window : QApplication::topLevelWidgets()) {
-            if (!window->isVisible())
-                continue;
-            if (auto* box = qobject_cast<QMessageBox*>(window)) {
-                seen.push_back({box->windowTitle(), box->text()});
-                box->buttons().first()->click();
-                return;
-            }
-            if (auto* question = dynamic_cast<CDownloadMessInfo*>(window)) {
-                seen.push_back({question->windowTitle(), question->textLabel()->text()});
-                question->okButton()->click();
-                return;
-            }
-        }
-    }
-    QTimer timer_;
 };
