@@ -133,7 +133,7 @@ TEST_F(Window, MissingListsAndDescriptionsLeaveAUsableWindow)
     EXPECT_TRUE(widget->closeControl()->isEnabled());
 
     // The module list comes back; its missing description reads as such.
-    put("/moduleDesc.txt",
+    putServerFile(serverRoot, "/moduleDesc.txt",
         "charts.so,1.5.0,3.3.8,1,/desc/charts.txt,/files/charts.so.gz,2026-10-01,20\n");
     bool shown = false;
     QObject::connect(widget, &CDownloadWidget::SignalListsShown, [&shown] { shown = true; });

@@ -1,31 +1,20 @@
 #pragma once
-// A whole update setting for the dialog's tests: an update server tree served
-// by nginx, a host with an installed configuration, and helpers that open the
-// dialog and its window the way a host does.
-#include <memory>
-
+// The dialog's tests: the workflow's setting (an update server tree served
+// by nginx, a host with an installed configuration) with the dialog opened
+// the way a host opens it, and the boxes it shows answered.
 #include <QAbstractButton>
 #include <QApplication>
-#include <QCryptographicHash>
 #include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QTimer>
-#include <QDir>
-#include <QFile>
-#include <QTemporaryDir>
 #include <QTreeWidget>
-#include <QUrl>
-#include <gtest/gtest.h>
 
 #include "module/DownloadModule.h"
 #include "protocol/HostMessages.h"
-#include "support/SampleUpdateServer.h"
-#include "transfer/support/RealServers.h"
-#include "transfer/support/WaitFor.h"
 #include "ui/DownloadMessInfo.h"
 #include "ui/DownloadWidget.h"
-#include "ui/UiTestHost.h"
+#include "update/WorkflowFixture.h"
 
 // Answers the next message box or question box the dialog opens by pressing
 // its first button (OK / Yes), and keeps its title and text.
@@ -64,35 +53,12 @@ private:
     QTimer timer_;
 };
 
-inline void PrintTo(const QString& text, std::ostream* out)
-{
-    *out << '"' << text.toStdString() << '"';
-}
-
-inline QByteArray fileBytes(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
-}
-
-class UiFixture : public ::testing::Test {
+class UiFixture : public WorkflowFixture {
 protected:
     void SetUp() override
     {
-        ASSERT_TRUE(root.isValid());
-        serverRoot = root.filePath(QStringLiteral("server"));
-        publishSampleServer(serverRoot, 3000);
-        host = std::make_unique<UiTestHost>(root.path());
-        // Installed: configuration Standard 3.3.8 in use, with an older charts
-        // and quotes module and news at the offered version.
-        // Runs end in installation; without an updater it says "Update failed",
-        // which the answerer dismisses. Installation tests name a real one.
-        qputenv("VELMORA_UPDATER", QFile::encodeName(root.filePath("no-updater")));
+        WorkflowFixture::SetUp();
         answerer = std::make_unique<ModalAnswerer>();
-        host->products.addConfiguration("Standard", 3, 3, 8, true, 7,
-                                        {installedModule("charts.so", 1, 4, 0),
-                                         installedModule("news.so", 1, 0, 0),
-                                         installedModule("quotes.so", 2, 0, 0)});
     }
 
     void TearDown() override
@@ -100,25 +66,12 @@ protected:
         if (CDownloadModule* module = GetModule<CDownloadModule>())
             module->deleteDialog();
         answerer.reset();
-        host.reset();
-        qunsetenv("VELMORA_UPDATER");
-    }
-
-    void startNginx()
-    {
-        nginx = std::make_unique<NginxServer>(serverRoot);
-        ASSERT_TRUE(nginx->started()) << nginx->errorLog().toStdString();
-        writeSettings("[Address]\r\nPath=" + nginx->baseUrl().toLatin1() + "\r\n");
+        WorkflowFixture::TearDown();
     }
 
     void writeSettings(const QByteArray& text)
     {
         writeText(host->configDir + QStringLiteral("/download.cfg"), text);
-    }
-
-    void put(const QString& relative, const QByteArray& bytes)
-    {
-        putServerFile(serverRoot, relative, bytes);
     }
 
     CDownloadWidget* openDialog()
@@ -170,25 +123,5 @@ protected:
                 widget->tree()->topLevelItem(i)->setCheckState(0, Qt::Checked);
     }
 
-    // Requests nginx answered, as "path|status|range", without the list chain.
-    QStringList fileRequests() const
-    {
-        QStringList result;
-        for (const QString& line : nginx->accessLog()) {
-            const QStringList parts = line.split('|');
-            // The client asks for the absolute URI, as it would of a proxy.
-            const QString path = QUrl(parts.value(0).section(' ', 1, 1)).path();
-            if (path.startsWith(QLatin1String("/files/")))
-                result << path + '|' + parts.value(1) + '|' + parts.value(2);
-        }
-        return result;
-    }
-
-    QString downloaded(const QString& name) const { return host->downloadDir + '/' + name; }
-
-    QTemporaryDir root;
-    QString serverRoot;
-    std::unique_ptr<UiTestHost> host;
-    std::unique_ptr<NginxServer> nginx;
     std::unique_ptr<ModalAnswerer> answerer;  // every box the dialog opens, in order
 };
