@@ -158,20 +158,23 @@ void CDownloadHttp::getFile(QString const& name, QString const& localDir, int pa
 
     QString range;
     file = new QFile(localFile);
+    // A file that cannot be opened (a missing or read-only folder) fails the
+    // request as a write error would; returning quietly left the run busy
+    // for ever with nothing said.
     if (!file->exists()) {
         if (!file->open(kBodyOpenMode))
-            return;
+            return refuseLocalFile(file->errorString());
     } else if (file->size() <= kDroppedTail) {
         file->remove();
         if (!file->open(kBodyOpenMode))
-            return;
+            return refuseLocalFile(file->errorString());
     } else {
         if (!file->open(QIODevice::ReadOnly))
-            return;
+            return refuseLocalFile(file->errorString());
         copyFile = new QFile(dirCopy + QLatin1Char('/') + QLatin1String(kCopyName));
         if (!copyFile->open(QIODevice::WriteOnly)) {
             file->close();
-            return;
+            return refuseLocalFile(copyFile->errorString());
         }
         qint64 keep = file->size() - kDroppedTail;
         char block[kDroppedTail];
@@ -188,7 +191,7 @@ void CDownloadHttp::getFile(QString const& name, QString const& localDir, int pa
         // Append: a plain write-only open would truncate the kept part, and
         // the fetch would start over instead of resuming.
         if (!file->open(kBodyOpenMode | QIODevice::Append))
-            return;
+            return refuseLocalFile(file->errorString());
         file->flush();
         const qint64 offset = file->size();
         range = QStringLiteral("bytes=%1-").arg(offset);
@@ -334,7 +337,7 @@ void CDownloadHttp::Done(bool)
         networkError("IdleTimeout", retryInterval);
         break;
     case CHttpConnection::WriteError:
-        writeError();
+        writeError(http->errorString());
         break;
     case CHttpConnection::Aborted:
         closeFile();
@@ -358,9 +361,8 @@ void CDownloadHttp::Done(bool)
 // status bar names the file and the reason. A module fetch counts as failed,
 // so the dialog's three-failure rule ends in its error box instead of a
 // retry every 20 seconds for ever; a list is retried like a network error.
-void CDownloadHttp::writeError()
+void CDownloadHttp::writeError(const QString& reason)
 {
-    const QString reason = http->errorString();
     closeFile();
     if (owner->hasWindow())
         owner->showStatusMessage(QStringLiteral("Download: Error writing %1: %2").arg(localFile, reason), 0);
@@ -370,6 +372,13 @@ void CDownloadHttp::writeError()
     }
     busy = false;
     dispatch(true);
+}
+
+// Reported from the event loop, as every other outcome is: the caller of
+// getFile must not see its completion before getFile has returned.
+void CDownloadHttp::refuseLocalFile(const QString& reason)
+{
+    QTimer::singleShot(0, this, [this, reason] { writeError(reason); });
 }
 
 void CDownloadHttp::dispatch(bool notFound)

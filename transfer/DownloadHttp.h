@@ -74,7 +74,8 @@ private:
     void closeFile();
     void dispatch(bool notFound);
     void networkError(const char* name, int timeoutMs);
-    void writeError();
+    void writeError(const QString& reason);
+    void refuseLocalFile(const QString& reason);
     // False when the answer to a resuming request must not reach the file.
     bool acceptResumeAnswer(const CHttpResponseHeader& header);
 
