@@ -49,6 +49,12 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
+# pkg-config (libsodium) reads the sysroot's i386 .pc files only, and prefixes
+# the paths they give with the sysroot.
+set(ENV{PKG_CONFIG_LIBDIR} "${DM_I386_SYSROOT}/usr/lib/i386-linux-gnu/pkgconfig:${DM_I386_SYSROOT}/usr/share/pkgconfig")
+set(ENV{PKG_CONFIG_SYSROOT_DIR} "${DM_I386_SYSROOT}")
+set(ENV{PKG_CONFIG_PATH} "")
+
 # Qt looks for its plugins (the offscreen platform) where the i386 packages
 # put them on an i386 system; here they are inside the sysroot. The test
 # programs are started through env with the sysroot's plugin folder, both

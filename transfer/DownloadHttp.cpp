@@ -18,6 +18,8 @@ const char kCopyName[] = "copy.txt";
 // Unbuffered, so that a full disk shows at the write that failed, where the
 // connection can end the fetch, and not at a close nobody checks.
 constexpr QIODevice::OpenMode kBodyOpenMode = QIODevice::WriteOnly | QIODevice::Unbuffered;
+// The kept part of a partial file is copied in blocks of this size.
+constexpr qint64 kCopyBlock = 64 * 1024;
 
 template <std::size_t N>
 QByteArray fieldText(const char (&field)[N])
@@ -48,6 +50,7 @@ CDownloadHttp::CDownloadHttp(IDownloadHttpClient* owner_, QString baseUrl_)
 CDownloadHttp::~CDownloadHttp()
 {
     delete http;
+    delete checkedWriter;
     delete file;
     delete copyFile;
 }
@@ -126,8 +129,34 @@ void CDownloadHttp::getFileSize(QString name)
     http->request(header);
 }
 
+void CDownloadHttp::checkNextFile(qint64 maxBytes_)
+{
+    checkNext = true;
+    nextMaxBytes = qMax<qint64>(0, maxBytes_);
+}
+
+FetchDigest CDownloadHttp::lastFetch() const
+{
+    FetchDigest result;
+    result.bytes = digest.bytes();
+    result.overran = checkedWriter && checkedWriter->overran();
+    if (checked && !result.overran)
+        result.sha256 = digest.hex();
+    return result;
+}
+
 void CDownloadHttp::getFile(QString const& name, QString const& localDir, int param_, int kind_,
                             int chunkArg_, bool showProgress_)
+{
+    checked = checkNext;
+    maxBytes = nextMaxBytes;
+    checkNext = false;
+    nextMaxBytes = 0;
+    fetch(name, localDir, param_, kind_, chunkArg_, showProgress_);
+}
+
+void CDownloadHttp::fetch(QString const& name, QString const& localDir, int param_, int kind_,
+                          int chunkArg_, bool showProgress_)
 {
     // Copies first: name and localDir may be the retry fields themselves.
     const QString nameCopy = name;
@@ -151,6 +180,9 @@ void CDownloadHttp::getFile(QString const& name, QString const& localDir, int pa
     localFile = dirCopy + QLatin1Char('/') + target.fileName();
     newConnection();
 
+    delete checkedWriter;
+    checkedWriter = nullptr;
+    digest.reset();
     delete file;
     file = nullptr;
     delete copyFile;
@@ -176,12 +208,16 @@ void CDownloadHttp::getFile(QString const& name, QString const& localDir, int pa
             file->close();
             return refuseLocalFile(copyFile->errorString());
         }
+        // A checked fetch hashes the kept bytes here, as they pass through
+        // memory anyway, and never reads the file a second time.
         qint64 keep = file->size() - kDroppedTail;
-        char block[kDroppedTail];
+        QByteArray block(int(kCopyBlock), Qt::Uninitialized);
         while (keep > 0) {
-            const qint64 got = file->read(block, qMin<qint64>(keep, kDroppedTail));
-            if (got <= 0 || copyFile->write(block, got) != got)
+            const qint64 got = file->read(block.data(), qMin(keep, kCopyBlock));
+            if (got <= 0 || copyFile->write(block.constData(), got) != got)
                 break;
+            if (checked)
+                digest.add(block.constData(), got);
             keep -= got;
         }
         file->close();
@@ -212,7 +248,12 @@ void CDownloadHttp::getFile(QString const& name, QString const& localDir, int pa
         header.setValue(QStringLiteral("Proxy-Authorization"), authorization);
 
     showProgress = showProgress_;
-    http->request(header, QByteArray(), file);
+    QIODevice* out = file;
+    if (checked) {
+        checkedWriter = new CCheckedFileWriter(file, digest, maxBytes);
+        out = checkedWriter;
+    }
+    http->request(header, QByteArray(), out);
 }
 
 int CDownloadHttp::abort()
@@ -262,6 +303,7 @@ bool CDownloadHttp::acceptResumeAnswer(const CHttpResponseHeader& header)
         // progress no longer counts them.
         if (!file || !file->resize(0))
             break;
+        digest.reset();
         owner->addBytesOnDisk(-long(resumeOffset));
         resumeOffset = 0;
         return true;
@@ -361,11 +403,21 @@ void CDownloadHttp::Done(bool)
 // status bar names the file and the reason. A module fetch counts as failed,
 // so the dialog's three-failure rule ends in its error box instead of a
 // retry every 20 seconds for ever; a list is retried like a network error.
+//
+// A checked file that grew past its bound ends the same way, but is deleted
+// first: it cannot be the listed file, and resuming it would only fetch the
+// excess again.
 void CDownloadHttp::writeError(const QString& reason)
 {
     closeFile();
+    const bool overran = checkedWriter && checkedWriter->overran();
+    if (overran)
+        QFile::remove(localFile);
     if (owner->hasWindow())
-        owner->showStatusMessage(QStringLiteral("Download: Error writing %1: %2").arg(localFile, reason), 0);
+        owner->showStatusMessage(
+            overran ? QStringLiteral("Download: Error %1 is %2").arg(localFile, reason)
+                    : QStringLiteral("Download: Error writing %1: %2").arg(localFile, reason),
+            0);
     if (kind != KindDownloadModule) {
         retryTimer->start(retryInterval);
         return;
@@ -399,5 +451,5 @@ void CDownloadHttp::dispatch(bool notFound)
 void CDownloadHttp::timerDone()
 {
     retryTimer->stop();
-    getFile(retryUrl, retryDir, param, kind, chunkArg2, retryProgress);
+    fetch(retryUrl, retryDir, param, kind, chunkArg2, retryProgress);
 }

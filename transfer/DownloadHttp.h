@@ -8,6 +8,7 @@
 #include <QString>
 
 #include "net/ServerUrl.h"
+#include "transfer/FileDigest.h"
 #include "transfer/HttpConnection.h"
 
 class QFile;
@@ -41,6 +42,14 @@ public:
     void getFileSize(QString name);
     void getFile(QString const& name, QString const& localDir, int param, int kind, int chunkArg,
                  bool showProgress);
+    // The next getFile, and its retries, hashes the file as it is written
+    // (lastFetch) and, with maxBytes > 0, cuts it off beyond maxBytes: the
+    // file is deleted and the fetch fails like one the disk refused. The
+    // getFile after that one is unchecked again unless asked.
+    void checkNextFile(qint64 maxBytes);
+    // The checked fetch's outcome, good from its completion call until the
+    // next getFile; an unchecked fetch gives an empty sha256.
+    FetchDigest lastFetch() const;
     // -1 when no request was ever made; otherwise ends the current one quietly.
     int abort();
 
@@ -71,6 +80,8 @@ private:
     // Proxy-Authorization value, empty without a proxy.
     QString connectTo(const ServerUrl& target);
     bool openTarget(CHttpRequestHeader& header);
+    void fetch(QString const& name, QString const& localDir, int param, int kind, int chunkArg,
+               bool showProgress);
     void closeFile();
     void dispatch(bool notFound);
     void networkError(const char* name, int timeoutMs);
@@ -83,6 +94,13 @@ private:
     CHttpConnection* http = nullptr;
     QFile* file = nullptr;
     QFile* copyFile = nullptr;
+    // Between the file and the connection while a checked fetch runs.
+    CCheckedFileWriter* checkedWriter = nullptr;
+    CFileDigest digest;
+    bool checkNext = false;
+    qint64 nextMaxBytes = 0;
+    bool checked = false;
+    qint64 maxBytes = 0;
     QString url;
     int chunkArg = 0;
     bool ok = true;

@@ -27,7 +27,8 @@ const dlModule* firstNamed(const dlListModule& list, const QByteArray& name)
 
 }  // namespace
 
-void refreshChosenModules(const dlListModule& fresh, CFileToDl& chosen, CSaveParamDownload& store)
+void refreshChosenModules(const dlListModule& fresh, CFileToDl& chosen, CSaveParamDownload& store,
+                          const CListedHashes* hashes)
 {
     for (int i = 0; i < chosen.getModuleCount(); ++i) {
         dlModule current = emptyDlModule();
@@ -46,17 +47,19 @@ void refreshChosenModules(const dlListModule& fresh, CFileToDl& chosen, CSavePar
         std::memcpy(replacement.localPath, current.localPath, sizeof replacement.localPath);
         replacement.state = current.state;
         chosen.changeStruct(i, replacement);
-        store.changeStateLastDownloadModule(replacement, dlStateToFetch);
+        store.changeStateLastDownloadModule(replacement, dlStateToFetch,
+                                            hashes ? hashes->value(replacement) : ListedHash());
     }
 }
 
 bool getNewModule(const QString& fileName, CFileToDl& chosen, CSaveParamDownload& store,
-                  const ModuleListSources& sources, const CInstalledProducts& host)
+                  const ModuleListSources& sources, const CInstalledProducts& host,
+                  CListedHashes* hashes)
 {
     dlListModule fresh;
-    parseFileList(fileName, fresh, QString(), sources, host);
+    parseFileList(fileName, fresh, QString(), sources, host, hashes);
     if (chosen.getModuleCount() <= 0)
         return false;
-    refreshChosenModules(fresh, chosen, store);
+    refreshChosenModules(fresh, chosen, store, hashes);
     return true;
 }

@@ -7,6 +7,7 @@
 #include "update/DlModule.h"
 
 class CFileToDl;
+class CListedHashes;
 class CInstalledProducts;
 class CSaveParamDownload;
 struct ModuleListSources;
@@ -16,11 +17,15 @@ struct ModuleListSources;
 // download state as still to be fetched. When the version or versionExtra
 // differs, the partly downloaded local file of the old version is deleted
 // first (and localPath cleared), so that the new version is not resumed onto
-// it. Chosen records the fresh list lacks stay as they are.
-void refreshChosenModules(const dlListModule& fresh, CFileToDl& chosen, CSaveParamDownload& store);
+// it. Chosen records the fresh list lacks stay as they are. With hashes (the
+// fresh list's), each replacement's hash is stored with it.
+void refreshChosenModules(const dlListModule& fresh, CFileToDl& chosen, CSaveParamDownload& store,
+                          const CListedHashes* hashes = nullptr);
 
 // Parses the module list in fileName against the current configuration and
 // refreshes the chosen set with it. True when the set holds records: the
-// caller then starts the size query of record 0's serverPath.
+// caller then starts the size query of record 0's serverPath. With hashes,
+// the list's hashes are kept there and in the state file.
 bool getNewModule(const QString& fileName, CFileToDl& chosen, CSaveParamDownload& store,
-                  const ModuleListSources& sources, const CInstalledProducts& host);
+                  const ModuleListSources& sources, const CInstalledProducts& host,
+                  CListedHashes* hashes = nullptr);

@@ -33,7 +33,7 @@ int readIdleTimeoutSeconds(const QString& configFilePath, int fallback)
 void clearTextFiles(const QString& folder)
 {
     const QDir dir(folder);
-    const QStringList names = dir.entryList({QStringLiteral("*.txt")}, QDir::Files | QDir::Hidden | QDir::CaseSensitive);
+    const QStringList names = dir.entryList({QStringLiteral("*.txt"), QStringLiteral("*.minisig")}, QDir::Files | QDir::Hidden | QDir::CaseSensitive);
     for (const QString& name : names)
         QFile::remove(dir.filePath(name));
 }

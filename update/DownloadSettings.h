@@ -20,6 +20,7 @@ QString readServerUrl(const QString& configFilePath);
 // when the file or the key is missing or the value is not a positive number.
 int readIdleTimeoutSeconds(const QString& configFilePath, int fallback);
 
-// Deletes the "*.txt" files of folder (lists and description texts); partial
-// downloads and the state file stay.
+// Deletes the "*.txt" files of folder (lists and description texts) and the
+// "*.minisig" signatures fetched with them; partial downloads, the state
+// file and the accepted serial stay.
 void clearTextFiles(const QString& folder);

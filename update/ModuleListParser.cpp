@@ -13,13 +13,14 @@ namespace {
 
 constexpr QChar kSeparator = QLatin1Char(',');
 constexpr int kMandatoryFields = 7;
-constexpr int kFields = 8;
+constexpr int kFields = 9;
 // The type of an entry that belongs to a configuration.
 const QByteArray kConfigurationType = QByteArrayLiteral("2");
 
-// Splits the fields; the eighth runs to the next comma or to the line's end.
-// The positions are always inside the line, so the references are made
-// directly rather than through midRef's range checks.
+// Splits the fields; the eighth and the ninth run to the next comma or to
+// the line's end, and the ninth is empty when the line ends before it. The
+// positions are always inside the line, so the references are made directly
+// rather than through midRef's range checks.
 bool splitModuleLine(const QString& line, QStringRef (&fields)[kFields])
 {
     int from = 0;
@@ -30,8 +31,16 @@ bool splitModuleLine(const QString& line, QStringRef (&fields)[kFields])
         fields[i] = QStringRef(&line, from, comma - from);
         from = comma + 1;
     }
-    const int comma = line.indexOf(kSeparator, from);
-    fields[kMandatoryFields] = QStringRef(&line, from, (comma < 0 ? line.size() : comma) - from);
+    for (int i = kMandatoryFields; i < kFields; ++i) {
+        if (from > line.size()) {
+            fields[i] = QStringRef();
+            continue;
+        }
+        const int comma = line.indexOf(kSeparator, from);
+        const int end = comma < 0 ? line.size() : comma;
+        fields[i] = QStringRef(&line, from, end - from);
+        from = end + 1;
+    }
     return true;
 }
 
@@ -70,7 +79,7 @@ bool isOffered(const dlModule& entry, const ModuleListBasis& basis,
 
 }  // namespace
 
-bool parseModuleLine(const QString& line, dlModule& out)
+bool parseModuleLine(const QString& line, dlModule& out, ListedHash* hash)
 {
     QStringRef fields[kFields];
     if (!splitModuleLine(line, fields))
@@ -85,7 +94,16 @@ bool parseModuleLine(const QString& line, dlModule& out)
     setDlLocalText(out.descPath, fields[4]);
     setDlLocalText(out.serverPath, fields[5]);
     setDlLocalText(out.title, fields[6]);
-    setDlText(out.sizeText, dlSizeText(fields[7].toInt(nullptr, 10)));
+    const int sizeKb = fields[7].toInt(nullptr, 10);
+    setDlText(out.sizeText, dlSizeText(sizeKb));
+    if (hash) {
+        const QByteArray digest = fields[8].toLatin1();
+        *hash = ListedHash();
+        if (isSha256Text(digest)) {
+            hash->sha256 = digest;
+            hash->sizeKb = sizeKb;
+        }
+    }
     return true;
 }
 
@@ -107,22 +125,28 @@ bool isModuleOffered(const dlModule& entry, const ModuleListBasis& basis)
     return isOffered(entry, basis, indexByName(basis.installed, basis.installedCount));
 }
 
-void parseModuleLines(const QStringList& lines, dlListModule& list, const ModuleListBasis& basis)
+void parseModuleLines(const QStringList& lines, dlListModule& list, const ModuleListBasis& basis,
+                      CListedHashes* hashes)
 {
     // One look-up table per list keeps the parse linear in the list's length
     // however many modules are installed.
     const QHash<QByteArray, int> installedByName = indexByName(basis.installed, basis.installedCount);
     dlModule entry;
+    ListedHash hash;
     for (const QString& line : lines) {
-        if (!parseModuleLine(line, entry))
+        if (!parseModuleLine(line, entry, hashes ? &hash : nullptr))
             return;
-        if (isOffered(entry, basis, installedByName))
+        if (isOffered(entry, basis, installedByName)) {
             list.append(entry);
+            if (hashes)
+                hashes->insert(entry, hash);
+        }
     }
 }
 
 void parseFileList(const QString& fileName, dlListModule& list, const QString& configName,
-                   const ModuleListSources& sources, const CInstalledProducts& host)
+                   const ModuleListSources& sources, const CInstalledProducts& host,
+                   CListedHashes* hashes)
 {
     const ConfigurationChoice choice =
         chooseConfiguration(sources.configs, sources.configCount, configName.toLocal8Bit());
@@ -144,5 +168,5 @@ void parseFileList(const QString& fileName, dlListModule& list, const QString& c
         basis.installed = hostTable.data();
         basis.installedCount = int(hostTable.size());
     }
-    parseModuleLines(lines, list, basis);
+    parseModuleLines(lines, list, basis, hashes);
 }

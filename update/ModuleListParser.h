@@ -1,7 +1,10 @@
 #pragma once
 // The server's module lists: one offered file per line,
-//   name,version,versionExtra,type,descPath,serverPath,title,sizeKb[,ignored...]
+//   name,version,versionExtra,type,descPath,serverPath,title,sizeKb[,sha256[,ignored...]]
 // split at single commas with no quoting; spaces belong to the fields. The
+// ninth field, the SHA-256 of the file as served (64 lower-case hex digits),
+// goes to a CListedHashes beside the records; anything else there is ignored
+// as it always was. The
 // first line with fewer than seven commas ends the list: it and everything
 // after it are ignored, while the lines before it count. A list is reduced to
 // the entries worth offering: files not installed, or newer than installed.
@@ -10,13 +13,16 @@
 #include <QStringList>
 
 #include "update/DlModule.h"
+#include "update/FileHashes.h"
 #include "protocol/UpdateRecords.h"
 
 class CInstalledProducts;
 
 // Takes one list line apart into a freshly parsed record (localPath and
 // auxPath empty, state -1, the size formatted). False for a malformed line.
-bool parseModuleLine(const QString& line, dlModule& out);
+// With hash, also the ninth field and the size in kB (the hash stays empty
+// when the field is not a SHA-256).
+bool parseModuleLine(const QString& line, dlModule& out, ListedHash* hash = nullptr);
 
 // The installed configuration the list is compared against, by index into the
 // configuration table: the LAST entry whose name equals the requested name
@@ -46,8 +52,10 @@ struct ModuleListBasis {
 bool isModuleOffered(const dlModule& entry, const ModuleListBasis& basis);
 
 // Appends the offered entries of lines to list (which is not cleared first),
-// stopping at the first malformed line.
-void parseModuleLines(const QStringList& lines, dlListModule& list, const ModuleListBasis& basis);
+// stopping at the first malformed line. With hashes, the hash of every
+// offered entry is kept there (an entry without one drops what was kept).
+void parseModuleLines(const QStringList& lines, dlListModule& list, const ModuleListBasis& basis,
+                      CListedHashes* hashes = nullptr);
 
 // What the dialog knows when it parses a module list.
 struct ModuleListSources {
@@ -65,4 +73,5 @@ struct ModuleListSources {
 // called configName (or the current one when no name matches), whose module
 // table is asked from host. An unreadable file appends nothing.
 void parseFileList(const QString& fileName, dlListModule& list, const QString& configName,
-                   const ModuleListSources& sources, const CInstalledProducts& host);
+                   const ModuleListSources& sources, const CInstalledProducts& host,
+                   CListedHashes* hashes = nullptr);

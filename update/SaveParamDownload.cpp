@@ -21,6 +21,8 @@ const char* const kAutoNode = "ParamAutoDL";
 const char* const kLastNode = "LastDownload";
 const char* const kModuleNode = "Module";
 const char* const kCountKey = "LastDownloadCount";
+const char* const kSha256Key = "Sha256";
+const char* const kSizeKbKey = "SizeKb";
 
 // Asks the host to load the file; its handle, or null.
 void* loadFile(HostCallback send, void* host, const QString& path)
@@ -74,6 +76,26 @@ void readModuleNode(const CXMLWorkData& node, dlModule& module)
     // Bounded like the others: a longer value in a file edited by hand must
     // not run past the field.
     node.readString("Size", "", module.sizeText, size);
+}
+
+void writeHash(CXMLWorkData& node, const ListedHash& hash)
+{
+    if (hash.isEmpty())
+        return;
+    node.writeString(kSha256Key, QString::fromLatin1(hash.sha256));
+    node.writeInteger(kSizeKbKey, int(hash.sizeKb));
+}
+
+ListedHash readHash(const CXMLWorkData& node)
+{
+    QString text;
+    node.readString(kSha256Key, QString(), text);
+    ListedHash hash;
+    if (isSha256Text(text.toLatin1())) {
+        hash.sha256 = text.toLatin1();
+        hash.sizeKb = node.readInteger(kSizeKbKey, 0);
+    }
+    return hash;
 }
 
 bool sameModule(const CXMLWorkData& node, const dlModule& module)
@@ -206,7 +228,7 @@ void CSaveParamDownload::createLastDownload(int count)
     saveDefaultXml(xml);
 }
 
-void CSaveParamDownload::saveLastDownloadModule(dlModule module, int state)
+void CSaveParamDownload::saveLastDownloadModule(dlModule module, int state, const ListedHash& hash)
 {
     CXMLWorkData* xml = getDefaultXml();
     if (!xml)
@@ -216,6 +238,7 @@ void CSaveParamDownload::saveLastDownloadModule(dlModule module, int state)
         std::unique_ptr<CXMLWorkData> child(node->createNode(kModuleNode, coreXmlOpenAppend));
         if (child) {
             writeModuleNode(*child, module, state);
+            writeHash(*child, hash);
             child->writeParameters();
         }
     }
@@ -223,7 +246,8 @@ void CSaveParamDownload::saveLastDownloadModule(dlModule module, int state)
     saveDefaultXml(xml);
 }
 
-void CSaveParamDownload::changeStateLastDownloadModule(dlModule module, int state)
+void CSaveParamDownload::changeStateLastDownloadModule(dlModule module, int state,
+                                                       const ListedHash& hash)
 {
     CXMLWorkData* xml = getDefaultXml();
     if (!xml)
@@ -233,8 +257,10 @@ void CSaveParamDownload::changeStateLastDownloadModule(dlModule module, int stat
         forEachCountedModule(*node, [&](CXMLWorkData& child) {
             if (!sameModule(child, module))
                 return true;
+            const ListedHash kept = hash.isEmpty() ? readHash(child) : hash;
             child.clearNode();
             writeModuleNode(child, module, state);
+            writeHash(child, kept);
             child.writeParameters();
             return false;
         });
@@ -261,6 +287,29 @@ int CSaveParamDownload::getLastDownloadModule(int state, int max, dlModule* out)
     }
     saveDefaultXml(xml);
     return filled;
+}
+
+int CSaveParamDownload::getLastDownloadHashes(CListedHashes& hashes)
+{
+    CXMLWorkData* xml = getDefaultXml();
+    if (!xml)
+        return 0;
+    int found = 0;
+    std::unique_ptr<CXMLWorkData> node(xml->getFirstNode(kLastNode));
+    if (node) {
+        forEachCountedModule(*node, [&](CXMLWorkData& child) {
+            const ListedHash hash = readHash(child);
+            if (!hash.isEmpty()) {
+                dlModule module = emptyDlModule();
+                readModuleNode(child, module);
+                hashes.insert(module, hash);
+                ++found;
+            }
+            return true;
+        });
+    }
+    saveDefaultXml(xml);
+    return found;
 }
 
 int CSaveParamDownload::getCountStateLastDownloadModule(int state)

@@ -9,7 +9,9 @@
 //   "ParamAutoDL":  "AutoDownload", "ShowWindow" (bool), "DelayAutoStart" (int,
 //                   set by hand only)
 //   "LastDownload": "LastDownloadCount" (int) and one "Module" child per
-//                   module, with the twelve parameters of writeModuleNode().
+//                   module, with the twelve parameters of writeModuleNode(),
+//                   and "Sha256" and "SizeKb" when its list gave a hash (absent
+//                   otherwise, so files without hashes read as before).
 //
 // Without a host callback nothing is loaded: getters leave their outputs
 // unchanged and count 0 (getCountLastDownloadModule: -1). Called on the GUI
@@ -20,6 +22,7 @@
 
 #include "platform/HostLink.h"
 #include "update/DlModule.h"
+#include "update/FileHashes.h"
 
 class CXMLWorkData;
 
@@ -48,12 +51,18 @@ public:
     // Starts a new list: drops every "Module" and sets the count. The caller
     // then adds the modules with saveLastDownloadModule.
     void createLastDownload(int count);
-    // Appends a "Module" child; state is the stage it reached. The count is
-    // not changed.
-    void saveLastDownloadModule(dlModule module, int state);
+    // Appends a "Module" child; state is the stage it reached, hash what its
+    // list says of it (none: no hash keys). The count is not changed.
+    void saveLastDownloadModule(dlModule module, int state, const ListedHash& hash = ListedHash());
     // Rewrites the first of the counted modules with the same name, version
-    // and versionExtra; nothing when none matches.
-    void changeStateLastDownloadModule(dlModule module, int state);
+    // and versionExtra; nothing when none matches. An empty hash keeps the
+    // one stored, so steps that know nothing of hashes do not lose it.
+    void changeStateLastDownloadModule(dlModule module, int state,
+                                       const ListedHash& hash = ListedHash());
+    // Puts the hashes of the counted modules into hashes, so that a run
+    // continued after a restart checks its files as the first run would
+    // have. Returns how many were found.
+    int getLastDownloadHashes(CListedHashes& hashes);
     // Fills out[0..] with the counted modules whose stage is state, at most
     // max of them; elements not reached keep their contents. Returns how many
     // were filled.

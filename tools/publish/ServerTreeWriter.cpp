@@ -2,14 +2,18 @@
 
 #include <zlib.h>
 
+#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QSaveFile>
 
+#include "tools/publish/MinisignSigner.h"
+
 namespace {
 
 constexpr int kCopyBlock = 64 * 1024;
+const QString kSignatureSuffix = QStringLiteral(".minisig");
 
 QByteArray local(const QString& text)
 {
@@ -19,11 +23,11 @@ QByteArray local(const QString& text)
 }  // namespace
 
 QByteArray moduleListLine(const ManifestModule& module, const QString& descPath,
-                          const QString& serverPath, qint64 sizeKb)
+                          const QString& serverPath, qint64 sizeKb, const QByteArray& sha256)
 {
     return local(module.name) + ',' + local(module.version) + ',' + local(module.core) + ','
         + QByteArray::number(module.type) + ',' + local(descPath) + ',' + local(serverPath) + ','
-        + local(module.date) + ',' + QByteArray::number(sizeKb) + '\n';
+        + local(module.date) + ',' + QByteArray::number(sizeKb) + ',' + sha256 + '\n';
 }
 
 QByteArray configListLine(const ManifestConfiguration& config, const QString& listPath,
@@ -36,6 +40,12 @@ QByteArray configListLine(const ManifestConfiguration& config, const QString& li
 ServerTreeWriter::ServerTreeWriter(QString outputDir)
     : outputDir_(std::move(outputDir))
 {
+}
+
+void ServerTreeWriter::signWith(const MinisignSigner* signer, const QByteArray& trustedComment)
+{
+    signer_ = signer;
+    trustedComment_ = trustedComment;
 }
 
 bool ServerTreeWriter::fail(const QString& message)
@@ -53,6 +63,20 @@ bool ServerTreeWriter::claim(const QString& serverPath, const QString& owner)
                         .arg(taken.value(), owner, name));
     claimed_.insert(name, owner);
     return true;
+}
+
+// The signature is fetched into the same flat folder as everything else, so
+// its name is claimed too.
+bool ServerTreeWriter::claimText(const QString& serverPath, const QString& owner)
+{
+    return claim(serverPath, owner)
+        && (!signer_ || claim(serverPath + kSignatureSuffix, owner + QStringLiteral(" (signature)")));
+}
+
+bool ServerTreeWriter::writeText(const QString& serverPath, const QByteArray& bytes)
+{
+    return writeFile(serverPath, bytes)
+        && (!signer_ || writeFile(serverPath + kSignatureSuffix, signer_->sign(bytes, trustedComment_)));
 }
 
 bool ServerTreeWriter::writeFile(const QString& serverPath, const QByteArray& bytes)
@@ -103,7 +127,7 @@ bool ServerTreeWriter::publishModule(const ManifestModule& module, QByteArray& l
     const QString serverPath = QStringLiteral("/files/") + module.name + QStringLiteral(".gz");
     const QString descPath = QStringLiteral("/descriptions/") + module.name + QStringLiteral(".txt");
     const QString owner = QStringLiteral("module \"%1\"").arg(module.name);
-    if (!claim(serverPath, owner) || !claim(descPath, owner + QStringLiteral(" (description)")))
+    if (!claim(serverPath, owner) || !claimText(descPath, owner + QStringLiteral(" (description)")))
         return false;
     qint64 compressed = 0;
     if (!gzipInto(module.file, serverPath, compressed))
@@ -115,9 +139,14 @@ bool ServerTreeWriter::publishModule(const ManifestModule& module, QByteArray& l
             return fail(QStringLiteral("cannot read %1").arg(module.description));
         description = text.readAll();
     }
-    if (!writeFile(descPath, description))
+    if (!writeText(descPath, description))
         return false;
-    line = moduleListLine(module, descPath, serverPath, (compressed + 1023) / 1024);
+    QFile served(outputDir_ + serverPath);
+    QCryptographicHash sha256(QCryptographicHash::Sha256);
+    if (!served.open(QIODevice::ReadOnly) || !sha256.addData(&served))
+        return fail(QStringLiteral("cannot read back %1").arg(served.fileName()));
+    line = moduleListLine(module, descPath, serverPath, (compressed + 1023) / 1024,
+                          sha256.result().toHex());
     publishedLine_.insert(module.name, line);
     publishedFrom_.insert(module.name, origin);
     return true;
@@ -128,8 +157,8 @@ bool ServerTreeWriter::write(const UpdateManifest& manifest)
     if (QDir(outputDir_).exists() && !QDir(outputDir_).isEmpty())
         return fail(QStringLiteral("%1 is not empty; publish into a new folder").arg(outputDir_));
     QDir().mkpath(outputDir_);
-    if (!claim(QStringLiteral("/configDesc.txt"), QStringLiteral("the configuration list"))
-        || !claim(QStringLiteral("/moduleDesc.txt"), QStringLiteral("the module list")))
+    if (!claimText(QStringLiteral("/configDesc.txt"), QStringLiteral("the configuration list"))
+        || !claimText(QStringLiteral("/moduleDesc.txt"), QStringLiteral("the module list")))
         return false;
 
     QByteArray configList;
@@ -137,7 +166,7 @@ bool ServerTreeWriter::write(const UpdateManifest& manifest)
         const QString listPath = QStringLiteral("/lists/") + config.name + QStringLiteral(".modules.txt");
         const QString descPath = QStringLiteral("/descriptions/") + config.name + QStringLiteral(".config.txt");
         const QString owner = QStringLiteral("configuration \"%1\"").arg(config.name);
-        if (!claim(listPath, owner) || !claim(descPath, owner + QStringLiteral(" (description)")))
+        if (!claimText(listPath, owner) || !claimText(descPath, owner + QStringLiteral(" (description)")))
             return false;
         QByteArray moduleList;
         for (const ManifestModule& module : config.modules) {
@@ -153,7 +182,7 @@ bool ServerTreeWriter::write(const UpdateManifest& manifest)
                 return fail(QStringLiteral("cannot read %1").arg(config.description));
             description = text.readAll();
         }
-        if (!writeFile(listPath, moduleList) || !writeFile(descPath, description))
+        if (!writeText(listPath, moduleList) || !writeText(descPath, description))
             return false;
         configList += configListLine(config, listPath, descPath);
     }
@@ -165,6 +194,6 @@ bool ServerTreeWriter::write(const UpdateManifest& manifest)
             return false;
         moduleList += line;
     }
-    return writeFile(QStringLiteral("/configDesc.txt"), configList)
-        && writeFile(QStringLiteral("/moduleDesc.txt"), moduleList);
+    return writeText(QStringLiteral("/configDesc.txt"), configList)
+        && writeText(QStringLiteral("/moduleDesc.txt"), moduleList);
 }

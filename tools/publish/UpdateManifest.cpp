@@ -9,6 +9,8 @@
 #include <QRegularExpression>
 #include <QSet>
 
+#include "tools/publish/MinisignSigner.h"
+
 namespace {
 
 QString text(const QJsonObject& object, const char* key)
@@ -78,6 +80,17 @@ bool UpdateManifest::load(const QString& manifestPath)
         return true;
     };
 
+    if (root.contains(QStringLiteral("signature"))) {
+        const QJsonObject signature = root.value(QStringLiteral("signature")).toObject();
+        const QJsonValue serialValue = signature.value(QStringLiteral("serial"));
+        const double number = serialValue.toDouble(-1);
+        if (!serialValue.isDouble() || number < 0 || number != qint64(number) || number > 1e15)
+            return fail(QStringLiteral("signature: serial must be a whole number of 0 or more"));
+        serial = qint64(number);
+        expires = text(signature, "expires");
+        if (!isExpiryTime(expires))
+            return fail(QStringLiteral("signature: expires \"%1\" is not YYYY-MM-DDTHH:MM:SSZ").arg(expires));
+    }
     for (const QJsonValue& value : root.value(QStringLiteral("configurations")).toArray()) {
         const QJsonObject object = value.toObject();
         ManifestConfiguration config;

@@ -33,6 +33,10 @@ public:
 
     QVector<ManifestConfiguration> configurations;
     QVector<ManifestModule> modules;
+    // "signature": {"serial": N, "expires": "YYYY-MM-DDTHH:MM:SSZ"}, what a
+    // signed release's trusted comments say; -1 and empty when not given.
+    qint64 serial = -1;
+    QString expires;
 
 private:
     bool fail(const QString& message);
