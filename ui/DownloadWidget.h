@@ -152,7 +152,7 @@ public:
     void critical(const QString& title, const QString& text) override;
     int question(const QString& title, const QString& text) override;
     int runInstallation(bool& cancelled) override;
-    void showReport(const std::vector<dlModule>& installed) override;
+    void showReport(const std::vector<dlModule>& installed, const QStringList& refused) override;
 
 public slots:
     void closeConvertor();

@@ -109,7 +109,7 @@ void CDownloadWidget::showUpdateReport(int count)
     workflow_->installation().report(count);
 }
 
-void CDownloadWidget::showReport(const std::vector<dlModule>& installed)
+void CDownloadWidget::showReport(const std::vector<dlModule>& installed, const QStringList& refused)
 {
     reportDialog = new QDialog(messageParent());
     reportDialog->setFixedSize(400, 300);
@@ -136,6 +136,12 @@ void CDownloadWidget::showReport(const std::vector<dlModule>& installed)
         report->append(QStringLiteral(" - ") + QString::fromLocal8Bit(dlText(record.name))
                        + QStringLiteral("          ver: ")
                        + QString::fromLocal8Bit(dlText(record.version)));
+    if (!refused.isEmpty()) {
+        report->append(QString());
+        report->setTextColor(Qt::red);
+        for (const QString& line : refused)
+            report->append(line);
+    }
     reportDialog->exec();
 
     QDialog* finished = reportDialog;

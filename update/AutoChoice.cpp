@@ -8,6 +8,7 @@
 #include "update/FileToDl.h"
 #include "update/InstalledProducts.h"
 #include "update/ListChain.h"
+#include "update/ReleaseCheck.h"
 #include "update/SaveParamDownload.h"
 #include "update/UpdatePrompts.h"
 #include "update/UpdateView.h"
@@ -142,11 +143,12 @@ void CAutoChoice::autoDownloadConfigDescr(const QString& file, int param)
     takeOfferedForAuto(offered);
     const int count = chosen.getModuleCount();
     if (count > 0) {
+        flow_.check().forgetRun();
         store.createLastDownload(count);
         for (int i = 0; i < count; ++i) {
             dlModule record = emptyDlModule();
             chosen.getModuleInfo(i, record);
-            store.saveLastDownloadModule(record, dlStateToFetch);
+            store.saveLastDownloadModule(record, dlStateToFetch, flow_.check().hashes().value(record));
         }
         // The answer does not stop the run: the user is told, the run goes on.
         flow_.prompts().question(flow_.text("MD0020"), flow_.text("MD0021"));

@@ -15,6 +15,7 @@
 #include "update/InstalledProducts.h"
 #include "update/ListChain.h"
 #include "update/ModuleListParser.h"
+#include "update/ReleaseCheck.h"
 #include "update/SaveParamDownload.h"
 #include "update/UpdatePaths.h"
 #include "update/UpdatePrompts.h"
@@ -92,6 +93,9 @@ void CDownloadRun::fetchRecord(int index)
     flow_.chosen().getModuleInfo(index, record);
     flow_.view().setStatus(flow_.text("MD0044") + QLatin1Char(' ') + fieldText(record.name));
     moduleIndex_ = index + 1;
+    const ListedHash listed = flow_.check().hashes().value(record);
+    if (!listed.isEmpty())
+        flow_.http().checkNextFile(listed.maxBytes());
     flow_.DownloadFile(fieldText(record.serverPath), 1, CDownloadHttp::KindDownloadModule, true);
 }
 
@@ -155,13 +159,14 @@ void CDownloadRun::recordRun(int& count)
         const QString localFile = fieldText(record.localPath);
         const bool known = askHostForModule(record);
         const long probedSize = probed < int(probedSizes_.size()) ? probedSizes_[size_t(probed)] : 0;
+        const ListedHash listed = flow_.check().hashes().value(record);
         if (!known || !isCompleteOnDisk(localFile, probedSize)) {
-            store.saveLastDownloadModule(record, dlStateToFetch);
+            store.saveLastDownloadModule(record, dlStateToFetch, listed);
             continue;
         }
         chosen.delToStuct(record);
         record.state = dlStateFetched;
-        store.saveLastDownloadModule(record, dlStateFetched);
+        store.saveLastDownloadModule(record, dlStateFetched, listed);
         totalBytes_ -= fileSizeOnDisk(localFile);
         --count;
         --i;
@@ -191,21 +196,35 @@ void CDownloadRun::setProgress(int done)
 
 void CDownloadRun::downloadModule(const QString& file, bool notFound)
 {
-    if (notFound) {
+    CFileToDl& chosen = flow_.chosen();
+    dlModule arrived = emptyDlModule();
+    chosen.getModuleInfo(moduleIndex_ - 1, arrived);
+    const FetchDigest fetched = flow_.http().lastFetch();
+    if (notFound && !fetched.overran) {
         errorRead();
         return;
     }
-    CFileToDl& chosen = flow_.chosen();
-    CUpdateWorkflow::Mode& mode = flow_.mode();
-    IUpdateView& view = flow_.view();
-    dlModule arrived = emptyDlModule();
-    chosen.getModuleInfo(moduleIndex_ - 1, arrived);
     // Records the automatic mode chose carry no local path yet; installation
     // needs to know where each file landed.
     setDlText(arrived.localPath, file.toLocal8Bit());
     chosen.changeStruct(moduleIndex_ - 1, arrived);
-    flow_.store().changeStateLastDownloadModule(arrived, dlStateFetched);
+    const FileVerdict verdict = flow_.check().checkFile(arrived, fetched);
+    if (verdict.accepted) {
+        flow_.store().changeStateLastDownloadModule(arrived, dlStateFetched);
+    } else {
+        // Not the released file: never unpacked, never handed over.
+        QFile::remove(file);
+        flow_.store().changeStateLastDownloadModule(arrived, dlStateFailed);
+        flow_.view().setStatus(fieldText(arrived.name) + QStringLiteral(": ") + verdict.reason);
+    }
+    fetchNextOrInstall();
+}
 
+void CDownloadRun::fetchNextOrInstall()
+{
+    CFileToDl& chosen = flow_.chosen();
+    CUpdateWorkflow::Mode& mode = flow_.mode();
+    IUpdateView& view = flow_.view();
     if (moduleIndex_ < chosen.getModuleCount()) {
         fetchRecord(moduleIndex_);
         return;
@@ -293,6 +312,7 @@ void CDownloadRun::clickStartDownload()
         view.setProgressMaximum(0);
         view.setProgressValue(bytesOnDisk_);
         flow_.chosen().clearStruct();
+        flow_.check().forgetRun();
         startDownload();
         return;
     }
@@ -395,6 +415,7 @@ bool CDownloadRun::fetchStoredRecords()
     const int toFetch = store.getCountStateLastDownloadModule(dlStateToFetch);
     if (toFetch <= 0)
         return false;
+    store.getLastDownloadHashes(flow_.check().hashes());
     std::vector<dlModule> stored(size_t(toFetch), emptyDlModule());
     store.getLastDownloadModule(dlStateToFetch, toFetch, stored.data());
     flow_.chosen().clearStruct();
@@ -407,7 +428,7 @@ bool CDownloadRun::fetchStoredRecords()
 void CDownloadRun::getNewModule(const QString& file)
 {
     if (!::getNewModule(file, flow_.chosen(), flow_.store(), flow_.lists().listSources(),
-                        CInstalledProducts(flow_.link())))
+                        CInstalledProducts(flow_.link()), &flow_.check().hashes()))
         return;
     probeAll();
 }

@@ -42,6 +42,7 @@ public:
 private:
     void probeNext();
     void fetchRecord(int index);
+    void fetchNextOrInstall();
     void recordRun(int& count);
     bool askHostForModule(const dlModule& record);
     void deleteRunFiles();

@@ -16,6 +16,7 @@
 #include "storage/RecordText.h"
 #include "update/HostFolders.h"
 #include "update/InstalledProducts.h"
+#include "update/ReleaseCheck.h"
 #include "update/SaveParamDownload.h"
 #include "update/Unpack.h"
 #include "update/UpdatePrompts.h"
@@ -227,7 +228,15 @@ void CInstallation::report(int count)
     CSaveParamDownload& store = flow_.store();
     if (store.getCountStateLastDownloadModule(dlStateInstalled) != count)
         return;
-    flow_.prompts().showReport(storedRecords(dlStateInstalled, count));
+    // A refused file went the way of a failed one (installed in the state
+    // file, untold to the host); the report lists it apart, with its reason.
+    CReleaseCheck& check = flow_.check();
+    std::vector<dlModule> installed;
+    for (const dlModule& record : storedRecords(dlStateInstalled, count))
+        if (!check.isRefused(record))
+            installed.push_back(record);
+    flow_.prompts().showReport(installed, check.refusals());
+    check.forgetRun();
     store.clearLastDownload();
     flow_.askInstalledConfigurations();
 }

@@ -5,6 +5,7 @@
 #include "update/ConfigListParser.h"
 #include "update/InstalledProducts.h"
 #include "update/ModuleListParser.h"
+#include "update/ReleaseCheck.h"
 #include "update/UpdatePaths.h"
 #include "update/UpdateView.h"
 #include "update/UpdateWorkflow.h"
@@ -52,7 +53,8 @@ ModuleListSources CListChain::listSources() const
 void CListChain::parseModuleListFile(const QString& file, dlListModule& list,
                                      const QString& configName) const
 {
-    parseFileList(file, list, configName, listSources(), CInstalledProducts(flow_.link()));
+    parseFileList(file, list, configName, listSources(), CInstalledProducts(flow_.link()),
+                  &flow_.check().hashes());
 }
 
 void CListChain::parseConfigListFile(const QString& file, dlListModule& list) const
@@ -117,6 +119,7 @@ void CListChain::getConfigDesc()
     // A new search shows its own rows, not after the last search's (which
     // may still be ticked from a finished installation).
     flow_.view().clearRows();
+    flow_.check().hashes().clear();
     searchRunning_ = true;
     listsFetchedOnce_ = true;
     fetch(kConfigDescName, 0, CDownloadHttp::KindParseFileTxt);

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include <QString>
+#include <QStringList>
 
 #include "update/DlModule.h"
 
@@ -18,6 +19,7 @@ public:
     // Runs the hand-over (CUpdateWorkflow::installationWork) with the progress
     // window; the hand-over's result, or cancelled set when the user stopped it.
     virtual int runInstallation(bool& cancelled) = 0;
-    // The report of the installed records, waiting until it is closed.
-    virtual void showReport(const std::vector<dlModule>& installed) = 0;
+    // The report of the installed records and of the files refused by the
+    // release check (" - NAME: REASON"), waiting until it is closed.
+    virtual void showReport(const std::vector<dlModule>& installed, const QStringList& refused) = 0;
 };

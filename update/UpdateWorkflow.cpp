@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QTimer>
 
 #include "platform/LogHelper.h"
@@ -14,6 +15,7 @@
 #include "update/HostFolders.h"
 #include "update/InstalledProducts.h"
 #include "update/Installation.h"
+#include "update/ReleaseCheck.h"
 #include "update/ListChain.h"
 #include "update/SaveParamDownload.h"
 #include "update/UpdatePrompts.h"
@@ -35,6 +37,7 @@ CUpdateWorkflow::CUpdateWorkflow(Environment environment) : env_(std::move(envir
     run_ = std::make_unique<CDownloadRun>(*this);
     automatic_ = std::make_unique<CAutoChoice>(*this);
     installation_ = std::make_unique<CInstallation>(*this);
+    check_ = std::make_unique<CReleaseCheck>();
 }
 
 CUpdateWorkflow::~CUpdateWorkflow() = default;
@@ -75,6 +78,7 @@ void CUpdateWorkflow::setUpFolders()
     http_->setIdleTimeout(
         readIdleTimeoutSeconds(configFilePath_, CDownloadHttp::kDefaultIdleTimeoutSeconds) * 1000);
     store_ = std::make_unique<CSaveParamDownload>(downloadDir_, env_.link);
+    check_->load(configFilePath_, downloadDir_);
 }
 
 QString CUpdateWorkflow::stateFilePath() const
@@ -94,9 +98,37 @@ void CUpdateWorkflow::clearDownloadDir()
 
 void CUpdateWorkflow::DownloadFile(const QString& name, int param, int kind, bool progress)
 {
+    awaitingSignature_ = false;
+    requestedName_ = name;
+    requestedParam_ = param;
+    requestedKind_ = kind;
     if (isOffLine())
         return;
     http_->getFile(name, downloadDir_, param, kind, 0, progress);
+}
+
+void CUpdateWorkflow::afterSignature(const QString& file,
+                                     const std::function<void(const QString&)>& deliver)
+{
+    if (!check_->signaturesRequired())
+        return deliver(file);
+    if (awaitingSignature_) {
+        awaitingSignature_ = false;
+        QString reason;
+        if (!check_->acceptList(heldList_, file, &reason))
+            view().setStatus(QFileInfo(heldList_).fileName() + QStringLiteral(": ") + reason);
+        const std::function<void(const QString&)> held = std::move(heldDelivery_);
+        return held(heldList_);
+    }
+    // A list the server does not have offers nothing; there is nothing to check.
+    if (!QFile::exists(file))
+        return deliver(file);
+    awaitingSignature_ = true;
+    heldList_ = file;
+    heldDelivery_ = deliver;
+    if (!isOffLine())
+        http_->getFile(CReleaseCheck::signatureName(requestedName_), downloadDir_, requestedParam_,
+                       requestedKind_, 0, false);
 }
 
 // ---------------------------------------------------------------------------
@@ -225,6 +257,13 @@ void CUpdateWorkflow::changeModules()
                                .arg(fetched));
     emit SignalInstallationStarts(fetched);
     const QString updater = GetPathToUpdaterProgram();
+    if (fetched < 1 && !check_->refusals().isEmpty()) {
+        // Every file of the run was refused: nothing to install, the report
+        // says which and why.
+        installation_->report(0);
+        searchAgain(0);
+        return;
+    }
     if (!QFile::exists(updater) || fetched < 1) {
         LogHelper::ShowLogInfo(logTypeError, logLevel4,
                                QStringLiteral("Cannot install: updater \"%1\" %2, %3 file(s) fetched")
@@ -249,7 +288,11 @@ void CUpdateWorkflow::changeModules()
         installation_->report(result);
     LogHelper::ShowLogInfo(logTypeMessage, logLevel2,
                            QStringLiteral("Installation ended: %1").arg(result));
+    searchAgain(result);
+}
 
+void CUpdateWorkflow::searchAgain(int installationResult)
+{
     if (view().hasWindow()) {
         clearDownloadDir();
         lists_->getConfigDesc();
@@ -257,7 +300,7 @@ void CUpdateWorkflow::changeModules()
         lists_->initFrame();
     }
     view().setBusy(false);
-    emit SignalInstallationEnded(result);
+    emit SignalInstallationEnded(installationResult);
 }
 
 int CUpdateWorkflow::installationWork(const std::function<void(int, int)>& range,
@@ -297,17 +340,17 @@ void CUpdateWorkflow::getSizeFile(long size)
 
 void CUpdateWorkflow::parseFileTxt(QString file, int param)
 {
-    lists_->parseFileTxt(file, param);
+    afterSignature(file, [this, param](const QString& list) { lists_->parseFileTxt(list, param); });
 }
 
 void CUpdateWorkflow::parseFileTxt1(QString file, int param)
 {
-    lists_->parseFileTxt1(file, param);
+    afterSignature(file, [this, param](const QString& list) { lists_->parseFileTxt1(list, param); });
 }
 
 void CUpdateWorkflow::parseFileTxt2(QString file, int param)
 {
-    lists_->parseFileTxt2(file, param);
+    afterSignature(file, [this, param](const QString& list) { lists_->parseFileTxt2(list, param); });
 }
 
 void CUpdateWorkflow::downloadModule(QString file, bool notFound)
@@ -317,15 +360,17 @@ void CUpdateWorkflow::downloadModule(QString file, bool notFound)
 
 void CUpdateWorkflow::getNewModule(QString file)
 {
-    run_->getNewModule(file);
+    afterSignature(file, [this](const QString& list) { run_->getNewModule(list); });
 }
 
 void CUpdateWorkflow::autoDownloadConfig(QString file)
 {
-    automatic_->autoDownloadConfig(file);
+    afterSignature(file, [this](const QString& list) { automatic_->autoDownloadConfig(list); });
 }
 
 void CUpdateWorkflow::autoDownloadConfigDescr(QString file, int param)
 {
-    automatic_->autoDownloadConfigDescr(file, param);
+    afterSignature(file, [this, param](const QString& list) {
+        automatic_->autoDownloadConfigDescr(list, param);
+    });
 }

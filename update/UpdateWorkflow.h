@@ -25,6 +25,7 @@ class CDownloadRun;
 class CFileToDl;
 class CInstallation;
 class CListChain;
+class CReleaseCheck;
 class CSaveParamDownload;
 class IUpdatePrompts;
 class IUpdateView;
@@ -67,6 +68,7 @@ public:
     CDownloadRun& run() { return *run_; }
     CAutoChoice& automatic() { return *automatic_; }
     CInstallation& installation() { return *installation_; }
+    CReleaseCheck& check() { return *check_; }
     Mode& mode() { return mode_; }
     IUpdateView& view() { return *env_.view; }
     IUpdatePrompts& prompts() { return *env_.prompts; }
@@ -110,6 +112,9 @@ public:
     // Hands the fetched files to the updater, shows the report and looks
     // for updates again.
     void changeModules();
+    // After an installation (or a run with nothing to install): the lists
+    // are searched again with the window, shown from disk without it.
+    void searchAgain(int installationResult);
     // The hand-over itself, on the installation's worker.
     int installationWork(const std::function<void(int, int)>& range,
                          const std::function<void(int)>& value,
@@ -142,6 +147,11 @@ signals:
     void SignalInstallationEnded(int result);
 
 private:
+    // With signatures required, a fetched list or text is held until its
+    // signature has been fetched and checked; deliver then gets the list,
+    // or the path of the deleted list when it was refused.
+    void afterSignature(const QString& file, const std::function<void(const QString&)>& deliver);
+
     Environment env_;
     Mode mode_;
     QString downloadDir_;
@@ -160,4 +170,12 @@ private:
     std::unique_ptr<CDownloadRun> run_;
     std::unique_ptr<CAutoChoice> automatic_;
     std::unique_ptr<CInstallation> installation_;
+    std::unique_ptr<CReleaseCheck> check_;
+    // The last list asked for, and the list held for its signature.
+    QString requestedName_;
+    int requestedParam_ = 0;
+    int requestedKind_ = 0;
+    bool awaitingSignature_ = false;
+    QString heldList_;
+    std::function<void(const QString&)> heldDelivery_;
 };

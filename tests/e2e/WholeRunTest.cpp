@@ -4,6 +4,7 @@
 // program replaces the files of a sandbox copy of the sample installed tree.
 // Every check is about what ends up on disk, in the servers' logs and in what
 // the host printed.
+#include <QCryptographicHash>
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
@@ -176,6 +177,19 @@ protected:
         bigQuotesGzSize = bigQuotesGz.size();
         ASSERT_GT(bigQuotesGzSize, 1024 * 1024);
         writeText(serverRoot + QStringLiteral("/files/quotes.so.gz"), bigQuotesGz);
+        // The module list names the file by its size and SHA-256: the new
+        // file's, as its publisher would write them.
+        const QString listPath = serverRoot + QStringLiteral("/lists/Standard.modules.txt");
+        QList<QByteArray> lines = readFile(listPath).split('\n');
+        for (QByteArray& line : lines) {
+            QList<QByteArray> fields = line.split(',');
+            if (fields.size() == 9 && fields[0] == "quotes.so") {
+                fields[7] = QByteArray::number((bigQuotesGzSize + 1023) / 1024);
+                fields[8] = QCryptographicHash::hash(bigQuotesGz, QCryptographicHash::Sha256).toHex();
+                line = fields.join(',');
+            }
+        }
+        writeText(listPath, lines.join('\n'));
         nginx = std::make_unique<NginxServer>(serverRoot, QStringLiteral("/files/quotes.so.gz"), 256 * 1024);
         ASSERT_TRUE(nginx->started()) << "nginx did not start: " << nginx->errorLog().toStdString();
         writeSettings(nginx->baseUrl().toLatin1());

@@ -111,7 +111,7 @@ class ScriptedPrompts : public IUpdatePrompts {
 public:
     CUpdateWorkflow* flow = nullptr;
     QStringList boxes;
-    QStringList report;  // "name ver" per installed record
+    QStringList report;  // "name ver" per installed record, then the refused files' lines
     bool installationRan = false;
     QString cancelWhenExists;
 
@@ -138,10 +138,11 @@ public:
         cancelled = stop;
         return cancelled ? -1 : result;
     }
-    void showReport(const std::vector<dlModule>& installed) override
+    void showReport(const std::vector<dlModule>& installed, const QStringList& refused) override
     {
         for (const dlModule& record : installed)
             report << QString::fromLocal8Bit(dlText(record.name) + ' ' + dlText(record.version));
+        report << refused;
     }
 };
 
