@@ -37,7 +37,8 @@ protected:
     {
         handle_ = dlopen(DM_LIBRARY_PATH, RTLD_NOW | RTLD_LOCAL);
         ASSERT_NE(nullptr, handle_) << dlerror();
-        received().clear();
+        received = 0;
+        translations.clear();
     }
     void TearDown() override
     {
@@ -52,17 +53,14 @@ protected:
         return reinterpret_cast<F>(found);
     }
 
-    // Every code received, with the 3072 bytes behind param1 for 3019.
-    static std::vector<std::pair<unsigned int, QByteArray>>& received()
-    {
-        static std::vector<std::pair<unsigned int, QByteArray>> messages;
-        return messages;
-    }
+    // How many messages came, and the 3072 bytes behind param1 of each 3019.
+    static inline int received = 0;
+    static inline std::vector<QByteArray> translations;
     static int recordingHost(void*, unsigned int code, intptr_t param1, intptr_t)
     {
-        received().emplace_back(code, code == HostMsg::RegisterTranslation
-                                          ? QByteArray(reinterpret_cast<const char*>(param1), 3072)
-                                          : QByteArray());
+        ++received;
+        if (code == HostMsg::RegisterTranslation)
+            translations.emplace_back(reinterpret_cast<const char*>(param1), 3072);
         return 0;
     }
 
@@ -185,7 +183,7 @@ TEST_F(LoadedLibrary, TranslationRecordsAreThreeFixedFieldsOf1024Bytes)
     EXPECT_NE(static_cast<void*>(getModule()), static_cast<void*>(GetModule()));
     int host = 0;
     initialize(&recordingHost, &recordingHost, &host, nullptr);
-    EXPECT_TRUE(received().empty());
+    EXPECT_EQ(0, received);
     char program[] = "host";
     char* argv[] = {program};
     EXPECT_EQ(0, receiveMessage(&host, HostMsg::CommandLine, 1, reinterpret_cast<intptr_t>(argv)));
@@ -193,32 +191,22 @@ TEST_F(LoadedLibrary, TranslationRecordsAreThreeFixedFieldsOf1024Bytes)
     initialize(nullptr, nullptr, nullptr, nullptr);
 
     // Three fixed fields of 1024 bytes: context, key and default text, in the
-    // table's order, which the host keeps (M0264 before M0177).
-    std::vector<const unsigned char*> translations;
-    for (const auto& [code, record] : received())
-        if (code == HostMsg::RegisterTranslation)
-            translations.push_back(reinterpret_cast<const unsigned char*>(record.constData()));
-    ASSERT_EQ(std::size_t(kTextTableSize), translations.size());
+    // table's order, which the host keeps.
     ASSERT_EQ(51, kTextTableSize);
+    ASSERT_EQ(std::size_t(kTextTableSize), translations.size());
     for (int i = 0; i < kTextTableSize; ++i) {
-        EXPECT_TRUE(fieldIs(translations[i], 0, 1024, "CTransDownload")) << i;
-        EXPECT_TRUE(fieldIs(translations[i], 1024, 1024, kTextTable[i].key)) << i;
-        EXPECT_TRUE(fieldIs(translations[i], 2048, 1024, kTextTable[i].text)) << i;
+        const auto* record = reinterpret_cast<const unsigned char*>(translations[std::size_t(i)].constData());
+        EXPECT_TRUE(fieldIs(record, 0, 1024, "CTransDownload")) << i;
+        EXPECT_TRUE(fieldIs(record, 1024, 1024, kTextTable[i].key)) << i;
+        EXPECT_TRUE(fieldIs(record, 2048, 1024, kTextTable[i].text)) << i;
     }
-    // The table's bytes as translators key on them.
-    const struct {
-        int index;
-        const char* key;
-        const char* text;
-    } pinned[] = {{0, "C0007Cancel", "Cancel"},
-                  {33, "MD0039Message", "Downloading\x85"},  // the Windows-1252 ellipsis
-                  {42, "MD0049Message", "File(s) was not found on download server.\r\nPlease contact to support."},
-                  {49, "M0264", "Clear"},
-                  {50, "M0177", "Select all"}};
-    for (const auto& p : pinned) {
-        EXPECT_STREQ(p.key, kTextTable[p.index].key);
-        EXPECT_STREQ(p.text, kTextTable[p.index].text);
-    }
+    // The table's bytes as translators key on them, M0264 before M0177.
+    const char* const pinned[][2] = {
+        {kTextTable[0].text, "Cancel"}, {kTextTable[33].text, "Downloading\x85"},  // the Windows-1252 ellipsis
+        {kTextTable[42].text, "File(s) was not found on download server.\r\nPlease contact to support."},
+        {kTextTable[49].key, "M0264"}, {kTextTable[50].key, "M0177"}};
+    for (const auto& [actual, expected] : pinned)
+        EXPECT_STREQ(expected, actual);
 }
 
 TEST(UpdaterSegmentBytes, RequestFinishAndConfigurationCopy)
