@@ -1,8 +1,7 @@
 #pragma once
 // Whole-file reads and writes for the storage tests, the hand-written sample
-// files under tests/data, and a test host whose parameter-file codes
-// (3163-3170) are answered by the reference host's own store, so the
-// module's side is tested against the real tree and the real XML files.
+// files under tests/data, and the test host answered by the reference host's
+// store.
 #include <QByteArray>
 #include <QDir>
 #include <QFile>
@@ -10,8 +9,7 @@
 #include <QString>
 #include <gtest/gtest.h>
 
-#include "host/store/ParameterStore.h"
-#include "support/TestHost.h"
+#include "StoreTestHost.h"
 
 inline QString dataFile(const char* name)
 {
@@ -33,18 +31,3 @@ inline void writeFile(const QString& path, const QByteArray& bytes)
     ASSERT_TRUE(file.open(QIODevice::WriteOnly)) << path.toStdString();
     ASSERT_EQ(file.write(bytes), bytes.size());
 }
-
-class StoreTestHost : public TestHost {
-public:
-    StoreTestHost()
-    {
-        extraHandler = [this](unsigned int code, intptr_t param1, intptr_t param2) {
-            return ParameterStore::handles(code) ? store.handleMessage(code, param1, param2) : 0;
-        };
-    }
-
-    // Loads path into the store; the handle the module would get from 3163.
-    void* load(const QString& path) { return store.load(path); }
-
-    ParameterStore store;
-};

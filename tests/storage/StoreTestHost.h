@@ -1,0 +1,23 @@
+#pragma once
+// A test host whose parameter-file codes (3163-3170) are answered by the
+// reference host's own store, so the module's side is tested against the
+// real tree and the real XML files.
+#include <QString>
+
+#include "host/store/ParameterStore.h"
+#include "support/TestHost.h"
+
+class StoreTestHost : public TestHost {
+public:
+    StoreTestHost()
+    {
+        extraHandler = [this](unsigned int code, intptr_t param1, intptr_t param2) {
+            return ParameterStore::handles(code) ? store.handleMessage(code, param1, param2) : 0;
+        };
+    }
+
+    // Loads path into the store; the handle the module would get from 3163.
+    void* load(const QString& path) { return store.load(path); }
+
+    ParameterStore store;
+};
