@@ -1,4 +1,5 @@
-// The records the library hands a host, read back byte by byte at the offsets
+// The built library as a host links and loads it: exactly its four entry
+// points and its SONAME, and the records it hands a host, read back byte by byte at the offsets
 // an i386 host reads them at. The expected offsets are written out here, not
 // taken from the structs, so that a struct whose layout drifted (a lost pack
 // pragma, a field of another width) fails even when the struct and its
@@ -10,16 +11,20 @@
 #include <cstdint>
 #include <cstring>
 #include <initializer_list>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include <QByteArray>
+#include <QProcess>
 #include <QString>
+#include <QStringList>
 #include <gtest/gtest.h>
 
 #include "protocol/HostMessages.h"
 #include "protocol/InstallRecords.h"
+#include "module/TextTable.h"
 #include "protocol/ModuleApi.h"
 #include "update/InstalledProducts.h"
 #include "update/UpdaterProtocol.h"
@@ -32,7 +37,8 @@ protected:
     {
         handle_ = dlopen(DM_LIBRARY_PATH, RTLD_NOW | RTLD_LOCAL);
         ASSERT_NE(nullptr, handle_) << dlerror();
-        received().clear();
+        received = 0;
+        translations.clear();
     }
     void TearDown() override
     {
@@ -47,17 +53,14 @@ protected:
         return reinterpret_cast<F>(found);
     }
 
-    // Every code received, with the 3072 bytes behind param1 for 3019.
-    static std::vector<std::pair<unsigned int, QByteArray>>& received()
-    {
-        static std::vector<std::pair<unsigned int, QByteArray>> messages;
-        return messages;
-    }
+    // How many messages came, and the 3072 bytes behind param1 of each 3019.
+    static inline int received = 0;
+    static inline std::vector<QByteArray> translations;
     static int recordingHost(void*, unsigned int code, intptr_t param1, intptr_t)
     {
-        received().emplace_back(code, code == HostMsg::RegisterTranslation
-                                          ? QByteArray(reinterpret_cast<const char*>(param1), 3072)
-                                          : QByteArray());
+        ++received;
+        if (code == HostMsg::RegisterTranslation)
+            translations.emplace_back(reinterpret_cast<const char*>(param1), 3072);
         return 0;
     }
 
@@ -131,6 +134,22 @@ void expectUntouchedFrom(const std::vector<unsigned char>& buffer, std::size_t s
 
 }  // namespace
 
+TEST(LibraryExports, ExactlyTheFourEntryPointsAndSonameVersionOne)
+{
+    auto run = [](const QString& program, const QStringList& arguments) {
+        QProcess process;
+        process.start(program, arguments);
+        EXPECT_TRUE(process.waitForFinished(-1) && process.exitCode() == 0) << program.toStdString();
+        return QString::fromLocal8Bit(process.readAllStandardOutput());
+    };
+    std::set<std::string> exported;
+    for (const QString& line : run("nm", {"-D", "--defined-only", DM_LIBRARY_PATH}).split('\n', Qt::SkipEmptyParts))
+        exported.insert(line.section(' ', -1).toStdString());
+    EXPECT_EQ((std::set<std::string>{"GetModule", "GetModuleInfo", "Initialize", "ReceiveMessage"}), exported);
+    EXPECT_TRUE(run("readelf", {"-d", DM_LIBRARY_PATH}).contains("Library soname: [libDownloadModule.so.1]"));
+    EXPECT_TRUE(QString(DM_LIBRARY_PATH).endsWith(QStringLiteral("libDownloadModule.so.1")));
+}
+
 TEST_F(LoadedLibrary, InfoRecordIsByteExactWhereTheHostReadsIt)
 {
     auto getModuleInfo = symbol<GetModuleInfoFn>("GetModuleInfo");
@@ -164,33 +183,30 @@ TEST_F(LoadedLibrary, TranslationRecordsAreThreeFixedFieldsOf1024Bytes)
     EXPECT_NE(static_cast<void*>(getModule()), static_cast<void*>(GetModule()));
     int host = 0;
     initialize(&recordingHost, &recordingHost, &host, nullptr);
-    EXPECT_TRUE(received().empty());
+    EXPECT_EQ(0, received);
     char program[] = "host";
     char* argv[] = {program};
     EXPECT_EQ(0, receiveMessage(&host, HostMsg::CommandLine, 1, reinterpret_cast<intptr_t>(argv)));
     EXPECT_EQ(0, receiveMessage(&host, HostMsg::HostReady, 0, 0));
     initialize(nullptr, nullptr, nullptr, nullptr);
 
-    std::vector<const unsigned char*> translations;
-    for (const auto& [code, record] : received())
-        if (code == HostMsg::RegisterTranslation)
-            translations.push_back(reinterpret_cast<const unsigned char*>(record.constData()));
-    ASSERT_EQ(51u, translations.size());
-    for (const unsigned char* record : translations) {
-        EXPECT_TRUE(fieldIs(record, 0, 1024, "CTransDownload"));
-        EXPECT_NE(nullptr, std::memchr(record + 1024, 0, 1024));
-        EXPECT_NE(nullptr, std::memchr(record + 2048, 0, 1024));
+    // Three fixed fields of 1024 bytes: context, key and default text, in the
+    // table's order, which the host keeps.
+    ASSERT_EQ(51, kTextTableSize);
+    ASSERT_EQ(std::size_t(kTextTableSize), translations.size());
+    for (int i = 0; i < kTextTableSize; ++i) {
+        const auto* record = reinterpret_cast<const unsigned char*>(translations[std::size_t(i)].constData());
+        EXPECT_TRUE(fieldIs(record, 0, 1024, "CTransDownload")) << i;
+        EXPECT_TRUE(fieldIs(record, 1024, 1024, kTextTable[i].key)) << i;
+        EXPECT_TRUE(fieldIs(record, 2048, 1024, kTextTable[i].text)) << i;
     }
-    // Keys at their places, the menu's texts last, and texts as the dialogs show them.
-    const std::pair<std::size_t, const char*> keys[] = {
-        {0, "C0007Cancel"}, {15, "C0109"}, {16, "MD0003"}, {33, "MD0039Message"}, {42, "MD0049Message"},
-        {46, "MD0053"}, {47, "M0053"}, {48, "M0054"}, {49, "M0264"}, {50, "M0177"}};
-    for (const auto& [index, key] : keys)
-        EXPECT_TRUE(fieldIs(translations[index], 1024, 1024, key)) << index;
-    EXPECT_TRUE(fieldIs(translations[0], 2048, 1024, "Cancel"));
-    EXPECT_TRUE(fieldIs(translations[33], 2048, 1024, "Downloading\x85"));  // the Windows-1252 ellipsis
-    EXPECT_TRUE(fieldIs(translations[42], 2048, 1024,
-                        "File(s) was not found on download server.\r\nPlease contact to support."));
+    // The table's bytes as translators key on them, M0264 before M0177.
+    const char* const pinned[][2] = {
+        {kTextTable[0].text, "Cancel"}, {kTextTable[33].text, "Downloading\x85"},  // the Windows-1252 ellipsis
+        {kTextTable[42].text, "File(s) was not found on download server.\r\nPlease contact to support."},
+        {kTextTable[49].key, "M0264"}, {kTextTable[50].key, "M0177"}};
+    for (const auto& [actual, expected] : pinned)
+        EXPECT_STREQ(expected, actual);
 }
 
 TEST(UpdaterSegmentBytes, RequestFinishAndConfigurationCopy)
@@ -227,7 +243,6 @@ namespace {
 // Entry i's numbers are 100 * (i + 1) + their place, so a field read from the
 // wrong place shows; the entry count is 2.
 struct ConfigurationHost {
-    std::vector<unsigned int> codes;
     int32_t listCount = 0;
     int32_t tableId = 0;
     int32_t tableCount = 0;
@@ -236,7 +251,6 @@ struct ConfigurationHost {
     {
         auto& host = *static_cast<ConfigurationHost*>(target);
         auto* block = reinterpret_cast<unsigned char*>(param1);
-        host.codes.push_back(code);
         if (code == HostMsg::ConfigurationCount)
             putInt32(block, 0, 2);
         if (code == HostMsg::ConfigurationList) {  // {int32 count, pointer to the entries}
@@ -274,8 +288,6 @@ TEST(HostConfigurationBytes, ConfigurationsAndModuleTableReadFromTheHostsLayout)
     ConfigurationHost host;
     CInstalledProducts products(&ConfigurationHost::send, &host);
     const std::vector<coreNameConfig> configs = products.configurations();
-    EXPECT_EQ((std::vector<unsigned int>{HostMsg::ConfigurationCount, HostMsg::ConfigurationList}),
-              host.codes);
     EXPECT_EQ(2, host.listCount);
     ASSERT_EQ(2u, configs.size());
     for (int i = 0; i < 2; ++i) {

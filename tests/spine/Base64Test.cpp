@@ -49,7 +49,9 @@ TEST(Base64, Rfc4648Vectors)
     }
 }
 
-TEST(Base64, BinaryRoundTrip)
+// Every byte value round-trips, at every length modulo 3; line breaks are
+// skipped, the pad ends the data, and the URL-safe alphabet is not this one.
+TEST(Base64, BinaryRoundTripLineBreaksAndForeignCharacters)
 {
     std::mt19937 random(7);
     for (int length = 0; length < 300; ++length) {
@@ -58,12 +60,8 @@ TEST(Base64, BinaryRoundTrip)
             c = char(random());
         EXPECT_EQ(data, decode(encode(data)));
     }
-}
-
-TEST(Base64, DecodingToleratesLineBreaksAndRejectsForeignCharacters)
-{
     EXPECT_EQ("foobar", decode("Zm9v\r\nYmFy"));
-    EXPECT_EQ("fo", decode("Zm8=trailing"));  // the pad ends the data
+    EXPECT_EQ("fo", decode("Zm8=trailing"));
     EXPECT_EQ("<refused>", decode("Zm9v!"));
-    EXPECT_EQ("<refused>", decode("Zm-_"));  // the URL-safe alphabet is not this one
+    EXPECT_EQ("<refused>", decode("Zm-_"));
 }

@@ -2,7 +2,6 @@
 // the test host to the reference host's store and its XML file on disk.
 #include <cstddef>
 #include <cstring>
-#include <functional>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -12,14 +11,14 @@
 #include <gtest/gtest.h>
 
 #include "StorageFiles.h"
-#include "StoreTestHost.h"
 #include "protocol/HostMessages.h"
+#include "storage/UnicodeString.h"
 #include "update/SaveParamDownload.h"
 
 namespace {
 
-// Every text field filled, with characters the XML file must escape, spaces
-// at both ends and non-ASCII text.
+// Every text field filled with text of its own, with characters the XML
+// file must escape, spaces at both ends and non-ASCII text.
 dlModule makeModule(const char* name, const char* version = "1.0.0", const char* versionExtra = "",
                     int state = 0)
 {
@@ -27,13 +26,10 @@ dlModule makeModule(const char* name, const char* version = "1.0.0", const char*
     setDlText(module.name, name);
     setDlText(module.version, version);
     setDlText(module.versionExtra, versionExtra);
-    setDlText(module.type, "2");
-    setDlText(module.serverPath, QByteArray("/modules/") + name + ".gz");
-    setDlText(module.descPath, QByteArray("/desc/") + name + ".txt");
-    setDlText(module.localPath, QByteArray("/home/user/Загрузки/") + name);
-    setDlText(module.auxPath, "Config & <Main>");
-    setDlText(module.title, QByteArray("  ") + name + " \"title\"  ");
-    setDlText(module.sizeText, "12 kb");
+    char(*fields[])[kDlTextSize] = {&module.type,    &module.serverPath, &module.descPath, &module.localPath,
+                                    &module.auxPath, &module.title,      &module.sizeText};
+    for (std::size_t i = 0; i < std::size(fields); ++i)
+        setDlText(*fields[i], "  " + QByteArray::number(int(i)) + " <&\"> Загрузки " + name + "  ");
     module.state = state;
     return module;
 }
@@ -49,9 +45,18 @@ class SaveParamDownloadTest : public ::testing::Test {
 protected:
     QString statePath() const { return folder + QStringLiteral("/download.rdd"); }
 
+    // Every call hands the file it loaded back to be saved; the tests call
+    // each of them.
+    void TearDown() override { expectNoFileOpen(); }
+    void expectNoFileOpen()
+    {
+        EXPECT_EQ(host ? host->store.openFileCount() : 0, 0);
+    }
+
     // A new host with a new store: nothing survives but the file.
     void restartHost()
     {
+        expectNoFileOpen();
         host.reset();
         host = std::make_unique<StoreTestHost>();
     }
@@ -68,18 +73,22 @@ protected:
         return delay;
     }
 
-    // The "Module" children in the file, as the host reads them.
-    int moduleNodesInFile()
+    // The parameter names of each "Module" node in the file, as the host reads
+    // them; one entry per node.
+    std::vector<QStringList> moduleNodesInFile()
     {
         ParameterStore store;
+        std::vector<QStringList> nodes;
         void* file = store.load(statePath());
-        if (!file)
-            return -1;
         for (const auto& root : store.tree(file)->top()->children)
-            for (const auto& node : root->children)
-                if (node->name == QStringLiteral("LastDownload"))
-                    return int(node->children.size());
-        return 0;
+            for (const auto& last : root->children)
+                for (const auto& module : last->children)
+                    if (last->name == QStringLiteral("LastDownload")) {
+                        nodes.emplace_back();
+                        for (const auto& parameter : module->parameters)
+                            nodes.back() << parameter.first;
+                    }
+        return nodes;
     }
 
     QTemporaryDir dir;
@@ -90,7 +99,9 @@ protected:
 
 }  // namespace
 
-TEST_F(SaveParamDownloadTest, StartParametersSurviveARestartOfTheHost)
+// A delay set by hand is read unless it is -1, and saving the start
+// parameters drops it.
+TEST_F(SaveParamDownloadTest, StartParametersSurviveARestartAndADelaySetByHand)
 {
     EXPECT_EQ(startParam(true, false), std::make_pair(true, false));  // nothing stored: unchanged
     EXPECT_TRUE(QFile::exists(statePath()));  // the folder was made and the file saved
@@ -99,20 +110,15 @@ TEST_F(SaveParamDownloadTest, StartParametersSurviveARestartOfTheHost)
     EXPECT_EQ(startParam(false, true), std::make_pair(true, false));
     saver.saveStartParam(false, true);
     EXPECT_EQ(startParam(true, false), std::make_pair(false, true));
-}
 
-TEST_F(SaveParamDownloadTest, ADelaySetByHandIsReadUnlessMinusOneAndDroppedBySavingStartParameters)
-{
     writeFile(statePath(), "<parameters><node name=\"ParametersDL\"><node name=\"ParamAutoDL\">"
                            "<param name=\"DelayAutoStart\" value=\"-1\"/></node></node></parameters>");
     EXPECT_EQ(delayAutoStart(42), 42);
-
     writeFile(statePath(), fileBytes(dataFile("rdd-written-by-hand.rdd")));
     EXPECT_EQ(delayAutoStart(3), 15);
     EXPECT_EQ(startParam(false, true), std::make_pair(true, false));
     saver.saveStartParam(true, true);
     EXPECT_EQ(delayAutoStart(3), 3);
-    EXPECT_FALSE(fileBytes(statePath()).contains("DelayAutoStart"));
 }
 
 TEST_F(SaveParamDownloadTest, LastDownloadOfThreeModulesByState)
@@ -151,26 +157,31 @@ TEST_F(SaveParamDownloadTest, LastDownloadOfThreeModulesByState)
     dlModule found = emptyDlModule();
     EXPECT_EQ(saver.getLastDownloadModule(3, 1, &found), 1);
     EXPECT_TRUE(sameRecord(found, changed));
-    EXPECT_EQ(moduleNodesInFile(), 3);
+    // The file's names, not the record's: "Date" holds the title,
+    // "TypeDownload" the record's state, "NameConfig" the auxiliary path.
+    const QStringList names = {"Date", "LocalPath", "Name", "NameConfig", "Path", "PathDesc",
+                               "Size", "State", "Type", "TypeDownload", "Version", "VersionCore"};
+    EXPECT_EQ(moduleNodesInFile(), std::vector<QStringList>(3, names));
 }
 
 // Modules past the count are not seen; a count past the modules ends at the
-// last one.
+// last one. Without the list the count is -1; clearing it leaves 0.
 TEST_F(SaveParamDownloadTest, TheCountBoundsTheModulesSeen)
 {
+    saver.clearLastDownload();  // nothing to clear: no node is made
+    EXPECT_EQ(saver.getCountLastDownloadModule(), -1);
+    EXPECT_EQ(saver.getCountStateLastDownloadModule(0), 0);
     saver.createLastDownload(2);
     for (const char* name : {"a.so", "b.so", "c.so"})
         saver.saveLastDownloadModule(makeModule(name), 5);
-    EXPECT_EQ(moduleNodesInFile(), 3);
+    EXPECT_EQ(moduleNodesInFile().size(), 3u);
     EXPECT_EQ(saver.getCountStateLastDownloadModule(5), 2);
 
     dlModule out[3] = {emptyDlModule(), emptyDlModule(), emptyDlModule()};
     EXPECT_EQ(saver.getLastDownloadModule(5, 1, out), 1);
-    EXPECT_EQ(dlText(out[0].name), "a.so");
     EXPECT_EQ(dlText(out[1].name), "");
     EXPECT_EQ(saver.getLastDownloadModule(5, 3, out), 2);
-    EXPECT_EQ(dlText(out[1].name), "b.so");
-    EXPECT_EQ(dlText(out[2].name), "");
+    EXPECT_EQ(dlText(out[0].name) + dlText(out[1].name) + dlText(out[2].name), "a.sob.so");
 
     // The third is beyond the count: changing it changes nothing.
     saver.changeStateLastDownloadModule(makeModule("c.so"), 6);
@@ -182,6 +193,9 @@ TEST_F(SaveParamDownloadTest, TheCountBoundsTheModulesSeen)
     EXPECT_EQ(saver.getCountLastDownloadModule(), 10);
     EXPECT_EQ(saver.getCountStateLastDownloadModule(4), 1);
     EXPECT_EQ(saver.getLastDownloadModule(4, 2, out), 1);
+    saver.clearLastDownload();
+    EXPECT_EQ(saver.getCountLastDownloadModule(), 0);
+    EXPECT_TRUE(moduleNodesInFile().empty());
 }
 
 TEST_F(SaveParamDownloadTest, ChangeStateNeedsNameVersionAndVersionCore)
@@ -195,46 +209,6 @@ TEST_F(SaveParamDownloadTest, ChangeStateNeedsNameVersionAndVersionCore)
     EXPECT_EQ(fileBytes(statePath()), before);
     saver.changeStateLastDownloadModule(makeModule("core.so", "1.2.3", "7"), 4);
     EXPECT_EQ(saver.getCountStateLastDownloadModule(4), 1);
-}
-
-TEST_F(SaveParamDownloadTest, ClearingAndAMissingList)
-{
-    EXPECT_EQ(saver.getCountLastDownloadModule(), -1);
-    EXPECT_EQ(saver.getCountStateLastDownloadModule(1), 0);
-    saver.clearLastDownload();  // nothing to clear: no node is made
-    EXPECT_EQ(saver.getCountLastDownloadModule(), -1);
-
-    saver.createLastDownload(1);
-    saver.saveLastDownloadModule(makeModule("a.so"), 1);
-    saver.clearLastDownload();
-    EXPECT_EQ(saver.getCountLastDownloadModule(), 0);
-    EXPECT_EQ(moduleNodesInFile(), 0);
-}
-
-TEST_F(SaveParamDownloadTest, EveryCallLoadsAndSavesOnce)
-{
-    bool flag = false;
-    int delay = 0;
-    dlModule out = emptyDlModule();
-    const std::vector<std::function<void()>> calls = {
-        [&] { saver.saveStartParam(true, true); },
-        [&] { saver.getStartParam(flag, flag); },
-        [&] { saver.getDelayAutoStart(delay); },
-        [&] { saver.createLastDownload(1); },
-        [&] { saver.saveLastDownloadModule(makeModule("a.so", "1"), 1); },
-        [&] { saver.changeStateLastDownloadModule(makeModule("a.so", "1"), 2); },
-        [&] { saver.getLastDownloadModule(2, 1, &out); },
-        [&] { saver.getCountStateLastDownloadModule(2); },
-        [&] { saver.getCountLastDownloadModule(); },
-        [&] { saver.clearLastDownload(); },
-    };
-    for (std::size_t i = 0; i < calls.size(); ++i) {
-        host->messages.clear();
-        calls[i]();
-        EXPECT_EQ(host->withCode(HostMsg::LoadParameterFile).size(), 1u) << "call " << i;
-        EXPECT_EQ(host->withCode(HostMsg::SaveParameterFile).size(), 1u) << "call " << i;
-        EXPECT_EQ(host->store.openFileCount(), 0) << "call " << i;
-    }
 }
 
 TEST_F(SaveParamDownloadTest, ADamagedFileIsDeletedAndLoadedAgain)
@@ -251,38 +225,43 @@ TEST_F(SaveParamDownloadTest, ADamagedFileIsDeletedAndLoadedAgain)
     EXPECT_EQ(startParam(true, true), std::make_pair(false, true));
 }
 
-// A host that refuses every load and no host at all: the callers' values
+// A host that refuses every load, then no host at all: the callers' values
 // stay, the counts are empty and no file is saved.
 TEST_F(SaveParamDownloadTest, AHostThatNeverLoadsGivesNothing)
 {
     writeFile(statePath(), "<parameters/>");
     host->extraHandler = [](unsigned int, intptr_t, intptr_t) { return 1; };
-    dlModule out = emptyDlModule();
-    EXPECT_EQ(startParam(true, false), std::make_pair(true, false));
-    EXPECT_EQ(delayAutoStart(9), 9);
-    EXPECT_EQ(saver.getLastDownloadModule(1, 1, &out), 0);
-    EXPECT_EQ(saver.getCountStateLastDownloadModule(1), 0);
-    EXPECT_EQ(saver.getCountLastDownloadModule(), -1);
-    EXPECT_TRUE(host->withCode(HostMsg::SaveParameterFile).empty());
-    // Asked twice per call, with the file deleted in between.
-    EXPECT_EQ(host->withCode(HostMsg::LoadParameterFile).size(), 10u);
-    EXPECT_FALSE(QFile::exists(statePath()));
+    for (const bool withHost : {true, false}) {
+        if (!withHost)
+            host.reset();
+        dlModule out = emptyDlModule();
+        saver.saveStartParam(false, true);
+        EXPECT_EQ(startParam(true, false), std::make_pair(true, false));
+        EXPECT_EQ(delayAutoStart(9), 9);
+        EXPECT_EQ(saver.getLastDownloadModule(1, 1, &out), 0);
+        EXPECT_EQ(saver.getCountStateLastDownloadModule(1), 0);
+        EXPECT_EQ(saver.getCountLastDownloadModule(), -1);
+        EXPECT_FALSE(QFile::exists(statePath()));
+        if (withHost) {
+            EXPECT_TRUE(host->withCode(HostMsg::SaveParameterFile).empty());
+            // Asked twice per call, with the file deleted in between.
+            EXPECT_EQ(host->withCode(HostMsg::LoadParameterFile).size(), 12u);
+        }
+    }
+    EXPECT_EQ(saver.getDefaultXml(), nullptr);
 }
 
-TEST(SaveParamDownloadWithoutHost, NothingIsLoaded)
+// The state file's path goes to the host in a bounded 16-bit field. Like
+// strncpy: a shorter text is followed by NULs, a longer one fills the
+// buffer without a terminator and nothing is written past the bound.
+TEST(UnicodeString, CopiesIntoACallerBufferWithABound)
 {
-    QTemporaryDir dir;
-    CSaveParamDownload saver(dir.path());
-    bool autoDownload = true;
-    bool showWindow = false;
-    int delay = 5;
-    saver.getStartParam(autoDownload, showWindow);
-    saver.getDelayAutoStart(delay);
-    saver.saveStartParam(false, true);
-    EXPECT_TRUE(autoDownload && !showWindow);
-    EXPECT_EQ(delay, 5);
-    EXPECT_EQ(saver.getCountLastDownloadModule(), -1);
-    EXPECT_EQ(saver.getCountStateLastDownloadModule(0), 0);
-    EXPECT_EQ(saver.getDefaultXml(), nullptr);
-    EXPECT_FALSE(QFile::exists(dir.filePath(QStringLiteral("download.rdd"))));
+    const CUnicodeString text(QString::fromUtf8("abcdé"));
+    char16_t buffer[8];
+    std::fill(std::begin(buffer), std::end(buffer), u'#');
+    EXPECT_EQ(text.toUnicodeC(buffer, 4), 4);
+    EXPECT_EQ(QString::fromUtf16(buffer, 5), QStringLiteral("abcd#"));
+    EXPECT_EQ(text.toUnicodeC(buffer, 8), 5);
+    EXPECT_EQ(QString::fromUtf16(buffer, 8), QString::fromUtf8("abcdé") + QChar(0) + QChar(0) + QChar(0));
+    EXPECT_EQ(text.toUnicodeC(buffer, 0), 0);
 }

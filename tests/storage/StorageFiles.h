@@ -1,12 +1,15 @@
 #pragma once
-// Whole-file reads and writes for the storage tests, and the hand-written
-// sample files under tests/data.
+// Whole-file reads and writes for the storage tests, the hand-written sample
+// files under tests/data, and the test host answered by the reference host's
+// store.
 #include <QByteArray>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QString>
 #include <gtest/gtest.h>
+
+#include "StoreTestHost.h"
 
 inline QString dataFile(const char* name)
 {
