@@ -43,6 +43,8 @@ bool CReleaseCheck::acceptList(const QString& listFile, const QString& signature
     QFile::remove(signatureFile);
     if (verdict.accepted) {
         serials.raiseTo(verdict.serial);
+        LogHelper::ShowLogInfo(logTypeMessage, logLevel2,
+                               QStringLiteral("List accepted: %1 (serial %2)").arg(listFile).arg(verdict.serial));
         return true;
     }
     QFile::remove(listFile);
