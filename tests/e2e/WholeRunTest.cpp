@@ -141,7 +141,7 @@ protected:
     void startNginx()
     {
         nginx = std::make_unique<NginxServer>(serverRoot);
-        ASSERT_TRUE(nginx->started()) << "nginx did not start: " << nginx->errorLog().toStdString();
+        ASSERT_TRUE(nginx->started()) << "nginx did not start: " << nginx->log().toStdString();
         writeSettings(nginx->baseUrl().toLatin1());
     }
 
@@ -177,7 +177,7 @@ protected:
         ASSERT_GT(bigQuotesGzSize, 1024 * 1024);
         writeText(serverRoot + QStringLiteral("/files/quotes.so.gz"), bigQuotesGz);
         nginx = std::make_unique<NginxServer>(serverRoot, QStringLiteral("/files/quotes.so.gz"), 256 * 1024);
-        ASSERT_TRUE(nginx->started()) << "nginx did not start: " << nginx->errorLog().toStdString();
+        ASSERT_TRUE(nginx->started()) << "nginx did not start: " << nginx->log().toStdString();
         writeSettings(nginx->baseUrl().toLatin1());
         switchOnAutomaticRun();
     }
@@ -507,7 +507,7 @@ TEST_F(WholeRunTest, AServerStoppedMidFileIsTriedAgainAndTheFileResumed)
                                      << qPrintable(nginx->accessLog().join('\n'));
     nginx->stop();
     const int before = nginx->accessLog().size();
-    ASSERT_TRUE(nginx->start()) << "nginx did not start again: " << nginx->errorLog().toStdString();
+    ASSERT_TRUE(nginx->start()) << "nginx did not start again: " << nginx->log().toStdString();
 
     ASSERT_TRUE(host.waitForFinished(-1));
     const QString out = QString::fromUtf8(host.readAll());

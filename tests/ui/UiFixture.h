@@ -63,7 +63,7 @@ protected:
     void startNginx()
     {
         nginx = std::make_unique<NginxServer>(serverRoot);
-        ASSERT_TRUE(nginx->started()) << nginx->errorLog().toStdString();
+        ASSERT_TRUE(nginx->started()) << nginx->log().toStdString();
         writeSettings("[Address]\r\nPath=" + nginx->baseUrl().toLatin1() + "\r\n");
     }
 
