@@ -12,6 +12,7 @@
 // Usage: bench_startup [library] [runs]
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <vector>
 
@@ -51,7 +52,7 @@ QString writeProfile(const QString& folder)
 
 // One start in this process; prints "loaded registered ready idle dialog"
 // as microseconds since dlopen.
-int measureOnce(int argc, char** argv, const QString& library)
+int measureOnce(char** argv, const QString& library)
 {
     qputenv("QT_QPA_PLATFORM", "offscreen");
     int qtArgc = 1;
@@ -76,7 +77,6 @@ int measureOnce(int argc, char** argv, const QString& library)
     HostBridge bridge(profile, &window);
     ModuleLoader loader;
     std::vector<char*> arguments{argv[0], nullptr};
-    (void)argc;
 
     QElapsedTimer clock;
     qint64 at[5] = {};
@@ -135,7 +135,7 @@ double median(std::vector<double> values)
 int main(int argc, char** argv)
 {
     if (argc > 2 && std::strcmp(argv[1], "--once") == 0)
-        return measureOnce(argc, argv, QString::fromLocal8Bit(argv[2]));
+        return measureOnce(argv, QString::fromLocal8Bit(argv[2]));
     const QString library = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QStringLiteral(DM_MODULE_LIBRARY);
     const int runs = argc > 2 ? std::max(1, std::atoi(argv[2])) : 20;
     std::vector<double> phases[5];

@@ -243,7 +243,8 @@ public:
             return {};
         const Outcome outcome =
             runTimed({QStringLiteral("bash"), QStringLiteral(DM_SOURCE_DIR "/bench/reference-update.sh"),
-                      nginx_->baseUrl(), QStringLiteral("/lists/Standard.modules.txt"), run + QStringLiteral("/download"), installed + QStringLiteral("/bin"),
+                      nginx_->baseUrl(), QStringLiteral("/lists/Standard.modules.txt"),
+                      run + QStringLiteral("/download"), installed + QStringLiteral("/bin"),
                       run + QStringLiteral("/backup")},
                      {}, run + QStringLiteral("/pipeline.out"));
         return checked(outcome, installed + QStringLiteral("/bin"), run + QStringLiteral("/pipeline.out"));
@@ -291,7 +292,8 @@ int main(int argc, char** argv)
         long peakKb = 0;
         std::printf("%s, automatic run from nginx on loopback, %d rounds\n", set.name, rounds);
         for (int round = 0; round < rounds; ++round) {
-            // Alternated, so that neither side always finds the caches warm.
+            // Both on fresh copies of the installed tree; after the first
+            // round both find the server's files in the page cache.
             const Outcome m = bench.runModule(round);
             const Outcome p = bench.runPipeline(round);
             if (!m.ok || !p.ok) {
