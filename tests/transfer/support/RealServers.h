@@ -8,11 +8,11 @@
 #include <ostream>
 #include <vector>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <QDir>
 #include <QFile>
-#include <QFileInfo>
 #include <QProcess>
 #include <QStringList>
 #include <QTcpServer>
@@ -99,13 +99,7 @@ protected:
         return QString::fromLocal8Bit(log.readAll());
     }
     // For a server that drops its privileges: its folder open to every user.
-    void openFolderToAll() const
-    {
-        QFile::setPermissions(dir_.path(), QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner
-                                               | QFileDevice::ReadOther | QFileDevice::WriteOther
-                                               | QFileDevice::ExeOther | QFileDevice::ReadGroup
-                                               | QFileDevice::WriteGroup | QFileDevice::ExeGroup);
-    }
+    void openFolderToAll() const { chmod(tmp().constData(), 0777); }
 
 private:
     // A start that failed half way can leave QProcess holding a process id
@@ -337,8 +331,7 @@ public:
             return;
         }
         writeText(path("passwd"), user + ":" + hashed + "\n");
-        QFile::setPermissions(path("passwd"), QFileDevice::ReadOwner | QFileDevice::WriteOwner
-                                                   | QFileDevice::ReadGroup | QFileDevice::ReadOther);
+        chmod(QFile::encodeName(path("passwd")).constData(), 0644);
         const QByteArray parent = upstreamPort
             ? "cache_peer 127.0.0.1 parent " + QByteArray::number(upstreamPort) + " 0 no-query default\n"
               "never_direct allow all\n"
