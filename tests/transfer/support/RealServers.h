@@ -361,18 +361,23 @@ public:
         // The cache's folders are made by a first run of its own (-z).
         QProcess makeCache;
         makeCache.setProcessChannelMode(QProcess::MergedChannels);
-        makeCache.start(QStringLiteral("/usr/sbin/squid"),
-                        {QStringLiteral("-N"), QStringLiteral("-z"), QStringLiteral("-f"), path("squid.conf")});
+        makeCache.start(QStringLiteral("/usr/sbin/squid"), arguments({QStringLiteral("-z")}));
         if (!makeCache.waitForFinished(30000) || makeCache.exitCode() != 0) {
             writeText(path("stderr.log"), makeCache.readAll());
             return;
         }
-        startProgram(QStringLiteral("/usr/sbin/squid"),
-                     {QStringLiteral("-N"), QStringLiteral("-f"), path("squid.conf")});
+        startProgram(QStringLiteral("/usr/sbin/squid"), arguments({}));
     }
     // squid takes seconds to shut down even when told to waste none; the
-    // test is over, so it is ended at once.
-    ~SquidProxy() override { stop(); }
+    // test is over, so it is ended at once, and the shared memory it would
+    // have removed is removed here.
+    ~SquidProxy() override
+    {
+        stop();
+        const QDir shared(QStringLiteral("/dev/shm"));
+        for (const QString& segment : shared.entryList({serviceName() + QStringLiteral("-*")}, QDir::Files))
+            QFile::remove(shared.filePath(segment));
+    }
 
     // One line per request: "METHOD URL status Range".
     QString requestLog() const override { return readLog("access.log"); }
@@ -389,6 +394,17 @@ public:
 
 protected:
     std::vector<const char*> logFiles() const override { return {"cache.log"}; }
+
+private:
+    // The service name prefixes squid's shared memory segments
+    // (/dev/shm/NAME-cf__queues.shm, ...): one per proxy, so that proxies of
+    // tests running side by side, or one killed before, never share them.
+    QString serviceName() const { return QStringLiteral("dmtest%1").arg(port()); }
+    QStringList arguments(QStringList more) const
+    {
+        return more << QStringLiteral("-N") << QStringLiteral("-n") << serviceName() << QStringLiteral("-f")
+                    << path("squid.conf");
+    }
 };
 
 struct ForwardProxyFamily {
