@@ -123,7 +123,7 @@ int main(int argc, char** argv)
     }
     NginxServer nginx(root.path());
     if (!nginx.started()) {
-        std::fprintf(stderr, "nginx did not start: %s\n", qPrintable(nginx.errorLog()));
+        std::fprintf(stderr, "nginx did not start: %s\n", qPrintable(nginx.log()));
         return 1;
     }
     const QString url = nginx.baseUrl() + QStringLiteral("/big.bin");

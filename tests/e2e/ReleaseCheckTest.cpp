@@ -93,7 +93,7 @@ public:
     QString run()
     {
         NginxServer nginx(server);
-        EXPECT_TRUE(nginx.started()) << nginx.errorLog().toStdString();
+        EXPECT_TRUE(nginx.started()) << nginx.log().toStdString();
         QDir().mkpath(dir.filePath("host-run/config"));
         writeText(dir.filePath("host-run/config/download.cfg"),
                   "[Address]\r\nPath=" + nginx.baseUrl().toLatin1() + "\r\n[Signature]\r\n" + keys + "\r\n");

@@ -1,9 +1,10 @@
 // Whole updates as a terminal lives them: the built module-host loads the
 // module library, the module fetches the sample update server's lists and
-// files from nginx (directly or through tinyproxy), and the real updater
-// program replaces the files of a sandbox copy of the sample installed tree.
-// Every check is about what ends up on disk, in the servers' logs and in what
-// the host printed.
+// files from a real web server (each family in turn), directly or through an
+// authenticating proxy (each family in turn, nginx behind it), and the real
+// updater program replaces the files of a sandbox copy of the sample
+// installed tree. Every check is about what ends up on disk, in the servers'
+// logs and in what the host printed.
 #include <QCryptographicHash>
 #include <QDir>
 #include <QDirIterator>
@@ -139,11 +140,12 @@ protected:
             << "copying the sample server tree failed";
     }
 
-    void startNginx()
+    // With slowPath, that file is served at bytesPerSecond.
+    void startServer(const FileServerFamily& family, const QString& slowPath = QString(), int bytesPerSecond = 0)
     {
-        nginx = std::make_unique<NginxServer>(serverRoot);
-        ASSERT_TRUE(nginx->started()) << "nginx did not start: " << nginx->errorLog().toStdString();
-        writeSettings(nginx->baseUrl().toLatin1());
+        server = family.make(serverRoot, slowPath, bytesPerSecond);
+        ASSERT_TRUE(server->started()) << family.name << " did not start:\n" << qPrintable(server->log());
+        writeSettings(server->baseUrl().toLatin1());
     }
 
     void writeSettings(const QByteArray& url)
@@ -169,7 +171,7 @@ protected:
     // quotes.so made large and of noise, so that its gzip file is as large,
     // and served slowly, so that a test can act while it is half way.
     // bigQuotes is the module the run must install.
-    void serveALargeQuotesSlowly(quint32 seed, QByteArray& bigQuotes)
+    void serveALargeQuotesSlowly(const FileServerFamily& family, quint32 seed, QByteArray& bigQuotes)
     {
         ASSERT_NO_FATAL_FAILURE(useServerCopy());
         bigQuotes = "quotes.so 2.1.0\n" + noiseBytes(1536 * 1024, seed);
@@ -190,9 +192,7 @@ protected:
             }
         }
         writeText(listPath, lines.join('\n'));
-        nginx = std::make_unique<NginxServer>(serverRoot, QStringLiteral("/files/quotes.so.gz"), 256 * 1024);
-        ASSERT_TRUE(nginx->started()) << "nginx did not start: " << nginx->errorLog().toStdString();
-        writeSettings(nginx->baseUrl().toLatin1());
+        ASSERT_NO_FATAL_FAILURE(startServer(family, QStringLiteral("/files/quotes.so.gz"), 256 * 1024));
         switchOnAutomaticRun();
     }
 
@@ -253,8 +253,8 @@ protected:
         return environment;
     }
 
-    // Paths nginx was asked for, in order.
-    QStringList requestedPaths() const { return pathsOf(nginx->accessLog()); }
+    // Paths the server was asked for, in order.
+    QStringList requestedPaths() const { return pathsOf(server->accessLog()); }
 
     static QStringList pathsOf(const QStringList& accessLog)
     {
@@ -325,17 +325,31 @@ protected:
     QString serverRoot;
     QString profilePath;
     FileTree installedBefore;
-    std::unique_ptr<NginxServer> nginx;
+    std::unique_ptr<FileServer> server;
     int bigQuotesGzSize = 0;
 };
+
+class OnEachServer : public WholeRunTest, public ::testing::WithParamInterface<FileServerFamily> {
+protected:
+    void startServer() { WholeRunTest::startServer(GetParam()); }
+};
+
+INSTANTIATE_TEST_SUITE_P(Servers, OnEachServer, ::testing::ValuesIn(kFileServerFamilies),
+                         [](const ::testing::TestParamInfo<FileServerFamily>& info) { return info.param.name; });
+
+// The proxy passes requests on to the first server family, nginx.
+class ThroughEachProxy : public WholeRunTest, public ::testing::WithParamInterface<ForwardProxyFamily> {};
+
+INSTANTIATE_TEST_SUITE_P(Proxies, ThroughEachProxy, ::testing::ValuesIn(kForwardProxyFamilies),
+                         [](const ::testing::TestParamInfo<ForwardProxyFamily>& info) { return info.param.name; });
 
 const QByteArray kAutomaticScript = "answer yes\n"
                                     "wait-log Installation ended\n"
                                     "quit\n";
 
-TEST_F(WholeRunTest, AManualRunInstallsTheTwoTickedModulesAndKeepsTheOldOne)
+TEST_P(OnEachServer, AManualRunInstallsTheTwoTickedModulesAndKeepsTheOldOne)
 {
-    ASSERT_NO_FATAL_FAILURE(startNginx());
+    ASSERT_NO_FATAL_FAILURE(startServer());
     WholeRun run;
     ASSERT_NO_FATAL_FAILURE(runHost("answer yes\n"
                                     "open\n"
@@ -362,14 +376,41 @@ TEST_F(WholeRunTest, AManualRunInstallsTheTwoTickedModulesAndKeepsTheOldOne)
     EXPECT_EQ(files, QStringList({"/files/charts.so.gz", "/files/orders.so.gz"}));
 }
 
-TEST_F(WholeRunTest, AnAutomaticRunThroughAnAuthenticatingProxy)
+// Through an authenticating proxy: with the wrong password every list is
+// the proxy's 407 page, which the module reads as lists that offer nothing,
+// so nothing reaches the server and nothing is installed; with the right one
+// the automatic run brings the whole tree to the release.
+TEST_P(ThroughEachProxy, OnlyTheRightCredentialsReachTheServerAndUpdate)
 {
-    ASSERT_NO_FATAL_FAILURE(startNginx());
-    TinyProxy proxy("u", "p");
-    ASSERT_TRUE(proxy.started()) << "tinyproxy did not start: " << proxy.log().toStdString();
-    ASSERT_NO_FATAL_FAILURE(writeProfile(
-        {{"proxy", QJsonObject{{"state", 1}, {"host", "127.0.0.1"}, {"port", int(proxy.port())},
-                               {"user", "u"}, {"password", "p"}}}}));
+    ASSERT_NO_FATAL_FAILURE(startServer(kFileServerFamilies[0]));
+    const std::unique_ptr<ForwardProxy> proxy = GetParam().make("u", "p", 0);
+    ASSERT_TRUE(proxy->started()) << GetParam().name << " did not start:\n" << qPrintable(proxy->log());
+    const auto useProxy = [&](const char* password) {
+        writeProfile({{"proxy", QJsonObject{{"state", 1}, {"host", "127.0.0.1"}, {"port", int(proxy->port())},
+                                            {"user", "u"}, {"password", password}}}});
+    };
+
+    ASSERT_NO_FATAL_FAILURE(useProxy("wrong"));
+    WholeRun refused;
+    ASSERT_NO_FATAL_FAILURE(runHost("open\n"
+                                    "wait-lists\n"
+                                    "print status\n"
+                                    "quit\n",
+                                    refused));
+    ASSERT_EQ(refused.exitCode, 0) << qPrintable(refused.transcript());
+    EXPECT_TRUE(refused.out.contains(QStringLiteral("status: New modules not found\n"))) << qPrintable(refused.out);
+    EXPECT_EQ(server->accessLog(), QStringList());
+    const QString origin = server->baseUrl();
+    const QString list = origin + QStringLiteral("/configDesc.txt");
+    EXPECT_TRUE(proxy->requestLog().contains(list)) << qPrintable(proxy->requestLog());
+    // The proxy's own answer, where its log keeps it.
+    const int answer = proxy->answerTo(list);
+    if (answer != 0) {
+        EXPECT_EQ(answer, 407) << qPrintable(proxy->requestLog());
+    }
+    expectInstalled({});
+
+    ASSERT_NO_FATAL_FAILURE(useProxy("p"));
     switchOnAutomaticRun();
     WholeRun run;
     ASSERT_NO_FATAL_FAILURE(runHost(kAutomaticScript, run));
@@ -377,20 +418,19 @@ TEST_F(WholeRunTest, AnAutomaticRunThroughAnAuthenticatingProxy)
     EXPECT_TRUE(run.log.contains(QStringLiteral("Installation ended: 8"))) << qPrintable(run.log);
     expectInstalled(kUpdatedByAutomaticRun);
 
-    // The proxy forwarded the lists and every file, and nginx saw them come.
-    const QString proxyLog = proxy.log();
-    const QString origin = nginx->baseUrl();
+    // The proxy forwarded the lists and every file, and the server saw them come.
+    const QString proxyLog = proxy->requestLog();
     for (const char* path : {"/configDesc.txt", "/moduleDesc.txt", "/files/core.so.gz", "/files/fonts.pak.gz"})
         EXPECT_TRUE(proxyLog.contains(origin + QLatin1String(path))) << path << "\n" << qPrintable(proxyLog);
     EXPECT_TRUE(requestedPaths().contains(QStringLiteral("/files/core.so.gz")));
 }
 
-TEST_F(WholeRunTest, FilesMissingOnTheServerEndTheRunInTheErrorBoxWithNothingInstalled)
+TEST_P(OnEachServer, FilesMissingOnTheServerEndTheRunInTheErrorBoxWithNothingInstalled)
 {
     ASSERT_NO_FATAL_FAILURE(useServerCopy());
     for (const char* name : {"charts.so.gz", "export.so.gz", "themes.pak.gz"})
         ASSERT_TRUE(QFile::remove(serverRoot + QStringLiteral("/files/") + name)) << name;
-    ASSERT_NO_FATAL_FAILURE(startNginx());
+    ASSERT_NO_FATAL_FAILURE(startServer());
     switchOnAutomaticRun();
     WholeRun run;
     // A missing file makes the automatic run search and ask again; the
@@ -423,9 +463,9 @@ TEST_F(WholeRunTest, FilesMissingOnTheServerEndTheRunInTheErrorBoxWithNothingIns
 // Started off-line, the automatic run waits without a question or a request;
 // once the host goes on-line it runs to its end and brings the whole tree to
 // the release, keeping the replaced files and reporting what it installed.
-TEST_F(WholeRunTest, AnAutomaticRunWaitsWhileOffLineThenBringsTheWholeTreeToTheRelease)
+TEST_P(OnEachServer, AnAutomaticRunWaitsWhileOffLineThenBringsTheWholeTreeToTheRelease)
 {
-    ASSERT_NO_FATAL_FAILURE(startNginx());
+    ASSERT_NO_FATAL_FAILURE(startServer());
     switchOnAutomaticRun();
     const QStringList offline{QStringLiteral("/OFFLINE")};
 
@@ -435,7 +475,7 @@ TEST_F(WholeRunTest, AnAutomaticRunWaitsWhileOffLineThenBringsTheWholeTreeToTheR
                                     "quit\n",
                                     waiting, offline));
     ASSERT_EQ(waiting.exitCode, 0) << qPrintable(waiting.transcript());
-    EXPECT_EQ(nginx->accessLog(), QStringList());
+    EXPECT_EQ(server->accessLog(), QStringList());
     EXPECT_EQ(waiting.boxes(), QStringList());
     expectInstalled({});
 
@@ -465,22 +505,22 @@ TEST_F(WholeRunTest, AnAutomaticRunWaitsWhileOffLineThenBringsTheWholeTreeToTheR
 // The terminal dies (SIGKILL) while the second file of the automatic run is
 // half way. Started again, the module continues the stored run: the file that
 // had arrived is not fetched again, the half one is resumed where it stopped.
-TEST_F(WholeRunTest, AHostKilledMidDownloadContinuesTheStoredRunWhenStartedAgain)
+TEST_P(OnEachServer, AHostKilledMidDownloadContinuesTheStoredRunWhenStartedAgain)
 {
     QByteArray bigQuotes;
-    ASSERT_NO_FATAL_FAILURE(serveALargeQuotesSlowly(0x2545F491u, bigQuotes));
+    ASSERT_NO_FATAL_FAILURE(serveALargeQuotesSlowly(GetParam(), 0x2545F491u, bigQuotes));
     {
         QProcess host;
         ASSERT_NO_FATAL_FAILURE(startHost(host, "answer yes\nwait-log Installation ended\nquit\n"));
         ASSERT_TRUE(quotesHalfWay(host)) << "quotes.so.gz never began arriving after core.so.gz\n"
-                                         << qPrintable(nginx->accessLog().join('\n'));
+                                         << qPrintable(server->accessLog().join('\n'));
         host.kill();
         host.waitForFinished(-1);
     }
     const qint64 heldBytes = QFileInfo(downloadDir + QStringLiteral("/quotes.so.gz")).size();
     ASSERT_LT(heldBytes, bigQuotesGzSize) << "the kill came after the whole file had arrived";
     EXPECT_TRUE(readTree(installedDir) == installedBefore) << "installed before the kill";
-    const int before = nginx->accessLog().size();
+    const int before = server->accessLog().size();
 
     WholeRun run;
     ASSERT_NO_FATAL_FAILURE(runHost(kAutomaticScript, run));
@@ -492,7 +532,7 @@ TEST_F(WholeRunTest, AHostKilledMidDownloadContinuesTheStoredRunWhenStartedAgain
     // After the restart (the log also holds the killed host's cut requests):
     // core.so's body is not sent again, and quotes.so.gz is asked for from
     // the bytes already held.
-    const QStringList after = nginx->accessLog().mid(before);
+    const QStringList after = server->accessLog().mid(before);
     qint64 coreBytesAgain = 0;
     QStringList quotesRanges;
     for (const QString& line : after) {
@@ -511,17 +551,17 @@ TEST_F(WholeRunTest, AHostKilledMidDownloadContinuesTheStoredRunWhenStartedAgain
 // The server goes away in the middle of a file and comes back: the client
 // tries again after its pause (20 s, so this test takes that long) and
 // resumes the file; the run ends installed as if nothing had happened.
-TEST_F(WholeRunTest, AServerStoppedMidFileIsTriedAgainAndTheFileResumed)
+TEST_P(OnEachServer, AServerStoppedMidFileIsTriedAgainAndTheFileResumed)
 {
     QByteArray bigQuotes;
-    ASSERT_NO_FATAL_FAILURE(serveALargeQuotesSlowly(0x9E3779B9u, bigQuotes));
+    ASSERT_NO_FATAL_FAILURE(serveALargeQuotesSlowly(GetParam(), 0x9E3779B9u, bigQuotes));
     QProcess host;
     ASSERT_NO_FATAL_FAILURE(startHost(host, kAutomaticScript));
     ASSERT_TRUE(quotesHalfWay(host)) << "quotes.so.gz never began arriving after core.so.gz\n"
-                                     << qPrintable(nginx->accessLog().join('\n'));
-    nginx->stop();
-    const int before = nginx->accessLog().size();
-    ASSERT_TRUE(nginx->start()) << "nginx did not start again: " << nginx->errorLog().toStdString();
+                                     << qPrintable(server->accessLog().join('\n'));
+    server->stop();
+    const int before = server->accessLog().size();
+    ASSERT_TRUE(server->start()) << GetParam().name << " did not start again:\n" << qPrintable(server->log());
 
     ASSERT_TRUE(host.waitForFinished(-1));
     const QString out = QString::fromUtf8(host.readAll());
@@ -533,7 +573,7 @@ TEST_F(WholeRunTest, AServerStoppedMidFileIsTriedAgainAndTheFileResumed)
 
     // The second server saw quotes.so.gz asked for from an offset, never
     // from the start, and core.so.gz not at all.
-    const QStringList after = nginx->accessLog().mid(before);
+    const QStringList after = server->accessLog().mid(before);
     QStringList quotesRanges;
     for (const QString& line : after) {
         if (pathsOf({line}).value(0) == QLatin1String("/files/quotes.so.gz"))

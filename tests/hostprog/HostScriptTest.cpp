@@ -52,7 +52,7 @@ protected:
     void startNginx()
     {
         nginx = std::make_unique<NginxServer>(serverRoot);
-        ASSERT_TRUE(nginx->started()) << nginx->errorLog().toStdString();
+        ASSERT_TRUE(nginx->started()) << nginx->log().toStdString();
         writeSettings(nginx->baseUrl().toLatin1());
     }
 

@@ -1,8 +1,8 @@
 // The HTTP file client: its exact requests, resumption, the 404 rule, the
 // error texts with their retry, dispatch by kind and the proxy path, against
-// the scripted server, nginx and tinyproxy; and the proxy tests the host asks
-// for: the HTTP test's request and verdict, the CONNECT tunnel test, and the
-// module's answer to 3517.
+// the scripted server, each real server family and each proxy family; and
+// the proxy tests the host asks for: the HTTP test's request and verdict, the
+// CONNECT tunnel test, and the module's answer to 3517.
 #include <cstring>
 #include <memory>
 
@@ -273,26 +273,42 @@ TEST_F(DownloadHttpTest, ProxyGetsTheAbsoluteRequestWithCredentialsLast)
     EXPECT_EQ(QByteArray("via proxy"), readFile(local("m.txt")));
 }
 
-class DownloadHttpNginx : public DownloadHttpTest {
+// A real web server serving root/Win32.
+class DownloadHttpServed : public DownloadHttpTest {
 protected:
-    void SetUp() override
+    void serve(const FileServerFamily& family)
     {
         ASSERT_TRUE(root.isValid());
         QDir(root.path()).mkpath(QStringLiteral("Win32"));
-        nginx = std::make_unique<NginxServer>(root.path());
-        ASSERT_TRUE(nginx->started()) << nginx->errorLog().toStdString();
+        server = family.make(root.path(), QString(), 0);
+        ASSERT_TRUE(server->started()) << family.name << " did not start:\n" << qPrintable(server->log());
     }
+    QString base() const { return server->baseUrl() + QStringLiteral("/Win32"); }
+
     QTemporaryDir root;
-    std::unique_ptr<NginxServer> nginx;
+    std::unique_ptr<FileServer> server;
 };
+
+class DownloadHttpOnEachServer : public DownloadHttpServed, public ::testing::WithParamInterface<FileServerFamily> {
+protected:
+    void SetUp() override { serve(GetParam()); }
+};
+
+INSTANTIATE_TEST_SUITE_P(Servers, DownloadHttpOnEachServer, ::testing::ValuesIn(kFileServerFamilies),
+                         [](const ::testing::TestParamInfo<FileServerFamily>& info) { return info.param.name; });
 
 // A 20 MiB file arrives byte for byte whatever was on disk: up to 256 bytes
 // are all dropped and fetched again, of 257 one is kept and the rest resumed.
-TEST_F(DownloadHttpNginx, LargeFileArrivesWholeFromNothingOrFromWhatIsKept)
+// The probe's bare "Range: bytes" is no range to the server: it answers 200
+// with the whole length; the resume is answered 206.
+TEST_P(DownloadHttpOnEachServer, LargeFileArrivesWholeFromNothingOrFromWhatIsKept)
 {
     const QByteArray body = patternBytes(20 * 1024 * 1024, 7);
     writeText(root.filePath(QStringLiteral("Win32/big.bin")), body);
-    CDownloadHttp http(&client, nginx->baseUrl() + QStringLiteral("/Win32"));
+    CDownloadHttp http(&client, base());
+    http.getFileSize(QStringLiteral("/big.bin"));
+    ASSERT_TRUE(waitFor([&] { return client.completions() > 0; }));
+    EXPECT_EQ(body.size(), client.calls.last().number);
     // Wrong bytes everywhere except where they will be kept.
     const struct {
         const char* name;
@@ -312,48 +328,87 @@ TEST_F(DownloadHttpNginx, LargeFileArrivesWholeFromNothingOrFromWhatIsKept)
         EXPECT_TRUE(readFile(local("big.bin")) == body);
     }
     EXPECT_TRUE(client.statusMessages.isEmpty());
+    QStringList answers;
+    for (const QString& line : server->accessLog())
+        answers << line.section(QLatin1Char('|'), 1, 2);
+    EXPECT_EQ(answers, QStringList({"200|bytes", "200|-", "200|-", "206|bytes=1-"}));
 }
 
-// Through tinyproxy with Basic authentication: a fetch and the CONNECT tunnel
-// test pass only with the right credentials (the tunnel only to a reachable
-// target; the HTTP proxy test through it runs from module-host in
-// tests/hostprog). Refused credentials are a complete answer to a fetch: the
-// proxy's page lands in the file, and nothing is retried.
-TEST_F(DownloadHttpNginx, ThroughTinyproxyOnlyTheRightCredentialsPass)
+// A server whose port was taken while it was down does not start on it and
+// says why, rather than passing off the other listener as itself.
+TEST_P(DownloadHttpOnEachServer, ARestartOnATakenPortFailsWithTheServersLog)
 {
-    TinyProxy proxy("user", "secret");
-    ASSERT_TRUE(proxy.started());
+    server->stop();
+    QTcpServer squatter;
+    ASSERT_TRUE(squatter.listen(QHostAddress::LocalHost, server->port()));
+    EXPECT_FALSE(server->start());
+    EXPECT_TRUE(server->log().contains(QStringLiteral("Address already in use"))) << qPrintable(server->log());
+    squatter.close();
+    EXPECT_TRUE(server->start()) << qPrintable(server->log());
+}
+
+// Each proxy family with Basic authentication, passing requests on to nginx.
+class DownloadHttpThroughEachProxy : public DownloadHttpServed,
+                                     public ::testing::WithParamInterface<ForwardProxyFamily> {
+protected:
+    void SetUp() override
+    {
+        ASSERT_NO_FATAL_FAILURE(serve(kFileServerFamilies[0]));
+        proxy = GetParam().make("user", "secret", 0);
+        ASSERT_TRUE(proxy->started()) << GetParam().name << " did not start:\n" << qPrintable(proxy->log());
+    }
+    std::unique_ptr<ForwardProxy> proxy;
+};
+
+INSTANTIATE_TEST_SUITE_P(Proxies, DownloadHttpThroughEachProxy, ::testing::ValuesIn(kForwardProxyFamilies),
+                         [](const ::testing::TestParamInfo<ForwardProxyFamily>& info) { return info.param.name; });
+
+// A fetch and the CONNECT tunnel test pass only with the right credentials
+// (the tunnel only to a reachable target; the HTTP proxy test through it
+// runs from module-host in tests/hostprog). Refused credentials are a
+// complete answer to a fetch: the proxy's page lands in the file, and
+// nothing is retried. A resume through the proxy gets the rest once, both
+// before the proxy holds the file (squid then fetches it whole to answer
+// the range) and after.
+TEST_P(DownloadHttpThroughEachProxy, OnlyTheRightCredentialsPassAndAResumeGetsTheRestOnce)
+{
     const QByteArray body = patternBytes(300000, 5);
     writeText(root.filePath(QStringLiteral("Win32/p.bin")), body);
-    CDownloadHttp http(&client, nginx->baseUrl() + QStringLiteral("/Win32"));
-    enum Method { Fetch, OpenTunnel, ReachTarget };
+    CDownloadHttp http(&client, base());
+    enum Method { Fetch, Resume, OpenTunnel, ReachTarget };
+    const long kept = 120000;
     const struct {
         Method method;
         quint16 target;
         const char* password;
         bool passes;
-    } cases[] = {{Fetch, nginx->port(), "secret", true},          {Fetch, nginx->port(), "wrong", false},
-                 {OpenTunnel, nginx->port(), "secret", true},     {ReachTarget, nginx->port(), "secret", true},
-                 {OpenTunnel, nginx->port(), "guess", false},     {OpenTunnel, freeLoopbackPort(), "secret", false}};
+    } cases[] = {{Resume, server->port(), "secret", true},      {Fetch, server->port(), "secret", true},
+                 {Fetch, server->port(), "wrong", false},       {Resume, server->port(), "secret", true},
+                 {OpenTunnel, server->port(), "secret", true},  {ReachTarget, server->port(), "secret", true},
+                 {OpenTunnel, server->port(), "guess", false},  {OpenTunnel, freeLoopbackPort(), "secret", false}};
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << "method " << c.method << ", target " << c.target << ", " << c.password);
         bool passed = false;
-        if (c.method == Fetch) {
+        if (c.method == Fetch || c.method == Resume) {
             QFile::remove(local("p.bin"));
-            useProxy(host, proxy.port(), "user", c.password);
+            if (c.method == Resume)
+                writeText(local("p.bin"), body.left(int(kept)) + QByteArray(256, 'X'));
+            client.bytesOnDisk.clear();
+            useProxy(host, proxy->port(), "user", c.password);
             ASSERT_TRUE(fetched(http, "/p.bin"));
             const QByteArray fetchedBytes = readFile(local("p.bin"));
             passed = fetchedBytes == body;
             EXPECT_FALSE(fetchedBytes.isEmpty());
-            EXPECT_EQ(passed, fetchedBytes.contains(body.left(64)));
+            EXPECT_EQ(passed, fetchedBytes.contains(body.mid(int(kept), 64)));
+            EXPECT_EQ(c.method == Resume ? QVector<long>{kept} : QVector<long>(), client.bytesOnDisk);
             EXPECT_EQ(0, client.calls.last().number);
         } else {
-            CTestSocketProxyConnect test(30, "127.0.0.1", c.target, "127.0.0.1", proxy.port(), "user", c.password);
+            CTestSocketProxyConnect test(30, "127.0.0.1", c.target, "127.0.0.1", proxy->port(), "user", c.password);
             passed = c.method == ReachTarget ? test.DoTest() : test.DoTestProxy();
         }
         EXPECT_EQ(c.passes, passed);
     }
-    EXPECT_EQ(2, client.completions());
+    EXPECT_EQ(4, client.completions());
     EXPECT_TRUE(client.statusMessages.isEmpty());
 }
 

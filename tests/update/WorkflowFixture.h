@@ -172,7 +172,7 @@ protected:
     void startNginx()
     {
         nginx = std::make_unique<NginxServer>(serverRoot);
-        ASSERT_TRUE(nginx->started()) << nginx->errorLog().toStdString();
+        ASSERT_TRUE(nginx->started()) << nginx->log().toStdString();
         useServer(nginx->baseUrl().toLatin1());
     }
     void useServer(const QByteArray& url)
