@@ -1,7 +1,6 @@
 // The updater program's parts in-process: the file installer (backups,
 // temporary names, failures) and the ways its segment server ends besides
-// finished. Serving and finished are tested through the real program
-// (HandOverTest.cpp).
+// finished, which is tested through the real program (HandOverTest.cpp).
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -44,34 +43,30 @@ protected:
 }  // namespace
 
 // A new file is copied (not moved) with its mode and needs no backup; every
-// version replaced in one run is kept under the run's folder, at the
+// version replaced in one run is kept (a link to the old file: a file written
+// over in place would show the new bytes there) under the run's folder at the
 // destination's absolute path, and the replaced file's mode stays.
 TEST_F(Installer, NewFilesKeepTheirModeAndEveryReplacedVersionIsKept)
 {
-    ::chmod(QFile::encodeName(src + "/quotes.so").constData(), 0750);
-    ASSERT_EQ(0, installer.install(src + "/quotes.so", dest, false));
-    EXPECT_EQ(QByteArray("new quotes"), fileContent(dest + "/quotes.so"));
-    EXPECT_EQ(QByteArray("new quotes"), fileContent(src + "/quotes.so"));
-    EXPECT_TRUE(installer.lastBackup().isEmpty());
     const auto exec = QFile::ExeOwner | QFile::ExeGroup | QFile::ExeOther;
-    EXPECT_EQ(QFile::ExeOwner | QFile::ExeGroup, QFileInfo(dest + "/quotes.so").permissions() & exec);
-    EXPECT_TRUE(fileContent(root.filePath("updater.log")).contains("installed"));
-
-    ASSERT_TRUE(writeFile(src + "/quotes.so", "second"));
-    ::chmod(QFile::encodeName(src + "/quotes.so").constData(), 0644);
-    ASSERT_EQ(0, installer.install(src + "/quotes.so", dest, false));
-    const QString firstBackup = installer.lastBackup();
-    EXPECT_EQ(installer.runFolder() + QFileInfo(dest + "/quotes.so").absoluteFilePath(), firstBackup);
+    QStringList backups;
+    for (const char* content : {"new quotes", "second", "third"}) {
+        ASSERT_TRUE(writeFile(src + "/quotes.so", content));
+        ::chmod(QFile::encodeName(src + "/quotes.so").constData(), backups.isEmpty() ? 0750 : 0644);
+        ASSERT_EQ(0, installer.install(src + "/quotes.so", dest, false));
+        EXPECT_EQ(QByteArray(content), fileContent(dest + "/quotes.so"));
+        EXPECT_EQ(QFile::ExeOwner | QFile::ExeGroup, QFileInfo(dest + "/quotes.so").permissions() & exec);
+        backups << installer.lastBackup();
+    }
+    EXPECT_EQ(QByteArray("third"), fileContent(src + "/quotes.so"));
+    EXPECT_TRUE(backups[0].isEmpty());
+    EXPECT_EQ(installer.runFolder() + QFileInfo(dest + "/quotes.so").absoluteFilePath(), backups[1]);
     EXPECT_TRUE(installer.runFolder().startsWith(backup + "/"));
-    ASSERT_TRUE(writeFile(src + "/quotes.so", "third"));
-    ASSERT_EQ(0, installer.install(src + "/quotes.so", dest, false));
-
-    EXPECT_NE(firstBackup, installer.lastBackup());
-    EXPECT_EQ(QByteArray("new quotes"), fileContent(firstBackup));
-    EXPECT_EQ(QByteArray("second"), fileContent(installer.lastBackup()));
-    EXPECT_EQ(QByteArray("third"), fileContent(dest + "/quotes.so"));
-    EXPECT_EQ(QFile::ExeOwner | QFile::ExeGroup, QFileInfo(dest + "/quotes.so").permissions() & exec);
+    EXPECT_NE(backups[1], backups[2]);
+    EXPECT_EQ(QByteArray("new quotes"), fileContent(backups[1]));
+    EXPECT_EQ(QByteArray("second"), fileContent(backups[2]));
     EXPECT_EQ(QStringList{"quotes.so"}, filesBelow(dest));
+    EXPECT_EQ(3, fileContent(root.filePath("updater.log")).count("installed "));
 }
 
 TEST_F(Installer, TheLongestFileNameAFolderAllowsCanBeReplaced)
@@ -87,15 +82,13 @@ TEST_F(Installer, TheLongestFileNameAFolderAllowsCanBeReplaced)
 }
 
 // A missing source or folder and a name too long are answered through the
-// real updater (HandOver.BadRequestsAreAnsweredWithAnErrorAndLoseNothing);
-// here, the other errors.
+// real updater (HandOverTest.cpp); here, the other errors.
 TEST_F(Installer, FailuresChangeNothingInTheDestination)
 {
     ASSERT_TRUE(writeFile(dest + "/quotes.so", "old quotes"));
-    ASSERT_TRUE(QDir().mkpath(dest + "/folder.so"));
-    ASSERT_TRUE(QDir().mkpath(src + "/folder.so"));
+    for (const QString& folder : {dest + "/folder.so", src + "/folder.so", dest + "/folder2.so"})
+        ASSERT_TRUE(QDir().mkpath(folder));
     ASSERT_TRUE(writeFile(src + "/folder2.so", "x"));
-    ASSERT_TRUE(QDir().mkpath(dest + "/folder2.so"));
     const QStringList before = filesBelow(dest);
 
     EXPECT_EQ(ENOTDIR, installer.install(src + "/quotes.so", dest + "/quotes.so", false));
