@@ -58,21 +58,6 @@ TEST(UpdaterCommandLine, TheUpdaterReadsBackWhatTheModuleWritesAndRefusesTheRest
     }
 }
 
-TEST(InstallFolder, TypeTextReadsAsANumberButZeroOnlyWhenWrittenSo)
-{
-    const struct {
-        const char* text;
-        bool accepted;
-        int type;
-    } cases[] = {{"0", true, 0},  {"157", true, 157}, {" 7", true, 7},   {"3abc", true, 3}, {"", false, 0},
-                 {"abc", false, 0}, {"00", false, 0},   {"0 ", false, 0}, {"-0", false, 0}};
-    for (const auto& c : cases) {
-        int type = -99;
-        EXPECT_EQ(c.accepted, parseInstallType(c.text, &type)) << '"' << c.text << '"';
-        EXPECT_EQ(c.type, type) << '"' << c.text << '"';
-    }
-}
-
 // The byte layout of a request, a configuration copy and finished is read
 // back at fixed offsets in tests/abi/RecordBytesTest.cpp; here, a path longer
 // than its field is cut at the field and leaves the next field alone, and
@@ -92,15 +77,15 @@ TEST(SegmentRequest, PathsAreCutAtTheFieldWithoutTouchingTheNextField)
     EXPECT_EQ(QString(1024, 'd'), segmentPath(segment.destination));
 }
 
-// Which folder each type resolves to is checked type by type above; here,
-// that the host is asked for that folder (3128) and the request made of the
-// whole local path field, that a configuration file is left to the caller,
-// and that a type that is not a number, or a folder the host does not have,
-// refuses the record.
+// The type text reads as a number, but zero only when written so; a type the
+// host has no folder type for goes to the default folder (150). The host is
+// asked for that folder (3128) and the request made of the whole local path
+// field; a configuration file is left to the caller; a type that is not a
+// number, or a folder the host does not have, refuses the record.
 TEST(InstallRouting, AFileGoesToTheHostsFolderOfItsResolvedType)
 {
     TestHost host;
-    for (int type : {0, 150, 157})
+    for (int type : {0, 7, 150, 157})
         host.folders[type] = QString("/host/folder%1").arg(type);
     host.folders[1] = QString();
     const auto folderOfType = [](int type) { return GetPathByFolderType(&TestHost::send, nullptr, VM_FOLDERS(type)); };
@@ -113,7 +98,10 @@ TEST(InstallRouting, AFileGoesToTheHostsFolderOfItsResolvedType)
         QString destination;
     } cases[] = {{"157", InstallAsFile, 157, "/host/folder157"}, {"0", InstallAsFile, 0, "/host/folder0"},
                  {"12abc", InstallAsFile, 150, "/host/folder150"}, {"2", InstallAsConfiguration, -1, "untouched"},
-                 {"00", InstallRefused, -1, "untouched"},         {"1", InstallRefused, 1, "untouched"}};
+                 {" 7", InstallAsFile, 7, "/host/folder7"},      {"1", InstallRefused, 1, "untouched"},
+                 {"00", InstallRefused, -1, "untouched"},         {"0 ", InstallRefused, -1, "untouched"},
+                 {"-0", InstallRefused, -1, "untouched"},         {"", InstallRefused, -1, "untouched"},
+                 {"abc", InstallRefused, -1, "untouched"}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.type);
         dlModule record = emptyDlModule();

@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 #include <zlib.h>
 
-#include "InstallTestSupport.h"
 #include "transfer/support/FileHelpers.h"
 #include "update/Unpack.h"
 
@@ -67,14 +66,15 @@ TEST_P(UnpackGood, ReplacesTheCompressedFileByTheNameLessItsSuffix)
         compressed = path(QString(c.file.mid(1).toInt() - dir.path().size() - 4, 'm') + ".gz");
     const QString unpacked = compressed.left(compressed.size() - 3);
     if (!c.olderOutput.isNull()) {
-        ASSERT_TRUE(writeFile(unpacked, c.olderOutput));
+        ASSERT_TRUE(writeText(unpacked, c.olderOutput));
     }
     writeGzip(compressed, c.content);
 
     ASSERT_TRUE(unpack(compressed));
 
     EXPECT_FALSE(QFile::exists(compressed));
-    EXPECT_TRUE(fileContent(unpacked) == c.content);
+    EXPECT_TRUE(QFile::exists(unpacked));
+    EXPECT_TRUE(readFile(unpacked) == c.content);
     EXPECT_EQ(unpacked.toLocal8Bit(), dlText(module.localPath));
     EXPECT_EQ((std::vector<std::pair<QByteArray, int>>{{unpacked.toLocal8Bit(), dlStateFetched}}), recorded);
     EXPECT_EQ(QByteArray("quotes.so"), dlText(module.name));
@@ -101,9 +101,9 @@ TEST_F(Unpack, LeavesFilesWithoutTheSuffixAndMissingFilesAlone)
     for (const char* name : {"quotes.so", "quotes.tgz", "quotes.gz.part", "quotesgz"}) {
         SCOPED_TRACE(name);
         writeGzip(path(name), "compressed but not named so");
-        const QByteArray before = fileContent(path(name));
+        const QByteArray before = readFile(path(name));
         EXPECT_FALSE(unpack(path(name)));
-        EXPECT_EQ(before, fileContent(path(name)));
+        EXPECT_EQ(before, readFile(path(name)));
         EXPECT_EQ(path(name).toLocal8Bit(), dlText(module.localPath));
     }
     EXPECT_FALSE(unpack(path("absent.gz")));
@@ -125,16 +125,16 @@ TEST_P(UnpackFails, KeepsTheCompressedFileAndTheRecord)
     } else {
         ASSERT_TRUE(QFile::copy(DM_SOURCE_DIR "/tests/install/data/" + QString(GetParam()), compressed));
     }
-    const QByteArray before = fileContent(compressed);
+    const QByteArray before = readFile(compressed);
 
     EXPECT_FALSE(unpack(compressed));
 
-    EXPECT_EQ(before, fileContent(compressed));
+    EXPECT_EQ(before, readFile(compressed));
     EXPECT_TRUE(QFile::exists(path("quotes.so")));
     EXPECT_EQ(compressed.toLocal8Bit(), dlText(module.localPath));
     EXPECT_TRUE(recorded.empty());
     if (QString(GetParam()) == "gzip-truncated-mid-stream.gz") {
-        EXPECT_TRUE(fileContent(path("quotes.so")).startsWith("line 00000 of a module"));
+        EXPECT_TRUE(readFile(path("quotes.so")).startsWith("line 00000 of a module"));
     }
 }
 

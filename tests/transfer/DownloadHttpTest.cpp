@@ -6,16 +6,11 @@
 
 #include <sys/resource.h>
 
-#include <QTemporaryDir>
 #include <gtest/gtest.h>
 
-#include "support/FaultServer.h"
 #include "support/FileHelpers.h"
 #include "support/RealServers.h"
 #include "support/RecordingClient.h"
-#include "support/WaitFor.h"
-#include "tests/support/TestHost.h"
-#include "transfer/DownloadHttp.h"
 #include "transfer/ResumeAnswer.h"
 #include "update/DownloadSettings.h"
 
@@ -41,34 +36,6 @@ ScriptedReply restFrom(const QByteArray& body, int at)
                        + size + "\r\n");
 }
 
-// A file client on a scripted server (or on base), with its host, owner and
-// download folder.
-struct Client {
-    explicit Client(QList<ScriptedReply> script, const QString& base = QString())
-        : server(std::move(script)),
-          http(&client, base.isEmpty() ? QStringLiteral("http://127.0.0.1:%1/Win32").arg(server.port()) : base)
-    {
-        http.setRetryIntervalForTest(30);
-    }
-    // Starts a fetch or (with probe) a size probe and waits for its completion.
-    bool fetch(const char* name, int kind = CDownloadHttp::KindDownloadModule, int param = 0, bool probe = false)
-    {
-        const int before = client.completions();
-        if (probe)
-            http.getFileSize(QString::fromLatin1(name));
-        else
-            http.getFile(QString::fromLatin1(name), dir.path(), param, kind, 0, true);
-        return waitFor([&] { return client.completions() > before; });
-    }
-    QString local(const char* name) const { return dir.filePath(QLatin1String(name)); }
-
-    TestHost host;
-    RecordingClient client;
-    QTemporaryDir dir;
-    FaultServer server;
-    CDownloadHttp http;
-};
-
 }  // namespace
 
 // The probe is a GET (with the misspelt field and a bare "Range: bytes")
@@ -83,7 +50,7 @@ TEST(DownloadHttp, SizeProbeSendsItsHeaderAndReadsAnUnusableLengthAsZero)
                 {"", 0},            {QByteArray(), 0}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.length.isNull() ? "no length" : row.length.constData());
-        Client c({{"HTTP/1.1 200 OK\r\n" + (row.length.isNull() ? QByteArray() : "Content-Length: " + row.length + "\r\n")
+        ClientOn c({{"HTTP/1.1 200 OK\r\n" + (row.length.isNull() ? QByteArray() : "Content-Length: " + row.length + "\r\n")
                    + "\r\nbody"}});
         ASSERT_TRUE(c.fetch("\\lists\\mod.txt", 0, 0, true));
         waitFor([] { return false; }, 50);
@@ -99,7 +66,7 @@ TEST(DownloadHttp, SizeProbeSendsItsHeaderAndReadsAnUnusableLengthAsZero)
 
 TEST(DownloadHttp, OffLineOrAbortedRequestsReportNothing)
 {
-    Client c({silentReply()});
+    ClientOn c({silentReply()});
     EXPECT_EQ(-1, c.http.abort());  // nothing to abort yet
     c.client.offline = true;
     c.http.getFileSize(QStringLiteral("/a.txt"));
@@ -138,7 +105,7 @@ TEST(DownloadHttp, EachKindsCompletionGoesToItsCallWithTheNotFoundRule)
     for (int kind = 0; kind < 7; ++kind)
         for (const auto& answer : answers)
             script << answer.reply;
-    Client c(script << okReply("list"));
+    ClientOn c(script << okReply("list"));
     const char* const calls[] = {"parseFileTxt",   "parseFileTxt1",      "parseFileTxt2",          "downloadModule",
                                  "getNewModule", "autoDownloadConfig", "autoDownloadConfigDescr"};
     const bool passesParam[] = {true, true, true, false, false, false, true};
@@ -184,7 +151,7 @@ TEST_P(DownloadHttpRetry, ShowsTheTextForTheRetryIntervalAndRetriesFromWhatIsKep
 {
     const QByteArray body = patternBytes(20000, 3);
     const int at = GetParam().resumeAt;
-    Client c({GetParam().reply, at ? restFrom(body, at) : okReply(body)});
+    ClientOn c({GetParam().reply, at ? restFrom(body, at) : okReply(body)});
     c.http.setIdleTimeout(300);
     ASSERT_TRUE(c.fetch("\\sub\\big.gz"));
 
@@ -222,7 +189,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(DownloadHttp, UnreachableServersShowTheirTextsAndAreRetried)
 {
     const quint16 closed = freeLoopbackPort();
-    Client refused({}, QStringLiteral("http://127.0.0.1:%1/Win32").arg(closed));
+    ClientOn refused({}, QStringLiteral("http://127.0.0.1:%1/Win32").arg(closed));
     refused.http.setRetryIntervalForTest(CDownloadHttp::kRetryInterval);
     refused.http.getFile(QStringLiteral("/r.txt"), refused.dir.path(), 0, 0, 0, false);
     // An invalid name is refused before any lookup leaves the machine.
@@ -242,7 +209,7 @@ TEST(DownloadHttp, UnreachableServersShowTheirTextsAndAreRetried)
     EXPECT_EQ(0, refused.client.completions());
     EXPECT_TRUE(refused.http.isBusy());
 
-    Client hidden({}, QStringLiteral("http://127.0.0.1:%1/Win32").arg(closed));
+    ClientOn hidden({}, QStringLiteral("http://127.0.0.1:%1/Win32").arg(closed));
     hidden.client.window = false;
     hidden.http.getFile(QStringLiteral("/r.txt"), hidden.dir.path(), 0, 0, 0, false);
     waitFor([] { return false; }, 300);
@@ -255,7 +222,7 @@ TEST(DownloadHttp, UnreachableServersShowTheirTextsAndAreRetried)
 // fail (EFBIG) the way they fail on a full one (ENOSPC).
 TEST(DownloadHttp, AFolderThatRefusesTheBytesNamesTheFileAndFailsTheFetch)
 {
-    Client c({okReply(QByteArray(200000, 'w'))});
+    ClientOn c({okReply(QByteArray(200000, 'w'))});
     rlimit before{};
     ASSERT_EQ(0, ::getrlimit(RLIMIT_FSIZE, &before));
     rlimit limited = before;
@@ -314,7 +281,7 @@ TEST(ResumeSafety, TheFileNeverJoinsTheKeptBytesToAnotherBody)
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        Client c({row.first, restFrom(body, 788)});
+        ClientOn c({row.first, restFrom(body, 788)});
         writeText(c.local("mod.gz"), body.left(1300));
         ASSERT_TRUE(c.fetch("/mod.gz"));
 
@@ -363,7 +330,7 @@ TEST(DownloadHttpNginx, LargeFileArrivesWholeFromNothingOrFromWhatIsKept)
     writeText(root.filePath(QStringLiteral("Win32/big.bin")), body);
     NginxServer nginx(root.path());
     ASSERT_TRUE(nginx.started()) << nginx.errorLog().toStdString();
-    Client c({}, nginx.baseUrl() + QStringLiteral("/Win32"));
+    ClientOn c({}, nginx.baseUrl() + QStringLiteral("/Win32"));
     // Wrong bytes everywhere except where they will be kept.
     const struct {
         QByteArray onDisk;  // null: no file
