@@ -134,37 +134,48 @@ TEST(DownloadHttp, EachKindsCompletionGoesToItsCallWithTheNotFoundRule)
     EXPECT_TRUE(c.client.statusMessages.isEmpty());
 }
 
-struct FailedAttempt {
+struct Attempt {
     const char* name;
-    ScriptedReply reply;  // the first answer; the second completes the file
-    const char* text;
-    int resumeAt;  // the Range of the retry, 0 for none
+    int onDisk;           // bytes of the file already on disk (the last 256 are never trusted)
+    ScriptedReply reply;  // the first answer; a second one completes the file
+    const char* text;     // the status-bar text of a failed first attempt; "": it completed the file
+    QVector<long> kept;   // bytes on disk reported: resumed from; negative: written over
 };
 
-class DownloadHttpRetry : public ::testing::TestWithParam<FailedAttempt> {};
+class DownloadHttpAttempt : public ::testing::TestWithParam<Attempt> {};
 
-// The failed attempt's text shows for the retry interval; the retry keeps
-// all but the last 256 bytes on disk (through a copy that is then removed)
-// and asks for the rest. A connection on which nothing moves for the idle
-// limit fails like any other.
-TEST_P(DownloadHttpRetry, ShowsTheTextForTheRetryIntervalAndRetriesFromWhatIsKept)
+// A failed attempt's text shows for the retry interval; the retry keeps all
+// but the last 256 bytes on disk (through a copy that is then removed) and
+// asks for the rest. A 200 to a ranged request rewrites the file from byte 0;
+// any answer but a 206 at the offset leaves the kept bytes alone, and the
+// retry resumes from them, trimmed once more. Whatever the first answer, the
+// file ends as the server's file.
+TEST_P(DownloadHttpAttempt, TheFileEndsWholeAndKeptBytesAreOnlyFollowedByTheirRest)
 {
+    const Attempt& a = GetParam();
     const QByteArray body = patternBytes(20000, 3);
-    const int at = GetParam().resumeAt;
-    ClientOn c({GetParam().reply, at ? restFrom(body, at) : okReply(body)});
+    const bool retried = *a.text;
+    const int resumed = a.kept.isEmpty() ? 0 : int(qMax(0L, a.kept.last()));
+    ClientOn c({a.reply, resumed ? restFrom(body, resumed) : okReply(body)});
     c.http.setIdleTimeout(300);
+    if (a.onDisk)
+        writeText(c.local("big.gz"), body.left(a.onDisk));
     ASSERT_TRUE(c.fetch("\\sub\\big.gz"));
 
-    EXPECT_EQ((Messages{{QString::fromLatin1(GetParam().text), 30}}), c.client.statusMessages);
-    const QByteArray asked = at ? "Range: bytes=" + QByteArray::number(at) + "-\r\n" : QByteArray();
-    EXPECT_EQ((QVector<QByteArray>{clientRequest(c.server.port(), "/sub/big.gz", "Accept-Encoding: \r\n"),
-                                   clientRequest(c.server.port(), "/sub/big.gz", "Accept-Encoding: \r\n" + asked)}),
-              c.server.requests);
-    EXPECT_EQ(at ? QVector<long>{at} : QVector<long>(), c.client.bytesOnDisk);
     EXPECT_TRUE(readFile(c.local("big.gz")) == body);
+    const auto request = [&](int from) {
+        return clientRequest(c.server.port(), "/sub/big.gz",
+                             "Accept-Encoding: \r\n" + (from ? "Range: bytes=" + QByteArray::number(from) + "-\r\n" : ""));
+    };
+    QVector<QByteArray> requests{request(a.onDisk > 256 ? a.onDisk - 256 : 0)};
+    if (retried)
+        requests << request(resumed);
+    EXPECT_EQ(requests, c.server.requests);
+    EXPECT_EQ((retried ? Messages{{QString::fromLatin1(a.text), 30}} : Messages()), c.client.statusMessages);
+    EXPECT_EQ(a.kept, c.client.bytesOnDisk);
     EXPECT_FALSE(QFile::exists(c.local("copy.txt")));
     ASSERT_FALSE(c.client.progress.isEmpty());
-    EXPECT_EQ(body.size() - at, c.client.progress.last());
+    EXPECT_EQ(body.size() - resumed, c.client.progress.last());
     ASSERT_EQ(1, c.client.completions());
     EXPECT_EQ(0, c.client.calls[0].number);
 }
@@ -172,16 +183,25 @@ TEST_P(DownloadHttpRetry, ShowsTheTextForTheRetryIntervalAndRetriesFromWhatIsKep
 const QByteArray kHalfBody = "HTTP/1.1 200 OK\r\nContent-Length: 20000\r\n\r\n" + patternBytes(20000, 3).left(1500);
 
 INSTANTIATE_TEST_SUITE_P(
-    ErrorTable, DownloadHttpRetry,
+    Attempts, DownloadHttpAttempt,
     ::testing::Values(
-        FailedAttempt{"CloseBeforeAnswer", {""}, "Download: Error UnexpectedClose", 0},
-        FailedAttempt{"InvalidStatusLine", {"HTTQ/1.1 2x0 OK\r\nContent-Length: 5\r\n\r\nhello"},
-                      "Download: Error InvalidResponseHeader", 0},
+        Attempt{"CloseBeforeAnswer", 0, {""}, "Download: Error UnexpectedClose", {}},
+        Attempt{"InvalidStatusLine", 0, {"HTTQ/1.1 2x0 OK\r\nContent-Length: 5\r\n\r\nhello"},
+                "Download: Error InvalidResponseHeader", {}},
         // 1500 of 20000 bytes arrive: 1244 are kept.
-        FailedAttempt{"DroppedMidBody", {kHalfBody}, "Download: Error WrongContentLength", 1244},
-        FailedAttempt{"SilentAfterTheRequest", silentReply(), "Download: Error IdleTimeout", 0},
-        FailedAttempt{"SilentMidBody", {kHalfBody, false}, "Download: Error IdleTimeout", 1244}),
-    [](const ::testing::TestParamInfo<FailedAttempt>& info) { return std::string(info.param.name); });
+        Attempt{"DroppedMidBody", 0, {kHalfBody}, "Download: Error WrongContentLength", {1244}},
+        Attempt{"SilentAfterTheRequest", 0, silentReply(), "Download: Error IdleTimeout", {}},
+        Attempt{"SilentMidBody", 0, {kHalfBody, false}, "Download: Error IdleTimeout", {1244}},
+        // 1300 bytes on disk, 1044 kept.
+        Attempt{"WholeFileForARangedRequest", 1300, okReply(patternBytes(20000, 3)), "", {1044, -1044}},
+        Attempt{"PartialWithoutContentRange", 1300, okReply(patternBytes(20000, 3).mid(1044), 206),
+                "Download: Error ResumeRefused", {1044, 788}},
+        Attempt{"PartialFromTheWrongOffset", 1300, restFrom(patternBytes(20000, 3), 0), "Download: Error ResumeRefused",
+                {1044, 788}},
+        Attempt{"RangeNotSatisfiable", 1300, okReply("<html>no</html>", 416, "Content-Range: bytes */20000\r\n"),
+                "Download: Error ResumeRefused", {1044, 788}},
+        Attempt{"ErrorPage", 1300, okReply("<html>busy</html>", 503), "Download: Error ResumeRefused", {1044, 788}}),
+    [](const ::testing::TestParamInfo<Attempt>& info) { return std::string(info.param.name); });
 
 // A refused connection shows for the product's retry interval; an unknown
 // host stays in the status bar (0) until something replaces it. Both are
@@ -259,42 +279,6 @@ TEST(ResumeAnswer, OnlyTheRestOfTheSameFileIsAppended)
     for (const auto& row : rows)
         EXPECT_EQ(row.expected, classifyResumeAnswer(row.status, QString::fromLatin1(row.contentRange), 44))
             << row.status << " " << row.contentRange;
-}
-
-// 1300 bytes lie on disk, of which 1044 are kept. A 200 rewrites the file
-// from byte 0; any answer but a 206 at the offset leaves the kept bytes
-// alone, and the retry resumes from them, trimmed once more. Whatever the
-// first answer, the file ends as the server's file.
-TEST(ResumeSafety, TheFileNeverJoinsTheKeptBytesToAnotherBody)
-{
-    const QByteArray body = patternBytes(5000, 7);
-    const struct {
-        const char* name;
-        ScriptedReply first;
-        QVector<long> bytesOnDisk;  // 1044 then -1044: rewritten; 1044 then 788: retried
-    } rows[] = {
-        {"whole file for a ranged request", okReply(body), {1044, -1044}},
-        {"206 without Content-Range", okReply(body.mid(1044), 206), {1044, 788}},
-        {"206 from the wrong offset", restFrom(body, 0), {1044, 788}},
-        {"416", okReply("<html>range not satisfiable</html>", 416, "Content-Range: bytes */5000\r\n"), {1044, 788}},
-        {"503 page", okReply("<html>busy</html>", 503), {1044, 788}},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        ClientOn c({row.first, restFrom(body, 788)});
-        writeText(c.local("mod.gz"), body.left(1300));
-        ASSERT_TRUE(c.fetch("/mod.gz"));
-
-        EXPECT_TRUE(readFile(c.local("mod.gz")) == body);
-        const bool retried = row.bytesOnDisk[1] > 0;
-        ASSERT_EQ(retried ? 2 : 1, c.server.requests.size());
-        EXPECT_TRUE(c.server.requests[0].contains("\r\nRange: bytes=1044-\r\n")) << c.server.requests[0].constData();
-        EXPECT_EQ((retried ? Messages{{QStringLiteral("Download: Error ResumeRefused"), 30}} : Messages()),
-                  c.client.statusMessages);
-        EXPECT_EQ(row.bytesOnDisk, c.client.bytesOnDisk);
-        ASSERT_EQ(1, c.client.completions());
-        EXPECT_EQ(0, c.client.calls[0].number);
-    }
 }
 
 TEST(IdleTimeout, TheLimitComesFromTheSettingsFile)

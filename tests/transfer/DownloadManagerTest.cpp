@@ -1,10 +1,8 @@
-// The download manager and its tasks against the scripted server: the
-// password kept out of the log, the continuation header, retries until
-// cleared, once-only finish, unknown URLs, and the text task's file.
+// The download manager against the scripted server: the password kept out of
+// the log, the continuation header, retries until cleared, once-only finish
+// and unknown URLs.
 #include <stdexcept>
 
-#include <QPointer>
-#include <QTemporaryDir>
 #include <gtest/gtest.h>
 
 #include "protocol/HostMessages.h"
@@ -13,7 +11,6 @@
 #include "support/RealServers.h"
 #include "support/WaitFor.h"
 #include "tests/support/TestHost.h"
-#include "transfer/DownloadFileText.h"
 #include "transfer/DownloadManager.h"
 
 using Download::CDownloadManager;
@@ -108,34 +105,4 @@ TEST_F(DownloadManagerTest, RefusedDownloadKeepsRetryingUntilClearedThenIsUnknow
     }
     EXPECT_THROW(manager.GetCookie(url), std::out_of_range);
     EXPECT_THROW(manager.ClearUrl(url), std::out_of_range);
-}
-
-// A text task reacts to its own URL only, and appends the data up to its
-// first zero byte to its file, once more for a second task.
-TEST_F(DownloadManagerTest, TextTasksReactToTheirOwnUrlAndAppend)
-{
-    FaultServer one({okReply(QByteArray("first\0hidden", 12))});
-    FaultServer two({okReply("second")});
-    QTemporaryDir dir;
-    const QString pathOne = dir.filePath(QStringLiteral("one.txt")), pathTwo = dir.filePath(QStringLiteral("two.txt"));
-    writeText(pathOne, "old:");
-
-    EXPECT_EQ(nullptr, GetDownload(manager, urlOn(one, "/1"), pathOne, 1));
-    QPointer<CBaseDownload> taskOne = GetDownload(manager, urlOn(one, "/1"), pathOne, 0);
-    QPointer<CBaseDownload> taskTwo = GetDownload(manager, urlOn(two, "/2"), pathTwo, 0);
-    ASSERT_TRUE(taskOne && taskTwo);
-    EXPECT_TRUE(taskOne->Check(manager, urlOn(one, "/1")));
-    EXPECT_FALSE(taskOne->Check(manager, urlOn(two, "/2")));
-    taskOne->Download();
-    taskTwo->Download();
-    ASSERT_TRUE(waitFor([&] { return taskOne.isNull() && taskTwo.isNull(); }));
-    EXPECT_EQ(QByteArray("old:first"), readFile(pathOne));
-    EXPECT_EQ(QByteArray("second"), readFile(pathTwo));
-
-    // The manager's entry is cleared first so that the download starts afresh.
-    manager.ClearUrl(urlOn(two, "/2"));
-    QPointer<CBaseDownload> again = GetDownload(manager, urlOn(two, "/2"), pathTwo, 0);
-    again->Download();
-    ASSERT_TRUE(waitFor([&] { return again.isNull(); }));
-    EXPECT_EQ(QByteArray("secondsecond"), readFile(pathTwo));
 }

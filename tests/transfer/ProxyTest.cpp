@@ -141,9 +141,9 @@ TEST(ProxyTests, SilentProxiesFailOnceTheSecondsHavePassed)
               proxy.requests);
 }
 
-// The tunnel's credentials go out in CP1251 ("юзер" is FE E7 E5 F0), and
-// only 200 as the answer's second word opens it.
-TEST(ProxySocket, ConnectCarriesCp1251CredentialsAndOnly200Opens)
+// The tunnel's credentials go out in CP1251 ("юзер" is FE E7 E5 F0); which
+// answers open it shows through tinyproxy above.
+TEST(ProxySocket, ConnectCarriesCp1251Credentials)
 {
     CProxySocket withLogin;
     withLogin.SetDataProxy(QStringLiteral("proxy"), 3128, QStringLiteral("\u044e\u0437\u0435\u0440"), QStringLiteral("pw"));
@@ -154,16 +154,6 @@ TEST(ProxySocket, ConnectCarriesCp1251CredentialsAndOnly200Opens)
                   + QString::fromLatin1(QByteArray("\xfe\xe7\xe5\xf0:pw").toBase64()) + "\r\n\r\n",
               out);
 
-    const struct {
-        QByteArray answer;
-        int result;
-    } cases[] = {{"HTTP/1.0 200 Connection established", 0}, {"HTTP/1.0 407 Proxy Authentication Required", 1},
-                 {"HTTP/1.0", 1}, {"", 1},
-                 // Longer than the answer buffer: cut, still read.
-                 {"HTTP/1.1 200 " + QByteArray(5000, 'x'), 0}};
-    for (const auto& c : cases)
-        EXPECT_EQ(c.result, CProxySocket::GetAnswerServer(c.answer.constData(), c.answer.size()))
-            << c.answer.left(40).constData();
 }
 
 // Code 3517 without settings: the module tests the default server through
