@@ -1,8 +1,8 @@
-// The HTTP file client against the scripted server and nginx: its exact
-// requests, the size probe, dispatch by kind and the 404 rule, error texts
-// and retries, the idle limit, resumption and a folder that refuses bytes.
+// The HTTP file client against the scripted server: its exact requests, the
+// size probe, dispatch by kind and the 404 rule, error texts and retries, the
+// idle limit, resumption and a folder that refuses bytes. Large files from a
+// real server are the whole-run tests' business (tests/e2e).
 #include <csignal>
-#include <memory>
 
 #include <sys/resource.h>
 
@@ -192,6 +192,9 @@ INSTANTIATE_TEST_SUITE_P(
         Attempt{"DroppedMidBody", 0, {kHalfBody}, "Download: Error WrongContentLength", {1244}},
         Attempt{"SilentAfterTheRequest", 0, silentReply(), "Download: Error IdleTimeout", {}},
         Attempt{"SilentMidBody", 0, {kHalfBody, false}, "Download: Error IdleTimeout", {1244}},
+        // Up to 256 bytes on disk are all fetched again; of 257 one is kept.
+        Attempt{"OnlyATornTail", 256, okReply(patternBytes(20000, 3)), "", {}},
+        Attempt{"OneByteKept", 257, restFrom(patternBytes(20000, 3), 1), "", {1}},
         // 1300 bytes on disk, 1044 kept.
         Attempt{"WholeFileForARangedRequest", 1300, okReply(patternBytes(20000, 3)), "", {1044, -1044}},
         Attempt{"PartialWithoutContentRange", 1300, okReply(patternBytes(20000, 3).mid(1044), 206),
@@ -301,34 +304,4 @@ TEST(IdleTimeout, TheLimitComesFromTheSettingsFile)
             writeText(settings, row.text);
         EXPECT_EQ(row.seconds, readIdleTimeoutSeconds(settings, 60)) << (row.text ? row.text : "no file");
     }
-}
-
-// A 20 MiB file from nginx arrives byte for byte whatever was on disk: up to
-// 256 bytes are all dropped and fetched again, of 257 one is kept and the
-// rest resumed.
-TEST(DownloadHttpNginx, LargeFileArrivesWholeFromNothingOrFromWhatIsKept)
-{
-    QTemporaryDir root;
-    QDir(root.path()).mkpath(QStringLiteral("Win32"));
-    const QByteArray body = patternBytes(20 * 1024 * 1024, 7);
-    writeText(root.filePath(QStringLiteral("Win32/big.bin")), body);
-    NginxServer nginx(root.path());
-    ASSERT_TRUE(nginx.started()) << nginx.errorLog().toStdString();
-    ClientOn c({}, nginx.baseUrl() + QStringLiteral("/Win32"));
-    // Wrong bytes everywhere except where they will be kept.
-    const struct {
-        QByteArray onDisk;  // null: no file
-        QVector<long> kept;
-    } cases[] = {{QByteArray(), {}}, {QByteArray(256, 'X'), {}}, {body.left(1) + QByteArray(256, 'X'), {1}}};
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.onDisk.size());
-        QFile::remove(c.local("big.bin"));
-        if (!row.onDisk.isNull())
-            writeText(c.local("big.bin"), row.onDisk);
-        c.client.bytesOnDisk.clear();
-        ASSERT_TRUE(c.fetch("/big.bin"));
-        EXPECT_EQ(row.kept, c.client.bytesOnDisk);
-        EXPECT_TRUE(readFile(c.local("big.bin")) == body);
-    }
-    EXPECT_TRUE(c.client.statusMessages.isEmpty());
 }
