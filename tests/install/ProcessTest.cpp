@@ -30,7 +30,8 @@ TEST(VmProcess, SignalsNothingBeforeAStartPassesArgumentsAsTheyAreAndLeavesTheCh
     process->terminate();
     EXPECT_EQ(0, process->pid());
 
-    process->start("/bin/sh", {"-c", "printf '%s|' \"$0\" \"$1\" > \"$2\"; exec sleep 600", "\"quoted arg\"", "$HOME", out});
+    const QString script = "printf '%s|' \"$0\" \"$1\" > \"$2\"; exec sleep 600";
+    process->start("/bin/sh", {"-c", script, "\"quoted arg\"", "$HOME", out});
     const int pid = process->pid();
     ASSERT_GT(pid, 0);
     EXPECT_EQ(0, process->error());

@@ -50,8 +50,8 @@ TEST(DownloadHttp, SizeProbeSendsItsHeaderAndReadsAnUnusableLengthAsZero)
                 {"", 0},            {QByteArray(), 0}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.length.isNull() ? "no length" : row.length.constData());
-        ClientOn c({{"HTTP/1.1 200 OK\r\n" + (row.length.isNull() ? QByteArray() : "Content-Length: " + row.length + "\r\n")
-                   + "\r\nbody"}});
+        const QByteArray length = row.length.isNull() ? QByteArray() : "Content-Length: " + row.length + "\r\n";
+        ClientOn c({{"HTTP/1.1 200 OK\r\n" + length + "\r\nbody"}});
         ASSERT_TRUE(c.fetch("\\lists\\mod.txt", 0, 0, true));
         waitFor([] { return false; }, 50);
         EXPECT_EQ(QVector<QByteArray>{clientRequest(c.server.port(), "/lists/mod.txt",
@@ -164,8 +164,8 @@ TEST_P(DownloadHttpAttempt, TheFileEndsWholeAndKeptBytesAreOnlyFollowedByTheirRe
 
     EXPECT_TRUE(readFile(c.local("big.gz")) == body);
     const auto request = [&](int from) {
-        return clientRequest(c.server.port(), "/sub/big.gz",
-                             "Accept-Encoding: \r\n" + (from ? "Range: bytes=" + QByteArray::number(from) + "-\r\n" : ""));
+        const QByteArray range = from ? "Range: bytes=" + QByteArray::number(from) + "-\r\n" : QByteArray();
+        return clientRequest(c.server.port(), "/sub/big.gz", "Accept-Encoding: \r\n" + range);
     };
     QVector<QByteArray> requests{request(a.onDisk > 256 ? a.onDisk - 256 : 0)};
     if (retried)

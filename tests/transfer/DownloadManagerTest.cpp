@@ -30,7 +30,9 @@ protected:
         QObject::connect(&manager, &CDownloadManager::SignalDownloadFinished,
                          [this](const CDownloadManager&, const QString& url) { finished << url; });
         QObject::connect(&manager, &CDownloadManager::SignalError,
-                         [this](const CDownloadManager&, const QString& url, QNetworkReply::NetworkError) { errors << url; });
+                         [this](const CDownloadManager&, const QString& url, QNetworkReply::NetworkError) {
+                             errors << url;
+                         });
     }
 
     TestHost host;

@@ -33,8 +33,8 @@ Generated generate(std::mt19937& rng)
     for (int i = 0; i < bodySize; ++i)
         g.body.append(char(rng()));
     static const int statuses[] = {200, 206, 302, 404, 416, 500};
-    g.bytes = (pick(5) == 0 ? "HTTP/1.1 100 Continue\r\n\r\n" : "") + QByteArray("HTTP/1.") + QByteArray::number(pick(2))
-        + " " + QByteArray::number(statuses[pick(6)]) + " Reason text\r\n";
+    g.bytes = (pick(5) == 0 ? "HTTP/1.1 100 Continue\r\n\r\n" : "") + QByteArray("HTTP/1.")
+        + QByteArray::number(pick(2)) + " " + QByteArray::number(statuses[pick(6)]) + " Reason text\r\n";
     for (int i = 0, extra = pick(6); i < extra; ++i)
         g.bytes += "X-Field-" + QByteArray::number(i) + ":" + QByteArray(pick(3), ' ') + QByteArray(pick(40), 'v')
             + (pick(2) ? "\r\n" : "\n") + (pick(8) == 0 ? " folded continuation\r\n" : "");

@@ -82,8 +82,9 @@ TEST_P(ProxyHttpAnswers, OnlyTheirAnswersPass)
     EXPECT_EQ(GetParam().passes, test.doTest());
     CTestSocketProxyConnect tunnel(1, "127.0.0.1", 80, "127.0.0.1", port, "", "");
     EXPECT_EQ(GetParam().opens, tunnel.DoTestProxy());
-    const QVector<QByteArray> requests{"HEAD http://example.invalid HTTP/1.0\r\nProxy-Authorization: Basic Og==\r\n\r\n",
-                                       "CONNECT 127.0.0.1:80 HTTP/1.0\r\n\r\n"};
+    const QVector<QByteArray> requests{
+        "HEAD http://example.invalid HTTP/1.0\r\nProxy-Authorization: Basic Og==\r\n\r\n",
+        "CONNECT 127.0.0.1:80 HTTP/1.0\r\n\r\n"};
     EXPECT_EQ(port == proxy.port() ? requests : QVector<QByteArray>(), proxy.requests);
 }
 
@@ -117,7 +118,8 @@ TEST(ProxyTests, SilentProxiesFailOnceTheSecondsHavePassed)
 TEST(ProxySocket, ConnectCarriesCp1251Credentials)
 {
     CProxySocket withLogin;
-    withLogin.SetDataProxy(QStringLiteral("proxy"), 3128, QStringLiteral("\u044e\u0437\u0435\u0440"), QStringLiteral("pw"));
+    withLogin.SetDataProxy(QStringLiteral("proxy"), 3128, QStringLiteral("\u044e\u0437\u0435\u0440"),
+                           QStringLiteral("pw"));
     QString out, host = QStringLiteral("server.example");
     withLogin.CreateConnectStr(out, host, 8443);
     ASSERT_NE(nullptr, QTextCodec::codecForName("CP1251"));
@@ -151,7 +153,8 @@ TEST(DoProxyConnect, WithoutSettingsTestsTheDefaultServerAndFillsOneEntry)
     EXPECT_STREQ("update.velmora.org", record.results[0].host);
     EXPECT_EQ(80, value(record.results[0].port));
     EXPECT_EQ(1, value(record.results[0].failed));
-    EXPECT_EQ(QVector<QByteArray>{"HEAD http://update.velmora.org HTTP/1.0\r\nProxy-Authorization: Basic dXNlcjpwdw==\r\n\r\n"},
+    EXPECT_EQ(QVector<QByteArray>{"HEAD http://update.velmora.org HTTP/1.0\r\n"
+                                  "Proxy-Authorization: Basic dXNlcjpwdw==\r\n\r\n"},
               refusing.requests);
     EXPECT_FALSE(QFile::exists(empty.filePath(QStringLiteral("download.cfg"))));
 }
