@@ -241,8 +241,10 @@ TEST(DownloadHttp, UnreachableServersShowTheirTextsAndAreRetried)
     EXPECT_TRUE(hidden.http.isBusy());
 }
 
-// The process's file size limit stands in for a full disk: writes past it
-// fail (EFBIG) the way they fail on a full one (ENOSPC).
+// A folder that refuses the bytes fails a module fetch with a text naming the
+// file: a write past the process's file size limit (EFBIG, the way a full
+// disk fails with ENOSPC), or a file that cannot be opened at all, reported
+// from the event loop like every other outcome.
 TEST(DownloadHttp, AFolderThatRefusesTheBytesNamesTheFileAndFailsTheFetch)
 {
     ClientOn c({okReply(QByteArray(200000, 'w'))});
@@ -255,12 +257,20 @@ TEST(DownloadHttp, AFolderThatRefusesTheBytesNamesTheFileAndFailsTheFetch)
     const bool ended = c.fetch("/mod.gz");
     ::setrlimit(RLIMIT_FSIZE, &before);
     std::signal(SIGXFSZ, previous);
-
     ASSERT_TRUE(ended);
-    EXPECT_EQ(1, c.client.calls[0].number);  // failed: the dialog counts it
     EXPECT_EQ((Messages{{"Download: Error writing " + c.local("mod.gz") + ": File too large", 0}}),
               c.client.statusMessages);
+
+    const QString missing = c.local("missing") + "/mod.gz";
+    c.http.getFile(QStringLiteral("/mod.gz"), c.local("missing"), 0, CDownloadHttp::KindDownloadModule, 0, false);
+    EXPECT_EQ(1, c.client.completions());
+    ASSERT_TRUE(waitFor([&] { return c.client.completions() == 2; }));
+    EXPECT_TRUE(c.client.statusMessages.last().first.startsWith("Download: Error writing " + missing + ": "))
+        << c.client.statusMessages.last().first.toStdString();
+    for (const ClientCall& call : c.client.calls)
+        EXPECT_EQ(1, call.number);  // failed: the dialog counts it
     EXPECT_EQ(1, c.server.requests.size());
+    EXPECT_FALSE(c.http.isBusy());
 }
 
 TEST(ResumeAnswer, OnlyTheRestOfTheSameFileIsAppended)
