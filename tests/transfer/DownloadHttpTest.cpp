@@ -30,10 +30,8 @@ QByteArray clientRequest(quint16 port, const QByteArray& path, const QByteArray&
 // A 206 answer carrying body from byte at on.
 ScriptedReply restFrom(const QByteArray& body, int at)
 {
-    const QByteArray size = QByteArray::number(body.size());
-    return okReply(body.mid(at), 206,
-                   "Content-Range: bytes " + QByteArray::number(at) + "-" + QByteArray::number(body.size() - 1) + "/"
-                       + size + "\r\n");
+    return okReply(body.mid(at), 206, "Content-Range: bytes " + QByteArray::number(at) + "-"
+                       + QByteArray::number(body.size() - 1) + "/" + QByteArray::number(body.size()) + "\r\n");
 }
 
 }  // namespace
