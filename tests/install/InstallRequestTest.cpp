@@ -2,7 +2,6 @@
 // folder a file goes to (as the host's folders answer) and what a path longer
 // than its segment field does.
 #include <cstring>
-#include <set>
 #include <vector>
 
 #include <QByteArray>
@@ -16,31 +15,20 @@
 
 TEST(UpdaterProgram, FixedPathUnlessTheEnvironmentNamesAnother)
 {
-    const bool wasSet = qEnvironmentVariableIsSet(kUpdaterEnvironmentVariable);
     const QByteArray saved = qgetenv(kUpdaterEnvironmentVariable);
+    for (const char* value : {"", "/opt/test/updater"}) {
+        qputenv(kUpdaterEnvironmentVariable, value);
+        EXPECT_EQ(QString(*value ? value : "/usr/local/bin/updater"), GetPathToUpdaterProgram());
+    }
     qunsetenv(kUpdaterEnvironmentVariable);
     EXPECT_EQ(QString("/usr/local/bin/updater"), GetPathToUpdaterProgram());
-    qputenv(kUpdaterEnvironmentVariable, "");
-    EXPECT_EQ(QString("/usr/local/bin/updater"), GetPathToUpdaterProgram());
-    qputenv(kUpdaterEnvironmentVariable, "/opt/test/updater");
-    EXPECT_EQ(QString("/opt/test/updater"), GetPathToUpdaterProgram());
-    if (wasSet)
+    if (!saved.isNull())
         qputenv(kUpdaterEnvironmentVariable, saved);
-    else
-        qunsetenv(kUpdaterEnvironmentVariable);
 }
 
-TEST(UpdaterCommandLine, KeyAndQuotedBase64BackupFolder)
-{
-    EXPECT_EQ(QString("org.velmora.sharedmemory-1763733302"), updaterSegmentKey(1763733302));
-    EXPECT_EQ(QStringList({"-u", "\"L2hvbWUvdHJhZGVyLy52ZWxtb3JhL2Rvd25sb2FkL0JhY2t1cA==\"",
-                           "org.velmora.sharedmemory-5"}),
-              updaterArguments("/home/trader/.velmora/download/Backup", "org.velmora.sharedmemory-5"));
-}
-
-// The updater reads back what the module writes (and the folder without its
-// quotes, as a shell in between would leave it); any other command line is
-// refused with a reason.
+// The key and the quoted base64 backup folder; the updater reads back what
+// the module writes (and the folder without its quotes, as a shell in between
+// would leave it); any other command line is refused with a reason.
 TEST(UpdaterCommandLine, TheUpdaterReadsBackWhatTheModuleWritesAndRefusesTheRest)
 {
     UpdaterOptions options;
@@ -52,41 +40,21 @@ TEST(UpdaterCommandLine, TheUpdaterReadsBackWhatTheModuleWritesAndRefusesTheRest
     }
     ASSERT_TRUE(parseUpdaterOptions({"-u", "L3RtcC9i", "k"}, &options, &error));
     EXPECT_EQ(QString("/tmp/b"), options.backupFolder);
+    EXPECT_EQ(QString("org.velmora.sharedmemory-1763733302"), updaterSegmentKey(1763733302));
+    EXPECT_EQ(QStringList({"-u", "\"L2hvbWUvdHJhZGVyLy52ZWxtb3JhL2Rvd25sb2FkL0JhY2t1cA==\"", "k-5"}),
+              updaterArguments("/home/trader/.velmora/download/Backup", "k-5"));
 
-    for (const QStringList& arguments : QList<QStringList>{{},
-                                                           {"-u", "\"L3RtcC9i\""},
-                                                           {"-x", "\"L3RtcC9i\"", "k"},
-                                                           {"-u", "\"not base64!\"", "k"},
-                                                           {"-u", "\"\"", "k"},
-                                                           {"-u", "\"L3RtcC9i\"", ""},
-                                                           {"-u", "\"L3RtcC9i\"", "k", "extra"}}) {
+    const QList<QStringList> refused = {{},
+                                        {"-u", "\"L3RtcC9i\""},
+                                        {"-x", "\"L3RtcC9i\"", "k"},
+                                        {"-u", "\"not base64!\"", "k"},
+                                        {"-u", "\"\"", "k"},
+                                        {"-u", "\"L3RtcC9i\"", ""},
+                                        {"-u", "\"L3RtcC9i\"", "k", "extra"}};
+    for (const QStringList& arguments : refused) {
         error.clear();
         EXPECT_FALSE(parseUpdaterOptions(arguments, &options, &error)) << qPrintable(arguments.join(' '));
         EXPECT_FALSE(error.isEmpty());
-    }
-}
-
-TEST(InstallFolder, HostFolderTypesAndTheDefaultFolderForTheRest)
-{
-    const std::set<int> hostTypes = {0,  1,  3,  4,  5,  6,  7,   8,   9,   10,  11,
-                                     20, 21, 22, 50, 51, 52, 100, 101, 102, 103, 157};
-    for (int type = -5; type <= 300; ++type)
-        EXPECT_EQ(hostTypes.count(type) ? type : 150, installFolderType(type)) << "type " << type;
-}
-
-TEST(InstallFolder, TypeTextReadsAsANumberButZeroOnlyWhenWrittenSo)
-{
-    const struct {
-        const char* text;
-        bool accepted;
-        int type;
-    } cases[] = {{"0", true, 0},   {"1", true, 1},     {"157", true, 157}, {"12", true, 12},
-                 {" 7", true, 7},  {"3abc", true, 3},  {"", false, 0},     {"abc", false, 0},
-                 {"00", false, 0}, {"0 ", false, 0},   {"-0", false, 0}};
-    for (const auto& c : cases) {
-        int type = -99;
-        EXPECT_EQ(c.accepted, parseInstallType(c.text, &type)) << '"' << c.text << '"';
-        EXPECT_EQ(c.type, type) << '"' << c.text << '"';
     }
 }
 
@@ -109,15 +77,15 @@ TEST(SegmentRequest, PathsAreCutAtTheFieldWithoutTouchingTheNextField)
     EXPECT_EQ(QString(1024, 'd'), segmentPath(segment.destination));
 }
 
-// Which folder each type resolves to is checked type by type above; here,
-// that the host is asked for that folder (3128) and the request made of the
-// whole local path field, that a configuration file is left to the caller,
-// and that a type that is not a number, or a folder the host does not have,
-// refuses the record.
+// The type text reads as a number, but zero only when written so; a type the
+// host has no folder type for goes to the default folder (150). The host is
+// asked for that folder (3128) and the request made of the whole local path
+// field; a configuration file is left to the caller; a type that is not a
+// number, or a folder the host does not have, refuses the record.
 TEST(InstallRouting, AFileGoesToTheHostsFolderOfItsResolvedType)
 {
     TestHost host;
-    for (int type : {0, 150, 157})
+    for (int type : {0, 7, 150, 157})
         host.folders[type] = QString("/host/folder%1").arg(type);
     host.folders[1] = QString();
     const auto folderOfType = [](int type) { return GetPathByFolderType(&TestHost::send, nullptr, VM_FOLDERS(type)); };
@@ -130,7 +98,10 @@ TEST(InstallRouting, AFileGoesToTheHostsFolderOfItsResolvedType)
         QString destination;
     } cases[] = {{"157", InstallAsFile, 157, "/host/folder157"}, {"0", InstallAsFile, 0, "/host/folder0"},
                  {"12abc", InstallAsFile, 150, "/host/folder150"}, {"2", InstallAsConfiguration, -1, "untouched"},
-                 {"00", InstallRefused, -1, "untouched"},         {"1", InstallRefused, 1, "untouched"}};
+                 {" 7", InstallAsFile, 7, "/host/folder7"},      {"1", InstallRefused, 1, "untouched"},
+                 {"00", InstallRefused, -1, "untouched"},         {"0 ", InstallRefused, -1, "untouched"},
+                 {"-0", InstallRefused, -1, "untouched"},         {"", InstallRefused, -1, "untouched"},
+                 {"abc", InstallRefused, -1, "untouched"}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.type);
         dlModule record = emptyDlModule();

@@ -1,7 +1,6 @@
 // The updater program's parts in-process: the file installer (backups,
 // temporary names, failures) and the ways its segment server ends besides
-// finished. Serving and finished are tested through the real program
-// (HandOverTest.cpp).
+// finished, which is tested through the real program (HandOverTest.cpp).
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -15,7 +14,7 @@
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
-#include "InstallTestSupport.h"
+#include "transfer/support/FileHelpers.h"
 #include "platform/ProcessWait.h"
 #include "update/UpdaterProtocol.h"
 #include "updater/FileInstaller.h"
@@ -30,7 +29,7 @@ protected:
     {
         ASSERT_TRUE(root.isValid());
         ASSERT_TRUE(QDir().mkpath(dest));
-        ASSERT_TRUE(writeFile(src + "/quotes.so", "new quotes"));
+        ASSERT_TRUE(writeText(src + "/quotes.so", "new quotes"));
     }
 
     QTemporaryDir root;
@@ -44,34 +43,30 @@ protected:
 }  // namespace
 
 // A new file is copied (not moved) with its mode and needs no backup; every
-// version replaced in one run is kept under the run's folder, at the
+// version replaced in one run is kept (a link to the old file: a file written
+// over in place would show the new bytes there) under the run's folder at the
 // destination's absolute path, and the replaced file's mode stays.
 TEST_F(Installer, NewFilesKeepTheirModeAndEveryReplacedVersionIsKept)
 {
-    ::chmod(QFile::encodeName(src + "/quotes.so").constData(), 0750);
-    ASSERT_EQ(0, installer.install(src + "/quotes.so", dest, false));
-    EXPECT_EQ(QByteArray("new quotes"), fileContent(dest + "/quotes.so"));
-    EXPECT_EQ(QByteArray("new quotes"), fileContent(src + "/quotes.so"));
-    EXPECT_TRUE(installer.lastBackup().isEmpty());
     const auto exec = QFile::ExeOwner | QFile::ExeGroup | QFile::ExeOther;
-    EXPECT_EQ(QFile::ExeOwner | QFile::ExeGroup, QFileInfo(dest + "/quotes.so").permissions() & exec);
-    EXPECT_TRUE(fileContent(root.filePath("updater.log")).contains("installed"));
-
-    ASSERT_TRUE(writeFile(src + "/quotes.so", "second"));
-    ::chmod(QFile::encodeName(src + "/quotes.so").constData(), 0644);
-    ASSERT_EQ(0, installer.install(src + "/quotes.so", dest, false));
-    const QString firstBackup = installer.lastBackup();
-    EXPECT_EQ(installer.runFolder() + QFileInfo(dest + "/quotes.so").absoluteFilePath(), firstBackup);
+    QStringList backups;
+    for (const char* content : {"new quotes", "second", "third"}) {
+        ASSERT_TRUE(writeText(src + "/quotes.so", content));
+        ::chmod(QFile::encodeName(src + "/quotes.so").constData(), backups.isEmpty() ? 0750 : 0644);
+        ASSERT_EQ(0, installer.install(src + "/quotes.so", dest, false));
+        EXPECT_EQ(QByteArray(content), readFile(dest + "/quotes.so"));
+        EXPECT_EQ(QFile::ExeOwner | QFile::ExeGroup, QFileInfo(dest + "/quotes.so").permissions() & exec);
+        backups << installer.lastBackup();
+    }
+    EXPECT_EQ(QByteArray("third"), readFile(src + "/quotes.so"));
+    EXPECT_TRUE(backups[0].isEmpty());
+    EXPECT_EQ(installer.runFolder() + QFileInfo(dest + "/quotes.so").absoluteFilePath(), backups[1]);
     EXPECT_TRUE(installer.runFolder().startsWith(backup + "/"));
-    ASSERT_TRUE(writeFile(src + "/quotes.so", "third"));
-    ASSERT_EQ(0, installer.install(src + "/quotes.so", dest, false));
-
-    EXPECT_NE(firstBackup, installer.lastBackup());
-    EXPECT_EQ(QByteArray("new quotes"), fileContent(firstBackup));
-    EXPECT_EQ(QByteArray("second"), fileContent(installer.lastBackup()));
-    EXPECT_EQ(QByteArray("third"), fileContent(dest + "/quotes.so"));
-    EXPECT_EQ(QFile::ExeOwner | QFile::ExeGroup, QFileInfo(dest + "/quotes.so").permissions() & exec);
+    EXPECT_NE(backups[1], backups[2]);
+    EXPECT_EQ(QByteArray("new quotes"), readFile(backups[1]));
+    EXPECT_EQ(QByteArray("second"), readFile(backups[2]));
     EXPECT_EQ(QStringList{"quotes.so"}, filesBelow(dest));
+    EXPECT_EQ(3, readFile(root.filePath("updater.log")).count("installed "));
 }
 
 TEST_F(Installer, TheLongestFileNameAFolderAllowsCanBeReplaced)
@@ -79,23 +74,21 @@ TEST_F(Installer, TheLongestFileNameAFolderAllowsCanBeReplaced)
     // A temporary name made by adding to the file's name would exceed the
     // 255-byte limit of a name.
     const QString name = QString(255, 'q');
-    ASSERT_TRUE(writeFile(src + "/" + name, "long new"));
-    ASSERT_TRUE(writeFile(dest + "/" + name, "long old"));
+    ASSERT_TRUE(writeText(src + "/" + name, "long new"));
+    ASSERT_TRUE(writeText(dest + "/" + name, "long old"));
     ASSERT_EQ(0, installer.install(src + "/" + name, dest, false));
-    EXPECT_EQ(QByteArray("long new"), fileContent(dest + "/" + name));
-    EXPECT_EQ(QByteArray("long old"), fileContent(installer.lastBackup()));
+    EXPECT_EQ(QByteArray("long new"), readFile(dest + "/" + name));
+    EXPECT_EQ(QByteArray("long old"), readFile(installer.lastBackup()));
 }
 
 // A missing source or folder and a name too long are answered through the
-// real updater (HandOver.BadRequestsAreAnsweredWithAnErrorAndLoseNothing);
-// here, the other errors.
+// real updater (HandOverTest.cpp); here, the other errors.
 TEST_F(Installer, FailuresChangeNothingInTheDestination)
 {
-    ASSERT_TRUE(writeFile(dest + "/quotes.so", "old quotes"));
-    ASSERT_TRUE(QDir().mkpath(dest + "/folder.so"));
-    ASSERT_TRUE(QDir().mkpath(src + "/folder.so"));
-    ASSERT_TRUE(writeFile(src + "/folder2.so", "x"));
-    ASSERT_TRUE(QDir().mkpath(dest + "/folder2.so"));
+    ASSERT_TRUE(writeText(dest + "/quotes.so", "old quotes"));
+    for (const QString& folder : {dest + "/folder.so", src + "/folder.so", dest + "/folder2.so"})
+        ASSERT_TRUE(QDir().mkpath(folder));
+    ASSERT_TRUE(writeText(src + "/folder2.so", "x"));
     const QStringList before = filesBelow(dest);
 
     EXPECT_EQ(ENOTDIR, installer.install(src + "/quotes.so", dest + "/quotes.so", false));
@@ -105,23 +98,23 @@ TEST_F(Installer, FailuresChangeNothingInTheDestination)
     EXPECT_EQ(EINVAL, installer.install(src + "/quotes.so", QString(), false));
 
     EXPECT_EQ(before, filesBelow(dest));
-    EXPECT_EQ(QByteArray("old quotes"), fileContent(dest + "/quotes.so"));
+    EXPECT_EQ(QByteArray("old quotes"), readFile(dest + "/quotes.so"));
 }
 
 TEST_F(Installer, NoBackupNoReplacement)
 {
     // The backup folder cannot be made (a file stands in its way): the old
     // file must stay, and no temporary file may be left behind.
-    ASSERT_TRUE(writeFile(root.filePath("blocked"), "a file, not a folder"));
+    ASSERT_TRUE(writeText(root.filePath("blocked"), "a file, not a folder"));
     CFileInstaller blocked(root.filePath("blocked/Backup"), nullptr);
-    ASSERT_TRUE(writeFile(dest + "/quotes.so", "old quotes"));
+    ASSERT_TRUE(writeText(dest + "/quotes.so", "old quotes"));
 
     EXPECT_EQ(ENOTDIR, blocked.install(src + "/quotes.so", dest, false));
-    EXPECT_EQ(QByteArray("old quotes"), fileContent(dest + "/quotes.so"));
+    EXPECT_EQ(QByteArray("old quotes"), readFile(dest + "/quotes.so"));
     EXPECT_EQ(QStringList{"quotes.so"}, filesBelow(dest));
 
     // A new file needs no backup and goes in all the same.
-    ASSERT_TRUE(writeFile(src + "/fresh.so", "fresh"));
+    ASSERT_TRUE(writeText(src + "/fresh.so", "fresh"));
     EXPECT_EQ(0, blocked.install(src + "/fresh.so", dest, false));
 }
 

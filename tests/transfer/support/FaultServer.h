@@ -2,6 +2,7 @@
 // A scripted HTTP server for tests: listens on a free loopback port, records
 // the exact bytes of every request, and answers each connection with the next
 // reply of its script (the last one repeats).
+#include <memory>
 #include <ostream>
 
 #include <QByteArray>
@@ -47,12 +48,9 @@ private:
     void accept()
     {
         while (QTcpSocket* socket = server_.nextPendingConnection()) {
-            const ScriptedReply reply = script_.isEmpty()
-                ? ScriptedReply()
-                : script_.at(qMin(connections, script_.size() - 1));
-            ++connections;
+            const ScriptedReply reply = script_.value(qMin(connections++, script_.size() - 1));
             socket->setParent(this);
-            auto* pending = new QByteArray;
+            auto pending = std::make_shared<QByteArray>();
             QObject::connect(socket, &QTcpSocket::readyRead, this, [this, socket, reply, pending] {
                 pending->append(socket->readAll());
                 const int end = pending->indexOf("\r\n\r\n");
@@ -66,7 +64,6 @@ private:
                 if (reply.closeAfter)
                     socket->disconnectFromHost();
             });
-            QObject::connect(socket, &QObject::destroyed, [pending] { delete pending; });
         }
     }
 

@@ -1,13 +1,19 @@
 #pragma once
 // Stands where the update dialog will stand: records every call the HTTP file
-// client makes on its owner.
+// client makes on its owner. ClientOn puts one file client with such an owner
+// on a scripted server.
 #include <ostream>
 
 #include <QPair>
 #include <QString>
+#include <QTemporaryDir>
 #include <QVector>
 
 #include "module/DownloadModule.h"
+#include "FaultServer.h"
+#include "WaitFor.h"
+#include "tests/support/TestHost.h"
+#include "transfer/DownloadHttp.h"
 #include "transfer/DownloadHttpClient.h"
 
 struct ClientCall {
@@ -52,6 +58,34 @@ private:
     {
         calls.append({QString::fromLatin1(name), file, number});
     }
+};
+
+// A file client on a scripted server (or on base), with its host (whose proxy
+// settings it reads), owner and download folder.
+struct ClientOn {
+    explicit ClientOn(QList<ScriptedReply> script, const QString& base = QString())
+        : server(std::move(script)),
+          http(&client, base.isEmpty() ? QStringLiteral("http://127.0.0.1:%1/Win32").arg(server.port()) : base)
+    {
+        http.setRetryIntervalForTest(30);
+    }
+    // Starts a fetch or (with probe) a size probe and waits for its completion.
+    bool fetch(const char* name, int kind = CDownloadHttp::KindDownloadModule, int param = 0, bool probe = false)
+    {
+        const int before = client.completions();
+        if (probe)
+            http.getFileSize(QString::fromLatin1(name));
+        else
+            http.getFile(QString::fromLatin1(name), dir.path(), param, kind, 0, true);
+        return waitFor([&] { return client.completions() > before; });
+    }
+    QString local(const char* name) const { return dir.filePath(QLatin1String(name)); }
+
+    TestHost host;
+    RecordingClient client;
+    QTemporaryDir dir;
+    FaultServer server;
+    CDownloadHttp http;
 };
 
 // Status-bar messages print readably in assertion messages.
