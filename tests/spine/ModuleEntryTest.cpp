@@ -3,10 +3,13 @@
 #include <cstring>
 #include <vector>
 
+#include <QDir>
+#include <QTemporaryDir>
 #include <QWidget>
 #include <gtest/gtest.h>
 
 #include "module/DownloadModule.h"
+#include "protocol/DialogRecords.h"
 #include "protocol/HostMessages.h"
 #include "protocol/ModuleApi.h"
 #include "support/TestHost.h"
@@ -78,15 +81,31 @@ TEST(Registration, WithoutCallbacksNothingIsSentAndNothingBreaks)
 }
 
 // Through the exported ReceiveMessage: global parameters need a record;
-// codes the module does not know are answered 0.
+// codes the module does not know are answered 0. The dialog's codes (close,
+// connection state, menu command) before any "open" find no dialog: they
+// are answered 0 and make nothing, no dialog object and no folder.
 TEST(ModuleObject, AnswersTheHostsOwnCodes)
 {
     TestHost host;
+    QTemporaryDir root;
+    host.folders[101] = root.filePath(QStringLiteral("download"));
+    host.folders[2] = root.filePath(QStringLiteral("config"));
     int anything = 0;
+    mwiSetStateConnect state{0};
+    mm_menu_item item{};
     EXPECT_EQ(1, host.deliver(HostMsg::ChangeGlobalParameters, 0));
     EXPECT_EQ(0, host.deliver(HostMsg::ChangeGlobalParameters, reinterpret_cast<intptr_t>(&anything)));
     EXPECT_EQ(0, host.deliver(9999, 1, 2));
+    for (const auto& [code, record] : {std::pair<unsigned int, intptr_t>{HostMsg::CloseDialog, 0},
+                                       {HostMsg::SetConnectState, reinterpret_cast<intptr_t>(&state)},
+                                       {HostMsg::MenuCommand, reinterpret_cast<intptr_t>(&item)},
+                                       {HostMsg::MenuCommand, 0}}) {
+        SCOPED_TRACE(code);
+        EXPECT_EQ(0, host.deliver(code, record));
+    }
     EXPECT_TRUE(host.messages.empty());
+    EXPECT_EQ(nullptr, GetModule<CDownloadModule>()->widget());
+    EXPECT_TRUE(QDir(root.path()).entryList(QDir::NoDotAndDotDot | QDir::AllEntries).isEmpty());
 }
 
 // The decoding of good credentials through the reference host is in
