@@ -228,7 +228,20 @@ void CUpdateWorkflow::continueDownload()
         mode_.pendingContinue = true;
         return;
     }
-    if (store_->getCountLastDownloadModule() < 1) {
+    const int stored = store_->getCountLastDownloadModule();
+    if (stored < 1) {
+        mode_.autoRun = false;
+        automatic_->startAutoDownload();
+        return;
+    }
+    if (isTornRun(stored)) {
+        // A run is written as its count, then one record at a time; a
+        // terminal killed in between leaves fewer records than the count.
+        // Going on with those would install part of the run and report the
+        // rest installed, so the run is chosen afresh.
+        LogHelper::ShowLogInfo(logTypeError, logLevel4,
+                               QStringLiteral("The stored run lacks records (a write was cut off); choosing again"));
+        store_->clearLastDownload();
         mode_.autoRun = false;
         automatic_->startAutoDownload();
         return;
@@ -244,6 +257,14 @@ void CUpdateWorkflow::continueDownload()
         return;
     }
     changeModules();
+}
+
+bool CUpdateWorkflow::isTornRun(int stored)
+{
+    int records = 0;
+    for (int state : {dlStateAutoChosen, dlStateToFetch, dlStateFetched, dlStateInstalled, dlStateFailed})
+        records += qMax(store_->getCountStateLastDownloadModule(state), 0);
+    return records < stored;
 }
 
 // ---------------------------------------------------------------------------

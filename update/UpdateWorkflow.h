@@ -147,6 +147,8 @@ signals:
     void SignalInstallationEnded(int result);
 
 private:
+    // Whether the stored run holds fewer records than its count says.
+    bool isTornRun(int stored);
     // With signatures required, a fetched list or text is held until its
     // signature has been fetched and checked; deliver then gets the list,
     // or the path of the deleted list when it was refused.

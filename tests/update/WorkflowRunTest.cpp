@@ -236,3 +236,19 @@ TEST_F(Workflow, AutomaticModeChoosesTheNewerModulesAndAsksOrSaysWhyItCannot)
     EXPECT_EQ(QStringList{"MD0050 | MD0051"}, prompts.boxes);
     EXPECT_EQ(requests, nginx->accessLog().size());
 }
+
+// A stored run with fewer records than its count (a terminal killed while
+// the run was being written) is not continued, which would install part of
+// it and report the rest installed: the automatic mode chooses again.
+TEST_F(Workflow, ATornStoredRunIsChosenAgain)
+{
+    startNginx();
+    QDir().mkpath(host->downloadDir);
+    state().saveStartParam(true, false);
+    CSaveParamDownload stored = state();
+    stored.createLastDownload(3);
+    stored.saveLastDownloadModule(storedRecord("charts.so", "1.5.0", "/files/charts.so.gz"), dlStateToFetch);
+    open();
+    EXPECT_EQ(3, until(&CUpdateWorkflow::SignalInstallationStarts, [this] { flow->startTimerIsOutTime(); }));
+    EXPECT_EQ((QStringList{"MD0020 | MD0021", "MD0050 | MD0053"}), prompts.boxes);
+}
