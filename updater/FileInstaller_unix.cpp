@@ -6,6 +6,7 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,6 +14,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QRegularExpression>
 
 #include "updater/UpdaterLog.h"
 
@@ -120,6 +122,24 @@ int makePath(const QString& folder)
     return S_ISDIR(info.st_mode) ? 0 : ENOTDIR;
 }
 
+// An updater killed while it copied leaves its temporary file beside the
+// destination. The name carries the process id: a file whose process is gone
+// belongs to nobody and is removed before this updater writes there.
+void removeStaleTemporaries(const QString& folder)
+{
+    static const QRegularExpression name(QStringLiteral("^\\.updater-(\\d+)-\\d+\\.part$"));
+    const QStringList found =
+        QDir(folder).entryList({QStringLiteral(".updater-*.part")}, QDir::Files | QDir::Hidden | QDir::System);
+    for (const QString& entry : found) {
+        const QRegularExpressionMatch match = name.match(entry);
+        if (!match.hasMatch())
+            continue;
+        const pid_t owner = pid_t(match.captured(1).toLongLong());
+        if (owner != ::getpid() && ::kill(owner, 0) != 0 && errno == ESRCH)
+            ::unlink(native(folder + '/' + entry).constData());
+    }
+}
+
 }  // namespace
 
 CFileInstaller::CFileInstaller(QString backupFolder, CUpdaterLog* log)
@@ -186,6 +206,7 @@ int CFileInstaller::install(const QString& source, const QString& folder, bool c
     if (!S_ISDIR(folderInfo.st_mode))
         return ENOTDIR;
 
+    removeStaleTemporaries(folder);
     const QString destination = folder + '/' + QFileInfo(source).fileName();
     struct stat destinationInfo;
     const bool replaces = ::lstat(native(destination).constData(), &destinationInfo) == 0;
