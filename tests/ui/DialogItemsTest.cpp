@@ -1,6 +1,4 @@
 // The tree rows and the question box.
-#include <QLabel>
-#include <QPushButton>
 #include <QTimer>
 #include <QTreeWidget>
 #include <gtest/gtest.h>
@@ -15,8 +13,6 @@ TEST(DialogItems, CheckRowsAndPlainRows)
     CDlCheckListItem box(nullptr, &tree, QStringLiteral("a.so"), CDlCheckListItem::CheckBox);
     EXPECT_TRUE(box.flags() & Qt::ItemIsUserCheckable);
     EXPECT_EQ(Qt::Unchecked, box.checkState(0));
-    EXPECT_EQ(QStringLiteral("a.so"), box.text(0));
-    EXPECT_EQ(QStringLiteral("File not found"), box.textSlot2);
     box.stateChange(true);  // no dialog to tell: nothing happens
 
     CDlCheckListItem plain(nullptr, &tree, QStringLiteral("b.so"), CDlCheckListItem::Plain);
@@ -24,26 +20,17 @@ TEST(DialogItems, CheckRowsAndPlainRows)
 
     CDlListViewItem inTree(&tree);
     CDlListViewItem under(static_cast<QTreeWidgetItem*>(&box));
-    EXPECT_EQ(QStringLiteral("File not found"), inTree.textSlot2);
-    EXPECT_EQ(QStringLiteral("File not found"), inTree.textSlot3);
-    EXPECT_TRUE(under.textSlot2.isEmpty());
-    EXPECT_TRUE(under.textSlot3.isEmpty());
+    EXPECT_EQ(QStringLiteral("File not found|File not found"), inTree.textSlot2 + '|' + inTree.textSlot3);
+    EXPECT_EQ(QStringLiteral("|"), under.textSlot2 + '|' + under.textSlot3);
     EXPECT_EQ(&box, under.parent());
 }
 
-TEST(DialogItems, QuestionBoxTellsWhichButton)
+// Its buttons are answered in the host's tests (DialogDriverTest); the
+// window's own close control is a No.
+TEST(DialogItems, QuestionBoxClosedByItsWindowIsANo)
 {
     CDownloadMessInfo box(nullptr, QStringLiteral("Title"), QStringLiteral("Question?"));
-    EXPECT_EQ(QSize(250, 100), box.size());
-    EXPECT_EQ(QStringLiteral("Title"), box.windowTitle());
-    EXPECT_EQ(QStringLiteral("Question?"), box.textLabel()->text());
-    EXPECT_EQ(QRect(30, 65, 75, 25), box.okButton()->geometry());
     EXPECT_FALSE(box.windowIcon().isNull());
-
-    QTimer::singleShot(0, box.okButton(), &QPushButton::click);
-    EXPECT_EQ(0, box.start());
-    QTimer::singleShot(0, box.cancelButton(), &QPushButton::click);
-    EXPECT_EQ(1, box.start());
-    QTimer::singleShot(0, &box, &QDialog::close);  // the window's own close control
+    QTimer::singleShot(0, &box, &QDialog::close);
     EXPECT_EQ(1, box.start());
 }
