@@ -17,7 +17,6 @@
 #include "host/app/HostLogPrinter.h"
 #include "host/app/HostProfile.h"
 #include "host/app/HostWindow.h"
-#include "module/DateTime.h"
 #include "module/DownloadModule.h"
 #include "module/HostFolders.h"
 #include "module/Log.h"
@@ -86,53 +85,25 @@ TEST_F(HostBridgeTest, KeepsTheRegistrationAndAnswersTheRegisteredTexts)
     EXPECT_EQ(value(bridge->registration().object), static_cast<void*>(::GetModule()));
     // The module's look-ups reach the host's translator through Qt; a key
     // nobody registered falls back to the key itself.
-    EXPECT_EQ(module()->tr("MD0003"), QStringLiteral("Updates"));
-    EXPECT_EQ(module()->tr("MD0049Message"),
-              QStringLiteral("File(s) was not found on download server.\r\nPlease contact to support."));
-    EXPECT_EQ(module()->tr("C0030Propes"), QStringLiteral("C0030Propes"));
+    EXPECT_EQ(module()->tr("MD0039Message") + '|' + module()->tr("C0030Propes"),
+              QStringLiteral("Downloading\u2026|C0030Propes"));
 }
 
 TEST_F(HostBridgeTest, PrintsOneLinePerLogRecord)
 {
     const int before = logPrinter.linesWritten();
     module()->GetLog()->ShowLogInfo(logTypeMessage, logLevel2, QStringLiteral("first\r\nsecond %2 \u00e9"));
-    VMEvent event{};
-    EXPECT_EQ(module()->EmitEvent(QStringLiteral("Nowhere"), event), 1);
+    module()->GetLog()->ShowLogInfo(logTypeError, logLevel4, QStringLiteral("third"));
     EXPECT_EQ(QString::fromUtf8(readFile(dir.filePath("host.log"))).split('\n', Qt::SkipEmptyParts).mid(before),
               QStringList({QStringLiteral("log: CDownloadModule type=0 level=2 first\\r\\nsecond %2 \u00e9"),
-                           QStringLiteral("log: CDownloadModule type=1 level=4 "
-                                          "Can't emit event with name \"Nowhere\"")}));
-}
-
-TEST_F(HostBridgeTest, NamedEventsKeepTheirHandleAndSubscriptions)
-{
-    void* quotes = module()->CreateEvent(QStringLiteral("Quotes"));
-    EXPECT_NE(quotes, nullptr);
-    EXPECT_NE(quotes, module()->CreateEvent(QStringLiteral("News")));
-    EXPECT_EQ(module()->CreateEvent(QStringLiteral("Quotes")), quotes);
-    VMEvent event{};
-    EXPECT_EQ(module()->EmitEvent(QStringLiteral("Quotes"), event), 0);
-    EXPECT_EQ(std::make_pair(bridge->events().raisedCount("Quotes"), bridge->events().raisedCount("News")),
-              std::make_pair(1, 0));
-
-    module()->SubscribeEvent(QStringLiteral("Quotes"));
-    module()->SubscribeEvent(QStringLiteral("News"));
-    ASSERT_EQ(bridge->events().subscriptions().size(), 2u);
-    EXPECT_EQ(bridge->events().subscriptions()[0].name, QByteArray("Quotes"));
-    EXPECT_EQ(module()->UnSubscribeEvent(), 0);
-    EXPECT_TRUE(bridge->events().subscriptions().empty());
-    // A handle the host never gave out is refused.
-    int stranger = 0;
-    EXPECT_EQ(HostBridge::send(bridge->hostObject(), HostMsg::RaiseEvent, reinterpret_cast<intptr_t>(&stranger),
-                               reinterpret_cast<intptr_t>(&event)),
-              1);
+                           QStringLiteral("log: CDownloadModule type=1 level=4 third")}));
 }
 
 // Folders come from the profile and are created on demand; a type the
 // profile does not name falls back to the module's own folder. Long paths
 // are cut to their buffers: 1024 units for a folder and 6144 for the work
 // folder, NUL included.
-TEST_F(HostBridgeTest, FoldersWorkFolderLanguageAndTimes)
+TEST_F(HostBridgeTest, FoldersWorkFolderAndLanguage)
 {
     const QString download = dir.filePath("run/download");
     ASSERT_TRUE(QDir(download).removeRecursively());
@@ -142,14 +113,6 @@ TEST_F(HostBridgeTest, FoldersWorkFolderLanguageAndTimes)
               QStringList({download, dir.filePath("run/config"), QCoreApplication::applicationDirPath(),
                            dir.filePath("run/user"), "Deutsch"}));
     EXPECT_TRUE(QDir(download).exists());
-
-    const Velmora::DateTime* formatter = module()->GetDateTime();
-    ASSERT_NE(formatter, nullptr);
-    EXPECT_EQ(formatter->toString(86400L + 3600L, QStringLiteral("yyyy-MM-dd hh:mm"), false),
-              QStringLiteral("1970-01-02 01:00"));
-    EXPECT_EQ(formatter->toString(QDateTime(QDate(2024, 2, 29), QTime(13, 5, 7)),
-                                  QStringLiteral("dd.MM.yyyy hh:mm:ss")),
-              QStringLiteral("29.02.2024 13:05:07"));
 
     const QString deep = QStringLiteral("/") + QString(7000, QLatin1Char('w'));
     startWith(QStringLiteral(R"({"folders": {"101": "%1"}, "workFolder": "%1"})").arg(deep).toUtf8());

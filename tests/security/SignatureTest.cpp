@@ -136,7 +136,6 @@ TEST(ListSignature, KeysAndTheAcceptedSerialComeFromWhatTheInstallationKeeps)
         int keys;
     } settingsRows[] = {
         {"no [Signature]: checking off", "[Address]\nPath=http://example\n", false, 0},
-        {"one key", "[Signature]\nPublicKey=" + key.publicLine + "\n", true, 1},
         // A typo must not turn checking off: nothing then verifies.
         {"a broken key", "[Signature]\nPublicKey=RWQnot-a-key\n", true, 0},
         {"PublicKey2 without PublicKey is not read", "[Signature]\nPublicKey2=" + key.publicLine + "\n", false, 0},

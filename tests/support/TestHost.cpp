@@ -63,9 +63,6 @@ QByteArray TestHost::recordBytes(unsigned int code, intptr_t param1)
     case HostMsg::RegisterModule:
     case HostMsg::FindInterface: return QByteArray(record, sizeof(coreInterfaceRecord));
     case HostMsg::RegisterTranslation: return QByteArray(record, sizeof(coreTranslate));
-    case HostMsg::SubscribeEvent: return QByteArray(record, sizeof(coreEventSubscribe));
-    case HostMsg::UnsubscribeEvents: return QByteArray(record, sizeof(coreEventUnsubscribe));
-    case HostMsg::CreateEvent: return QByteArray(record, sizeof(coreEventCreate));
     case HostMsg::FolderByType: return QByteArray(record, sizeof(coreFolder));
     case HostMsg::ProxySettings: return QByteArray(record, sizeof(mwiProxyState));
     case HostMsg::ConfigFileArrived: return QByteArray(record, sizeof(coreConfigFileArrived));
@@ -102,10 +99,6 @@ int TestHost::answer(void*, unsigned int code, intptr_t param1, intptr_t param2)
     case HostMsg::FindInterface:
         if (auto* record = reinterpret_cast<coreInterfaceRecord*>(param1); fieldBytes(record->name) == "MAINWINDOW")
             *static_cast<void**>(record->object) = mainWindow();
-        return 0;
-    case HostMsg::CreateEvent:
-        reinterpret_cast<coreEventCreate*>(param1)->handle =
-            reinterpret_cast<void*>(intptr_t(nextEventHandle++));
         return 0;
     case HostMsg::LanguageCount:
         *reinterpret_cast<int32_t*>(param1) = int32_t(languages.size());

@@ -61,7 +61,6 @@ public:
     // What the host received.
     std::vector<RecordedMessage> messages;
     std::vector<LoggedLine> logLines;
-    int nextEventHandle = 0x100;
 
     void* mainWindow() { return &mainWindowObject; }
     static void addLanguage(std::vector<coreLanguage>& list, const char* name, bool current);

@@ -81,10 +81,9 @@ TEST_F(Window, ListChainShowsExactlyTheOfferedRows)
     // The configuration's own module goes under its row.
     const QStringList rows{"Standard|3.4.0 <quotes.so|2.1.0>", "charts.so|1.5.0", "orders.so|4.0.0"};
     EXPECT_EQ(rows, topLevelRows(widget));
-    QTreeWidgetItem* orders = widget->tree()->topLevelItem(2);
-    EXPECT_EQ(QStringLiteral("2.0 Mb"), orders->text(1));  // 3000 kB >> 10 = 2
-    EXPECT_EQ(QStringLiteral("2026-11-10"), orders->text(2));
-    EXPECT_EQ(QStringLiteral("3.3.8"), orders->text(3));
+    QTreeWidgetItem* orders = widget->tree()->topLevelItem(2);  // 3000 kB >> 10 = 2 Mb
+    EXPECT_EQ(QStringList({"2.0 Mb", "2026-11-10", "3.3.8"}),
+              QStringList({orders->text(1), orders->text(2), orders->text(3)}));
 
     // Selecting a module shows its description; a module row of a
     // configuration shows the configuration's.
@@ -175,8 +174,7 @@ TEST_F(Window, CloseStoresTheStartOptionsAndTheAutoBoxGuardsItsPartner)
     EXPECT_TRUE(waitFor([widget] { return widget->dialogWindow() == nullptr; }));
     bool autoDownload = false, showWindow = true;
     CSaveParamDownload(host->downloadDir).getStartParam(autoDownload, showWindow);
-    EXPECT_TRUE(autoDownload);
-    EXPECT_FALSE(showWindow);
+    EXPECT_EQ(std::make_pair(true, false), std::make_pair(autoDownload, showWindow));
 }
 
 TEST_F(Window, OpeningTwiceKeepsOneDialogObject)
