@@ -120,7 +120,7 @@ TEST_F(HostBridgeTest, FoldersWorkFolderAndLanguage)
     EXPECT_EQ(GetUserDir(module()), deep.left(6143));
 }
 
-TEST_F(HostBridgeTest, TheMainWindowFoundByNameAnswersItsOwnCodesAndTheProxy)
+TEST_F(HostBridgeTest, TheMainWindowFoundByNameAndTheProxy)
 {
     void* found = module()->getInterface(QStringLiteral("MAINWINDOW"), QString(), QStringLiteral("VELMORA"));
     EXPECT_EQ(found, static_cast<void*>(&window));
@@ -136,11 +136,6 @@ TEST_F(HostBridgeTest, TheMainWindowFoundByNameAnswersItsOwnCodesAndTheProxy)
     EXPECT_EQ(QStringLiteral("%1 %2:%3 %4/%5").arg(proxy.state).arg(proxy.host).arg(proxy.port).arg(proxy.user)
                   .arg(QString::fromLocal8Bit(proxy.password)),
               QStringLiteral("3 proxy.example:3128 anna/s3cr:t \u00e9"));
-
-    // The main window's own codes are the host's to send, not the module's.
-    mwiProxyState sent{};
-    EXPECT_EQ(send(HostMsg::ProxySettings, &sent), 1);
-    EXPECT_EQ(sent.port, 0);
 
     // Without 3001 the module's main window is null, and so is its target.
     pGloabalMainWindow = nullptr;
