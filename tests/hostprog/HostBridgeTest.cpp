@@ -34,7 +34,7 @@ protected:
     {
         ASSERT_TRUE(dir.isValid());
         ASSERT_TRUE(logPrinter.open(dir.filePath("host.log")));
-        startWith(R"({"folders": {"2": "run/config", "101": "run/download"}, "workFolder": "run/user",
+        startWith(R"({"folders": {"2": "run/config", "101": "run/download"},
             "languages": [{"name": "English"}, {"name": "Deutsch", "current": true}],
             "proxy": {"state": 3, "host": "proxy.example", "port": 3128, "user": "anna", "password": "s3cr:t \u00e9"}
         })");
@@ -100,24 +100,20 @@ TEST_F(HostBridgeTest, PrintsOneLinePerLogRecord)
 }
 
 // Folders come from the profile and are created on demand; a type the
-// profile does not name falls back to the module's own folder. Long paths
-// are cut to their buffers: 1024 units for a folder and 6144 for the work
-// folder, NUL included.
-TEST_F(HostBridgeTest, FoldersWorkFolderAndLanguage)
+// profile does not name falls back to the module's own folder. A long path
+// is cut to its 1024 units, NUL included.
+TEST_F(HostBridgeTest, FoldersAndLanguage)
 {
     const QString download = dir.filePath("run/download");
     ASSERT_TRUE(QDir(download).removeRecursively());
     EXPECT_EQ(QStringList({GetPathByFolderType(module(), vfDownload), GetPathByFolderType(module(), vfConfiguration),
-                           GetPathByFolderType(module(), vfConfigCopy), GetUserDir(module()),
-                           module()->getFontManager()->language()}),
-              QStringList({download, dir.filePath("run/config"), QCoreApplication::applicationDirPath(),
-                           dir.filePath("run/user"), "Deutsch"}));
+                           GetPathByFolderType(module(), vfConfigCopy), module()->getFontManager()->language()}),
+              QStringList({download, dir.filePath("run/config"), QCoreApplication::applicationDirPath(), "Deutsch"}));
     EXPECT_TRUE(QDir(download).exists());
 
     const QString deep = QStringLiteral("/") + QString(7000, QLatin1Char('w'));
-    startWith(QStringLiteral(R"({"folders": {"101": "%1"}, "workFolder": "%1"})").arg(deep).toUtf8());
+    startWith(QStringLiteral(R"({"folders": {"101": "%1"}})").arg(deep).toUtf8());
     EXPECT_EQ(GetPathByFolderType(module(), vfDownload), deep.left(1023));
-    EXPECT_EQ(GetUserDir(module()), deep.left(6143));
 }
 
 TEST_F(HostBridgeTest, TheMainWindowFoundByNameAndTheProxy)
