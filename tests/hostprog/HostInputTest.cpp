@@ -28,15 +28,11 @@ QString summary(const HostProfile& p)
 TEST(HostProfileTest, ReadsEveryFieldResolvesRelativePathsAndDefaultsTheRest)
 {
     HostProfile profile;
-    ASSERT_TRUE(profile.parse(R"({
-        "name": "Sample",
+    ASSERT_TRUE(profile.parse(R"({"name": "Sample", "workFolder": "user", "online": false,
         "folders": {"2": "cfg", "101": "../shared/./dl", "150": "/opt/terminal/modules"},
-        "workFolder": "user",
         "languages": [{"name": "English"}, {"name": "Deutsch", "current": true}],
         "proxy": {"state": 2, "host": "px", "port": 8080, "user": "u", "password": "p"},
-        "online": false,
-        "configurations": [{"name": "left for a later host"}]
-    })", QStringLiteral("/base/profile")))
+        "configurations": [{"name": "left for a later host"}]})", QStringLiteral("/base/profile")))
         << qPrintable(profile.errorString());
     EXPECT_EQ(summary(profile), "Sample|2=/base/profile/cfg 101=/base/shared/dl 150=/opt/terminal/modules|"
                                 "/base/profile/user|English Deutsch*|2 px:8080 u/p|offline");
@@ -118,18 +114,16 @@ TEST(HostOptionsTest, OptionsEndAtTheProfileAndTimeLimitsAreWholePositiveSeconds
     for (const auto& c : cases) {
         std::vector<const char*> arguments = c.arguments;
         arguments.insert(arguments.begin(), "module-host");
-        QString outcome;
-        if (options.parse(int(arguments.size()), arguments.data())) {
+        const bool parsed = options.parse(int(arguments.size()), arguments.data());
+        QString outcome = options.errorString();
+        if (parsed) {
             QStringList moduleArguments;
             for (const QByteArray& argument : options.moduleArguments())
                 moduleArguments << QString::fromLocal8Bit(argument);
             outcome = QStringList{options.libraryPath(), options.logPath(), QString::number(options.headless()),
-                                  options.profilePath(), options.scriptPath(),
-                                  QString::number(options.scriptTimeout()),
+                                  options.profilePath(), options.scriptPath(), QString::number(options.scriptTimeout()),
                                   QString::number(options.proxyTestSeconds()), moduleArguments.join(' ')}
                           .join('|');
-        } else {
-            outcome = options.errorString();
         }
         EXPECT_EQ(outcome, QString::fromLatin1(c.outcome)) << arguments[1];
     }

@@ -4,11 +4,11 @@
 #include <limits>
 
 #include <QDirIterator>
-#include <QFile>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
+#include "support/FileHelpers.h"
 #include "update/ListSignature.h"
 
 namespace {
@@ -16,21 +16,8 @@ namespace {
 const QString kSourceDir = QStringLiteral(DM_SOURCE_DIR);
 const QDateTime kNow(QDate(2030, 6, 1), QTime(12, 0), Qt::UTC);
 
-QByteArray readAll(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-void writeAll(const QString& path, const QByteArray& bytes)
-{
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    file.write(bytes);
-}
-
 // The program's exit code; its output (both channels) into output.
-int run(const QString& program, const QStringList& arguments, QByteArray* output = nullptr)
+int run(const QString& program, const QStringList& arguments, QByteArray* output)
 {
     QProcess process;
     process.setProcessChannelMode(QProcess::MergedChannels);
@@ -55,7 +42,7 @@ CliKey makeKey(const QTemporaryDir& dir, const QString& name)
     QByteArray output;
     EXPECT_EQ(0, run(DM_MINISIGN_PATH, {"-G", "-W", "-f", "-p", key.publicFile, "-s", key.secretFile}, &output))
         << output.toStdString();
-    key.publicLine = readAll(key.publicFile).split('\n').value(1).trimmed();
+    key.publicLine = readFile(key.publicFile).split('\n').value(1).trimmed();
     return key;
 }
 
@@ -65,12 +52,13 @@ QByteArray cliSign(const CliKey& key, const QString& file, const QStringList& op
     QByteArray output;
     EXPECT_EQ(0, run(DM_MINISIGN_PATH, QStringList{"-S", "-s", key.secretFile, "-m", file} + options, &output))
         << output.toStdString();
-    return readAll(file + ".minisig");
+    return readFile(file + ".minisig");
 }
 
-QByteArray comment(int serial, const char* expires)
+// The signature of a list valid until 2031 with that serial.
+QByteArray signedAs(const CliKey& key, const QString& file, int serial, const char* expires = "2031-01-01T00:00:00Z")
 {
-    return "serial=" + QByteArray::number(serial) + " expires=" + expires;
+    return cliSign(key, file, {"-t", "serial=" + QString::number(serial) + " expires=" + expires});
 }
 
 }  // namespace
@@ -86,15 +74,15 @@ TEST(ListSignature, AListIsUsedOnlyWhenSignedByAConfiguredKeyUnexpiredAndNotOlde
     const QString list = dir.filePath("moduleDesc.txt");
     const QByteArray listBytes = "core.so,3.4.0,3.4.0,1,/d/core.txt,/f/core.so.gz,2026-11-02,12,"
                                  + QByteArray(64, 'a') + "\n";
-    writeAll(list, listBytes);
+    writeText(list, listBytes);
     const QString cfg = dir.filePath("download.cfg");
-    writeAll(cfg, "[Address]\nPath=http://example\n[Signature]\nPublicKey=" + current.publicLine
+    writeText(cfg, "[Address]\nPath=http://example\n[Signature]\nPublicKey=" + current.publicLine
                       + "\nPublicKey2=" + next.publicLine + "\n");
     const SignatureSettings settings = SignatureSettings::read(cfg);
     ASSERT_TRUE(settings.enabled);
     ASSERT_EQ(2, settings.keys.size()) << settings.errors.join("; ").toStdString();
 
-    const QByteArray good = cliSign(current, list, {"-t", comment(5, "2031-01-01T00:00:00Z")});
+    const QByteArray good = signedAs(current, list, 5);
     QByteArray forgedComment = good;
     forgedComment.replace("serial=5", "serial=9");
     QByteArray cutSignature = good;
@@ -110,22 +98,19 @@ TEST(ListSignature, AListIsUsedOnlyWhenSignedByAConfiguredKeyUnexpiredAndNotOlde
     } rows[] = {
         {"signed, serial above the accepted one", listBytes, good, 4, ListVerdict::None, 5},
         {"the same serial again (another list of the release)", listBytes, good, 5, ListVerdict::None, 5},
-        {"rotation: signed with PublicKey2's key", listBytes,
-         cliSign(next, list, {"-t", comment(6, "2031-01-01T00:00:00Z")}), 5, ListVerdict::None, 6},
+        {"rotation: signed with PublicKey2's key", listBytes, signedAs(next, list, 6), 5, ListVerdict::None, 6},
         {"list changed after signing", listBytes + "evil.so,9.9.9,3.4.0,1,/d,/f/evil.gz,x,1\n", good, 0,
          ListVerdict::BadSignature, -1},
-        {"signed by a key nobody configured", listBytes,
-         cliSign(stranger, list, {"-t", comment(7, "2031-01-01T00:00:00Z")}), 0, ListVerdict::UnknownKey, -1},
-        {"expired a second ago (a frozen server)", listBytes,
-         cliSign(current, list, {"-t", comment(8, "2030-06-01T11:59:59Z")}), 0, ListVerdict::Expired, 8},
-        {"older release's list (rollback)", listBytes,
-         cliSign(current, list, {"-t", comment(3, "2031-01-01T00:00:00Z")}), 4, ListVerdict::Rollback, 3},
+        {"signed by a key nobody configured", listBytes, signedAs(stranger, list, 7), 0, ListVerdict::UnknownKey, -1},
+        {"expired a second ago (a frozen server)", listBytes, signedAs(current, list, 8, "2030-06-01T11:59:59Z"), 0,
+         ListVerdict::Expired, 8},
+        {"older release's list (rollback)", listBytes, signedAs(current, list, 3), 4, ListVerdict::Rollback, 3},
         {"trusted comment changed after signing", listBytes, forgedComment, 0,
          ListVerdict::BadTrustedComment, -1},
         {"minisign's default comment: no serial, no expiry", listBytes, cliSign(current, list, {}), 0,
          ListVerdict::BadTrustedComment, -1},
         {"unhashed legacy signature (minisign -l)", listBytes,
-         cliSign(current, list, {"-l", "-t", comment(5, "2031-01-01T00:00:00Z")}), 0, ListVerdict::Malformed, -1},
+         cliSign(current, list, {"-l", "-t", "serial=5 expires=2031-01-01T00:00:00Z"}), 0, ListVerdict::Malformed, -1},
         {"signature line cut short", listBytes, cutSignature, 0, ListVerdict::Malformed, -1},
         {"an error page instead of a signature", listBytes, "<html>404</html>\n", 0, ListVerdict::Malformed, -1},
         {"no signature", listBytes, QByteArray(), 0, ListVerdict::MissingSignature, -1},
@@ -136,9 +121,7 @@ TEST(ListSignature, AListIsUsedOnlyWhenSignedByAConfiguredKeyUnexpiredAndNotOlde
         EXPECT_EQ(row.refusal, verdict.refusal) << verdict.reason.toStdString();
         EXPECT_EQ(row.refusal == ListVerdict::None, verdict.accepted);
         EXPECT_FALSE(verdict.reason.isEmpty());
-        if (row.serial >= 0) {
-            EXPECT_EQ(row.serial, verdict.serial);
-        }
+        EXPECT_TRUE(row.serial < 0 || row.serial == verdict.serial) << verdict.serial;
     }
 }
 
@@ -153,14 +136,13 @@ TEST(ListSignature, KeysAndTheAcceptedSerialComeFromWhatTheInstallationKeeps)
         int keys;
     } settingsRows[] = {
         {"no [Signature]: checking off", "[Address]\nPath=http://example\n", false, 0},
-        {"one key", "[Signature]\nPublicKey=" + key.publicLine + "\n", true, 1},
         // A typo must not turn checking off: nothing then verifies.
         {"a broken key", "[Signature]\nPublicKey=RWQnot-a-key\n", true, 0},
         {"PublicKey2 without PublicKey is not read", "[Signature]\nPublicKey2=" + key.publicLine + "\n", false, 0},
     };
     for (const auto& row : settingsRows) {
         SCOPED_TRACE(row.why);
-        writeAll(dir.filePath("download.cfg"), row.cfg);
+        writeText(dir.filePath("download.cfg"), row.cfg);
         const SignatureSettings settings = SignatureSettings::read(dir.filePath("download.cfg"));
         EXPECT_EQ(row.enabled, settings.enabled);
         EXPECT_EQ(row.keys, settings.keys.size());
@@ -171,7 +153,7 @@ TEST(ListSignature, KeysAndTheAcceptedSerialComeFromWhatTheInstallationKeeps)
     EXPECT_TRUE(AcceptedSerialStore(folder).raiseTo(12));
     EXPECT_TRUE(AcceptedSerialStore(folder).raiseTo(7));
     EXPECT_EQ(12, AcceptedSerialStore(folder).highest());  // read back by a new object, never lowered
-    writeAll(AcceptedSerialStore(folder).path(), "garbage\n");
+    writeText(AcceptedSerialStore(folder).path(), "garbage\n");
     // Damage refuses every list instead of letting an old one in.
     EXPECT_EQ(std::numeric_limits<qint64>::max(), AcceptedSerialStore(folder).highest());
 }
@@ -189,7 +171,7 @@ TEST(PublisherSignatures, EveryFetchedTextOfTheSignedSampleIsAcceptedByMinisignA
                      &output))
         << output.toStdString();
     MinisignPublicKey key;
-    ASSERT_TRUE(MinisignPublicKey::parse(readAll(publicFile), key));
+    ASSERT_TRUE(MinisignPublicKey::parse(readFile(publicFile), key));
 
     int texts = 0;
     int files = 0;
@@ -198,14 +180,14 @@ TEST(PublisherSignatures, EveryFetchedTextOfTheSignedSampleIsAcceptedByMinisignA
         const QString path = it.next();
         const QString relative = path.mid(out.size());
         ++files;
-        EXPECT_EQ(readAll(path), readAll(kSourceDir + "/examples/server" + relative)) << relative.toStdString();
+        EXPECT_EQ(readFile(path), readFile(kSourceDir + "/examples/server" + relative)) << relative.toStdString();
         if (!path.endsWith(".txt"))
             continue;
         ++texts;
         SCOPED_TRACE(relative.toStdString());
         ASSERT_EQ(0, run(DM_MINISIGN_PATH, {"-V", "-p", publicFile, "-m", path}, &output)) << output.toStdString();
         EXPECT_TRUE(output.contains("Trusted comment: serial=1 expires=2036-01-01T00:00:00Z")) << output.toStdString();
-        const ListVerdict verdict = ListSignature::verify(readAll(path), readAll(path + ".minisig"), {key}, 1, kNow);
+        const ListVerdict verdict = ListSignature::verify(readFile(path), readFile(path + ".minisig"), {key}, 1, kNow);
         EXPECT_TRUE(verdict.accepted) << verdict.reason.toStdString();
     }
     EXPECT_EQ(19, texts);
@@ -230,12 +212,12 @@ TEST(PublisherSignatures, FlagsGiveTheTrustedCommentAndAKeyMinisignMadeSigns)
     // An encrypted key cannot be used unattended and is refused by name. Its
     // header says scrypt ("Sc"); making a real one would cost scrypt's
     // gigabyte for nothing the publisher reads.
-    const QList<QByteArray> lines = readAll(key.secretFile).split('\n');
+    const QList<QByteArray> lines = readFile(key.secretFile).split('\n');
     QByteArray bytes = QByteArray::fromBase64(lines.value(1));
     ASSERT_EQ(158, bytes.size());
     bytes.replace(2, 2, "Sc");
     const QString encrypted = dir.filePath("encrypted.key");
-    writeAll(encrypted, lines.value(0) + '\n' + bytes.toBase64() + '\n');
+    writeText(encrypted, lines.value(0) + '\n' + bytes.toBase64() + '\n');
     EXPECT_EQ(2, run(DM_PUBLISHER_PATH, {"--sign", encrypted, kSourceDir + "/examples/release/manifest.json",
                                          dir.filePath("again")},
                      &output));

@@ -18,28 +18,19 @@
 inline coreNameConfig installedConfig(const char* name, int major, int minor, int build,
                                       bool current = false, int moduleCount = 0, int tableId = 0)
 {
-    coreNameConfig config;
-    std::memset(&config, 0, sizeof config);
+    coreNameConfig config{};
     copyToField(config.name, QByteArray(name));
-    config.major = major;
-    config.minor = minor;
-    config.build = build;
+    config.major = major, config.minor = minor, config.build = build;
     config.current = current ? 1 : 0;
-    config.moduleCount = moduleCount;
-    config.moduleTableId = tableId;
+    config.moduleCount = moduleCount, config.moduleTableId = tableId;
     return config;
 }
 
-inline coreModuleEntry installedModule(const char* name, int major, int minor, int build,
-                                       int fourth = 0)
+inline coreModuleEntry installedModule(const char* name, int major, int minor, int build, int fourth = 0)
 {
-    coreModuleEntry entry;
-    std::memset(&entry, 0, sizeof entry);
+    coreModuleEntry entry{};
     copyToField(entry.name, QByteArray(name));
-    entry.major = major;
-    entry.minor = minor;
-    entry.build = build;
-    entry.fourth = fourth;
+    entry.major = major, entry.minor = minor, entry.build = build, entry.fourth = fourth;
     return entry;
 }
 
@@ -70,8 +61,7 @@ public:
         case HostMsg::ConfigurationList: {
             ++configListRequests;
             auto* request = reinterpret_cast<coreConfigListRequest*>(param1);
-            const std::size_t n = qMin<std::size_t>(std::size_t(request->count), configs.size());
-            if (n > 0)
+            if (const std::size_t n = qMin<std::size_t>(std::size_t(request->count), configs.size()))
                 std::memcpy(request->configs, configs.data(), n * sizeof(coreNameConfig));
             return 0;
         }
@@ -81,9 +71,7 @@ public:
             const auto found = tables.find(request->tableId);
             if (found == tables.end())
                 return 1;
-            const std::size_t n =
-                qMin<std::size_t>(std::size_t(request->count), found->second.size());
-            if (n > 0)
+            if (const std::size_t n = qMin<std::size_t>(std::size_t(request->count), found->second.size()))
                 std::memcpy(request->entries, found->second.data(), n * sizeof(coreModuleEntry));
             return 0;
         }

@@ -3,8 +3,6 @@
 #include <cstring>
 #include <stdexcept>
 
-#include <QDateTime>
-
 #include "protocol/DialogRecords.h"
 #include "protocol/HostMessages.h"
 #include "protocol/ModuleApi.h"
@@ -50,8 +48,7 @@ std::vector<unsigned int> TestHost::codes() const
 
 void TestHost::addLanguage(std::vector<coreLanguage>& list, const char* name, bool current)
 {
-    coreLanguage language;
-    std::memset(&language, 0, sizeof language);
+    coreLanguage language{};
     copyToField(language.name, name);
     language.current = current ? 1 : 0;
     list.push_back(language);
@@ -66,9 +63,6 @@ QByteArray TestHost::recordBytes(unsigned int code, intptr_t param1)
     case HostMsg::RegisterModule:
     case HostMsg::FindInterface: return QByteArray(record, sizeof(coreInterfaceRecord));
     case HostMsg::RegisterTranslation: return QByteArray(record, sizeof(coreTranslate));
-    case HostMsg::SubscribeEvent: return QByteArray(record, sizeof(coreEventSubscribe));
-    case HostMsg::UnsubscribeEvents: return QByteArray(record, sizeof(coreEventUnsubscribe));
-    case HostMsg::CreateEvent: return QByteArray(record, sizeof(coreEventCreate));
     case HostMsg::FolderByType: return QByteArray(record, sizeof(coreFolder));
     case HostMsg::ProxySettings: return QByteArray(record, sizeof(mwiProxyState));
     case HostMsg::ConfigFileArrived: return QByteArray(record, sizeof(coreConfigFileArrived));
@@ -89,32 +83,22 @@ int TestHost::send(void* target, unsigned int code, intptr_t param1, intptr_t pa
     return forced != host->resultFor.end() ? forced->second : answered;
 }
 
-int TestHost::post(void* target, unsigned int code, intptr_t param1, intptr_t param2)
+// The module never posts; a post is refused.
+int TestHost::post(void*, unsigned int, intptr_t, intptr_t)
 {
-    if (!current_)
-        return -1;
-    current_->posted.push_back({target, code, param1, param2, QByteArray()});
-    return 7;  // a value no code path produces by itself, so forwarding is visible
+    return -1;
 }
 
 int TestHost::answer(void*, unsigned int code, intptr_t param1, intptr_t param2)
 {
     switch (code) {
-    case HostMsg::RegisterModule: {
-        auto* record = reinterpret_cast<coreInterfaceRecord*>(param1);
+    case HostMsg::RegisterModule:
         if (replaceRegistration)
-            record->object = replaceRegistration;
+            reinterpret_cast<coreInterfaceRecord*>(param1)->object = replaceRegistration;
         return 0;
-    }
-    case HostMsg::FindInterface: {
-        auto* record = reinterpret_cast<coreInterfaceRecord*>(param1);
-        if (fieldBytes(record->name) == "MAINWINDOW")
+    case HostMsg::FindInterface:
+        if (auto* record = reinterpret_cast<coreInterfaceRecord*>(param1); fieldBytes(record->name) == "MAINWINDOW")
             *static_cast<void**>(record->object) = mainWindow();
-        return 0;
-    }
-    case HostMsg::CreateEvent:
-        reinterpret_cast<coreEventCreate*>(param1)->handle =
-            reinterpret_cast<void*>(intptr_t(nextEventHandle++));
         return 0;
     case HostMsg::LanguageCount:
         *reinterpret_cast<int32_t*>(param1) = int32_t(languages.size());
@@ -139,22 +123,14 @@ int TestHost::answer(void*, unsigned int code, intptr_t param1, intptr_t param2)
         if (provideLogSink)
             *reinterpret_cast<LogSink*>(param1) = &TestHost::logSink;
         return 0;
-    case HostMsg::GetDateFormatters: {
-        if (!provideFormatters)
-            return 1;
-        auto* slots = reinterpret_cast<coreDateTimeFormatters*>(param1);
-        slots->formatDateTime = &TestHost::formatDateTime;
-        slots->formatTime = &TestHost::formatTime;
-        return 0;
-    }
+    case HostMsg::GetDateFormatters:
+        return 1;
     case HostMsg::MainWindowId:
         *reinterpret_cast<intptr_t*>(param1) = mainWindowId;
         return 0;
-    case HostMsg::WorkFolder: {
-        auto* buffer = reinterpret_cast<char16_t*>(param1);
-        std::memcpy(buffer, workFolder.utf16(), sizeof(char16_t) * size_t(workFolder.size()));
+    case HostMsg::WorkFolder:
+        std::memcpy(reinterpret_cast<void*>(param1), workFolder.utf16(), sizeof(char16_t) * size_t(workFolder.size()));
         return 0;
-    }
     case HostMsg::ProxySettings:
         std::memcpy(reinterpret_cast<void*>(param1), &proxy, sizeof proxy);
         return 0;
@@ -169,17 +145,5 @@ int TestHost::logSink(const LogRecord* record)
         return 1;
     current_->logLines.push_back({QString::fromUtf16(record->source), record->type,
                                   record->level, QString::fromUtf16(record->text)});
-    return 0;
-}
-
-int TestHost::formatDateTime(const QDateTime& time, const QString& format, QString* out)
-{
-    *out = QStringLiteral("dt:") + time.toString(format);
-    return 0;
-}
-
-int TestHost::formatTime(long time, const QString& format, bool flag, QString* out)
-{
-    *out = QStringLiteral("t:%1:%2:%3").arg(time).arg(format).arg(flag ? 1 : 0);
     return 0;
 }

@@ -49,8 +49,7 @@ public:
     std::map<unsigned int, int> resultFor;  // a code's result instead of 0
     std::map<int, QString> folders;         // 3128 by folder type (others: result 1)
     std::vector<coreLanguage> languages;    // 3116/3117
-    bool provideLogSink = true;             // 3205
-    bool provideFormatters = true;          // 3207
+    bool provideLogSink = true;             // 3205 (3207, the date formatters, answers 1)
     mwiProxyState proxy{};                  // 3516, copied as given
     QString workFolder;                     // 3503
     intptr_t mainWindowId = -1;             // 3502
@@ -61,9 +60,7 @@ public:
 
     // What the host received.
     std::vector<RecordedMessage> messages;
-    std::vector<RecordedMessage> posted;
     std::vector<LoggedLine> logLines;
-    int nextEventHandle = 0x100;
 
     void* mainWindow() { return &mainWindowObject; }
     static void addLanguage(std::vector<coreLanguage>& list, const char* name, bool current);
@@ -72,8 +69,6 @@ private:
     int answer(void* target, unsigned int code, intptr_t param1, intptr_t param2);
     static QByteArray recordBytes(unsigned int code, intptr_t param1);
     static int logSink(const LogRecord* record);
-    static int formatDateTime(const QDateTime& time, const QString& format, QString* out);
-    static int formatTime(long time, const QString& format, bool flag, QString* out);
 
     static TestHost* current_;
 };

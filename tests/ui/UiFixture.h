@@ -16,63 +16,36 @@
 #include "ui/DownloadWidget.h"
 #include "update/WorkflowFixture.h"
 
-// Answers the next message box or question box the dialog opens by pressing
-// its first button (OK / Yes), and keeps its title and text.
-class ModalAnswerer : public QObject {
-public:
-    ModalAnswerer()
-    {
-        connect(&timer_, &QTimer::timeout, this, [this] { look(); });
-        timer_.start(20);
-    }
-
-    struct Seen {
-        QString title;
-        QString text;
-    };
-    std::vector<Seen> seen;
-
-private:
-    void look()
-    {
-        for (QWidget* window : QApplication::topLevelWidgets()) {
-            if (!window->isVisible())
-                continue;
-            if (auto* box = qobject_cast<QMessageBox*>(window)) {
-                seen.push_back({box->windowTitle(), box->text()});
-                box->buttons().first()->click();
-                return;
-            }
-            if (auto* question = dynamic_cast<CDownloadMessInfo*>(window)) {
-                seen.push_back({question->windowTitle(), question->textLabel()->text()});
-                question->okButton()->click();
-                return;
-            }
-        }
-    }
-    QTimer timer_;
-};
-
 class UiFixture : public WorkflowFixture {
 protected:
     void SetUp() override
     {
         WorkflowFixture::SetUp();
-        answerer = std::make_unique<ModalAnswerer>();
+        // Every message box or question box the dialog opens is answered
+        // with its first button (OK / Yes), its "title | text" kept.
+        QObject::connect(&answerer, &QTimer::timeout, [this] {
+            for (QWidget* window : QApplication::topLevelWidgets()) {
+                auto* box = qobject_cast<QMessageBox*>(window);
+                auto* question = dynamic_cast<CDownloadMessInfo*>(window);
+                if (!window->isVisible() || (!box && !question))
+                    continue;
+                boxes << window->windowTitle() + " | " + (box ? box->text() : question->textLabel()->text());
+                (box ? box->buttons().first() : question->okButton())->click();
+                return;
+            }
+        });
+        answerer.start(20);
     }
 
     void TearDown() override
     {
         if (CDownloadModule* module = GetModule<CDownloadModule>())
             module->deleteDialog();
-        answerer.reset();
+        answerer.stop();
         WorkflowFixture::TearDown();
     }
 
-    void writeSettings(const QByteArray& text)
-    {
-        writeText(host->configDir + QStringLiteral("/download.cfg"), text);
-    }
+    void writeSettings(const QByteArray& text) { writeText(host->configDir + QStringLiteral("/download.cfg"), text); }
 
     CDownloadWidget* openDialog()
     {
@@ -103,6 +76,7 @@ protected:
         return done;
     }
 
+    // "name|version" of each top-level row, its children's in "<...>".
     QStringList topLevelRows(CDownloadWidget* widget) const
     {
         QStringList rows;
@@ -118,10 +92,10 @@ protected:
 
     void tick(CDownloadWidget* widget, const QString& name)
     {
-        for (int i = 0; i < widget->tree()->topLevelItemCount(); ++i)
-            if (widget->tree()->topLevelItem(i)->text(0) == name)
-                widget->tree()->topLevelItem(i)->setCheckState(0, Qt::Checked);
+        for (QTreeWidgetItem* row : widget->tree()->findItems(name, Qt::MatchExactly))
+            row->setCheckState(0, Qt::Checked);
     }
 
-    std::unique_ptr<ModalAnswerer> answerer;  // every box the dialog opens, in order
+    QTimer answerer;
+    QStringList boxes;  // every box the dialog opened, in order
 };

@@ -22,9 +22,8 @@ public:
     static constexpr int32_t kMenuId = 77;
 
     explicit UiTestHost(const QString& root)
+        : downloadDir(root + QStringLiteral("/download")), configDir(root + QStringLiteral("/config"))
     {
-        downloadDir = root + QStringLiteral("/download");
-        configDir = root + QStringLiteral("/config");
         QDir().mkpath(configDir);
         folders[101] = downloadDir;
         folders[2] = configDir;
@@ -43,12 +42,10 @@ public:
         case HostMsg::QueryConnectState:
             reinterpret_cast<mwiSetStateConnect*>(param1)->state = onLine ? 1 : 0;
             return 0;
-        case HostMsg::AddMenuItem: {
-            auto* entry = reinterpret_cast<coreMenuItem*>(param1);
-            menuText = QString::fromLocal8Bit(fieldBytes(entry->text));
-            entry->id = kMenuId;
+        case HostMsg::AddMenuItem:
+            menuText = QString::fromLocal8Bit(fieldBytes(reinterpret_cast<coreMenuItem*>(param1)->text));
+            reinterpret_cast<coreMenuItem*>(param1)->id = kMenuId;
             return 0;
-        }
         case HostMsg::QueryModuleVersion:
             return knowsEveryModule ? 0 : -1;
         default:

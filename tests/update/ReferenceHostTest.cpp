@@ -23,17 +23,10 @@ namespace {
 
 using Texts = std::vector<QByteArray>;
 
-const char kProfile[] = R"({
-    "folders": {"2": "run/config", "101": "run/download"},
-    "installedConfigurations": [
-        {"name": "Stock", "version": "3.3.8", "secondName": "Stock exchange",
-         "configFile": "run/config/stock/terminal.cfg",
-         "modules": [{"name": "core.so", "version": "3.3.8", "fourth": 77},
-                     {"name": "charts.so", "version": "1.2.0"}]},
-        {"name": "Bonds", "version": "1.0.12", "current": true,
-         "modules": [{"name": "core.so", "version": "3.4.0"}]}
-    ]
-})";
+const char kProfile[] = R"({"folders": {"2": "run/config", "101": "run/download"}, "installedConfigurations": [
+    {"name": "Stock", "version": "3.3.8", "secondName": "Stock exchange", "configFile": "run/config/stock/terminal.cfg",
+     "modules": [{"name": "core.so", "version": "3.3.8", "fourth": 77}, {"name": "charts.so", "version": "1.2.0"}]},
+    {"name": "Bonds", "version": "1.0.12", "current": true, "modules": [{"name": "core.so", "version": "3.4.0"}]}]})";
 
 class ReferenceHost : public ::testing::Test {
 protected:
@@ -113,8 +106,7 @@ protected:
 TEST_F(ReferenceHost, AnswersConfigurationsModuleTablesAndConfigurationPathsFromTheProfile)
 {
     const std::vector<coreNameConfig> configs = CInstalledProducts().configurations();
-    EXPECT_EQ(describe(configs), (Texts{"Stock|Stock exchange|3.3.8|0|2", "Bonds||1.0.12|1|1"}));
-    ASSERT_EQ(configs.size(), 2u);
+    ASSERT_EQ(describe(configs), (Texts{"Stock|Stock exchange|3.3.8|0|2", "Bonds||1.0.12|1|1"}));
     EXPECT_NE(value(configs[0].moduleTableId), value(configs[1].moduleTableId));
     EXPECT_EQ(describe(CInstalledProducts().moduleTable(configs[0])),
               (Texts{"core.so|3.3.8|77", "charts.so|1.2.0|0"}));
@@ -137,11 +129,13 @@ TEST_F(ReferenceHost, AnswersConfigurationsModuleTablesAndConfigurationPathsFrom
 
 // Another version or extra text deletes the stale partial file; only the
 // first fresh record of a name counts, and chosen records the list no longer
-// offers stay as they were.
+// offers stay as they were. The same version keeps its file and is stored
+// again to fetch.
 TEST_F(ReferenceHost, AFreshListReplacesChosenRecordsAndDeletesStalePartialFiles)
 {
     recordRun({{"a.so", "1.0.0", "x", 2}, {"b.so", "1.0.0", "x", 1}, {"c.so", "1.0.0", "x", 1},
-               {"d.so", "1.0.0", "x", 1}});
+               {"d.so", "1.0.0", "x", 1}, {"e.so", "1.0.0", "x", 3}});
+    store->changeStateLastDownloadModule(chosenAt(4), 2);
     ASSERT_TRUE(QFile::remove(local("c.so.gz")));
     dlListModule fresh;
     parseFileList(writeListFile(dir, "list.txt",
@@ -149,40 +143,29 @@ TEST_F(ReferenceHost, AFreshListReplacesChosenRecordsAndDeletesStalePartialFiles
                                 "a.so,1.1.0,x,0,/desc/a.txt,/new/a.gz,new title,2048\n"
                                 "a.so,1.0.0,x,0,/d,/second,T,1\n"
                                 "b.so,1.0.0,y,0,/d,/f,T,1\n"
-                                "c.so,2.0.0,x,0,/d,/f,T,1\n"),
+                                "c.so,2.0.0,x,0,/d,/f,T,1\n"
+                                "e.so,1.0.0,x,0,/desc/e.txt,/new/e.gz,new title,10\n"),
                   fresh, QString(), {}, CInstalledProducts(nullptr, nullptr));
     refreshChosenModules(fresh, chosen, *store);
 
     EXPECT_FALSE(QFile::exists(local("a.so.gz")));
     EXPECT_FALSE(QFile::exists(local("b.so.gz")));
     EXPECT_TRUE(QFile::exists(local("d.so.gz")));
+    EXPECT_TRUE(QFile::exists(local("e.so.gz")));
     // The fresh records with no local file and the chosen records' states; a
     // stale record whose file was already gone keeps its path.
     EXPECT_EQ(fields(chosenAt(0)), "a.so|1.1.0|x|0|/new/a.gz|/desc/a.txt|||new title|2.0 Mb|2");
     EXPECT_EQ(fields(chosenAt(1)), "b.so|1.0.0|y|0|/f|/d|||T|1 kb|1");
     EXPECT_EQ(fields(chosenAt(2)), "c.so|2.0.0|x|0|/f|/d|" + local("c.so.gz").toLocal8Bit() + "||T|1 kb|1");
     EXPECT_EQ(dlText(chosenAt(3).serverPath), "/old/d.so.gz");
+    const QByteArray e =
+        "e.so|1.0.0|x|0|/new/e.gz|/desc/e.txt|" + local("e.so.gz").toLocal8Bit() + "||new title|10 kb|3";
+    EXPECT_EQ(fields(chosenAt(4)), e);
     // The stored run names the old versions, which the fresh records do not match.
     const Texts stored = storedToFetch();
-    ASSERT_EQ(stored.size(), 4u);
+    ASSERT_EQ(stored.size(), 5u);
     EXPECT_EQ(stored[0], "a.so|1.0.0|x||/old/a.so.gz||" + local("a.so.gz").toLocal8Bit() + "||old title||2");
-}
-
-TEST_F(ReferenceHost, AFreshRecordOfTheSameVersionKeepsTheFileAndIsStoredAgainToFetch)
-{
-    recordRun({{"a.so", "1.0.0", "x", 3}});
-    store->changeStateLastDownloadModule(chosenAt(0), 2);
-    ASSERT_TRUE(storedToFetch().empty());
-
-    dlListModule fresh;
-    parseFileList(writeListFile(dir, "list.txt", "a.so,1.0.0,x,0,/desc/a.txt,/new/a.gz,new title,10\n"),
-                  fresh, QString(), {}, CInstalledProducts(nullptr, nullptr));
-    refreshChosenModules(fresh, chosen, *store);
-    EXPECT_TRUE(QFile::exists(local("a.so.gz")));
-    const QByteArray expected =
-        "a.so|1.0.0|x|0|/new/a.gz|/desc/a.txt|" + local("a.so.gz").toLocal8Bit() + "||new title|10 kb|3";
-    EXPECT_EQ(fields(chosenAt(0)), expected);
-    EXPECT_EQ(storedToFetch(), Texts{expected});
+    EXPECT_EQ(stored[4], e);
 }
 
 // b.so 2.0.0 is installed in the automatic mode's table, so the fresh list

@@ -6,12 +6,12 @@
 #include <vector>
 
 #include <QByteArray>
-#include <QFile>
 #include <QString>
 #include <QTemporaryDir>
 
 #include "support/InstalledProductsHost.h"
 #include "support/TestHost.h"
+#include "transfer/support/FileHelpers.h"
 #include "update/DlModule.h"
 
 // Failure messages show record texts as text.
@@ -22,12 +22,8 @@ inline void PrintTo(const QByteArray& bytes, std::ostream* out)
 
 inline QString writeListFile(const QTemporaryDir& dir, const QString& name, const QByteArray& bytes)
 {
-    const QString path = dir.filePath(name);
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
-        return QString();
-    file.write(bytes);
-    return path;
+    writeText(dir.filePath(name), bytes);
+    return dir.filePath(name);
 }
 
 // The texts of a list's records, one per record, for compact assertions.
@@ -65,16 +61,14 @@ public:
 // "name|secondName|a.b.c|current|moduleCount" of an installed configuration.
 inline QByteArray describe(const coreNameConfig& c)
 {
-    return fieldBytes(c.name) + '|' + fieldBytes(c.secondName) + '|' + QByteArray::number(c.major)
-           + '.' + QByteArray::number(c.minor) + '.' + QByteArray::number(c.build) + '|'
-           + QByteArray::number(c.current) + '|' + QByteArray::number(c.moduleCount);
+    const QString rest = QString("|%1.%2.%3|%4|%5").arg(c.major).arg(c.minor).arg(c.build).arg(c.current);
+    return fieldBytes(c.name) + '|' + fieldBytes(c.secondName) + rest.arg(c.moduleCount).toLatin1();
 }
 
 // "name|a.b.c|fourth" of an installed module.
 inline QByteArray describe(const coreModuleEntry& m)
 {
-    return fieldBytes(m.name) + '|' + QByteArray::number(m.major) + '.' + QByteArray::number(m.minor)
-           + '.' + QByteArray::number(m.build) + '|' + QByteArray::number(m.fourth);
+    return fieldBytes(m.name) + QString("|%1.%2.%3|%4").arg(m.major).arg(m.minor).arg(m.build).arg(m.fourth).toLatin1();
 }
 
 template <class Record>
