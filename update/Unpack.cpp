@@ -41,7 +41,10 @@ int decompressModule(void* gz, FILE* out)
             gzerror(file, &errnum);
             return errnum == Z_BUF_ERROR ? -1 : 0;
         }
-        std::fwrite(buffer, std::size_t(read), 1, out);
+        // A write the disk refuses (full, or past a size limit) fails the
+        // unpacking: a short module must never reach the updater.
+        if (std::fwrite(buffer, std::size_t(read), 1, out) != 1)
+            return -1;
     }
 }
 
@@ -66,8 +69,9 @@ bool unzipDownloadedModule(dlModule& module, const UnpackedRecorder& recordState
 
     const int result = decompressModule(gz, out);
     gzclose(gz);
-    std::fclose(out);
-    if (result != 0)
+    // Buffered bytes are written at the close; its failure is a short file too.
+    const bool closed = std::fclose(out) == 0;
+    if (result != 0 || !closed)
         return false;
 
     QFile::remove(path);
