@@ -57,12 +57,14 @@ TEST_F(ModuleHostProgramTest, RegistersTheModuleAndForwardsTheModuleArguments)
     EXPECT_TRUE(QFileInfo::exists(dir.filePath("host.log")));
 }
 
-// Bad command lines (1), profiles (2) and libraries (3) stop the host with
-// a message naming what it could not use, before it loads or creates anything.
+// Bad command lines (1), profiles (2, a proxy test's without a proxy too) and
+// libraries (3) stop the host with a message naming what it could not use,
+// before it loads or creates anything.
 TEST_F(ModuleHostProgramTest, WhatCannotBeUsedStopsTheHostNamingIt)
 {
     const QString profile = writeProfile("{}");
     const QString broken = writeProfile(R"({"folders": {"2": "run/config"},)", "broken.json");
+    const QString noProxy = writeProfile(R"({"folders": {"2": "run/config"}})", "plain.json");
     const QString missing = dir.filePath("missing.json");
     const QString noLibrary = dir.filePath("no/libDownloadModule.so.1");
     const QString foreign = QStringLiteral(DM_FOREIGN_LIBRARY);
@@ -74,6 +76,7 @@ TEST_F(ModuleHostProgramTest, WhatCannotBeUsedStopsTheHostNamingIt)
         {{"--headles", missing}, 1, {"unknown option --headles", "usage: module-host"}},
         {{"--headless", broken}, 2, {"profile " + broken + ": ", "at offset"}},
         {{"--headless", missing}, 2, {missing}},
+        {{"--headless", "--proxy-test", "20", noProxy}, 2, {"names no proxy host"}},
         {{"--headless", "--library", noLibrary, profile}, 3, {"cannot load " + noLibrary}},
         {{"--headless", "--library", foreign, profile}, 3, {foreign + " does not export GetModuleInfo"}},
     };
@@ -95,7 +98,7 @@ class ProxyTestThroughEachProxy : public ModuleHostProgramTest,
                                   public ::testing::WithParamInterface<ForwardProxyFamily> {};
 
 INSTANTIATE_TEST_SUITE_P(Proxies, ProxyTestThroughEachProxy, ::testing::ValuesIn(kForwardProxyFamilies),
-                         [](const ::testing::TestParamInfo<ForwardProxyFamily>& info) { return info.param.name; });
+                         ByFamilyName());
 
 TEST_P(ProxyTestThroughEachProxy, GoesThroughTheProfilesProxyAndPrintsTheResult)
 {
@@ -137,15 +140,6 @@ TEST_P(ProxyTestThroughEachProxy, GoesThroughTheProfilesProxyAndPrintsTheResult)
     EXPECT_TRUE(result.out.contains(QStringLiteral("module-host: Download server 127.0.0.1:80 failed\n")))
         << qPrintable(result.out);
     EXPECT_EQ(server.accessLog().size(), 1);
-}
-
-TEST_F(ModuleHostProgramTest, ProxyTestNeedsAProxyInTheProfile)
-{
-    const QString noProxy = writeProfile(R"({"folders": {"2": "run/config"}})", "plain.json");
-    const HostRun result = runModuleHost({"--headless", "--proxy-test", "20", noProxy});
-    EXPECT_EQ(result.exitCode, 2);
-    EXPECT_TRUE(result.err.contains(QStringLiteral("names no proxy host"))) << qPrintable(result.err);
-    EXPECT_FALSE(result.out.contains(QStringLiteral("loaded")));
 }
 
 // The record's credentials going out plain is shown by the proxies above.

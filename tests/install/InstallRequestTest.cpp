@@ -16,12 +16,10 @@
 TEST(UpdaterProgram, FixedPathUnlessTheEnvironmentNamesAnother)
 {
     const QByteArray saved = qgetenv(kUpdaterEnvironmentVariable);
-    for (const char* value : {"", "/opt/test/updater"}) {
-        qputenv(kUpdaterEnvironmentVariable, value);
-        EXPECT_EQ(QString(*value ? value : "/usr/local/bin/updater"), GetPathToUpdaterProgram());
+    for (const char* value : {"", "/opt/test/updater", static_cast<const char*>(nullptr)}) {
+        value ? qputenv(kUpdaterEnvironmentVariable, value) : qunsetenv(kUpdaterEnvironmentVariable);
+        EXPECT_EQ(QString(value && *value ? value : "/usr/local/bin/updater"), GetPathToUpdaterProgram());
     }
-    qunsetenv(kUpdaterEnvironmentVariable);
-    EXPECT_EQ(QString("/usr/local/bin/updater"), GetPathToUpdaterProgram());
     if (!saved.isNull())
         qputenv(kUpdaterEnvironmentVariable, saved);
 }

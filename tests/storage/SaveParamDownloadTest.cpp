@@ -47,17 +47,12 @@ protected:
 
     // Every call hands the file it loaded back to be saved; the tests call
     // each of them.
-    void TearDown() override { expectNoFileOpen(); }
-    void expectNoFileOpen()
-    {
-        EXPECT_EQ(host ? host->store.openFileCount() : 0, 0);
-    }
+    void TearDown() override { EXPECT_EQ(host ? host->store.openFileCount() : 0, 0); }
 
     // A new host with a new store: nothing survives but the file.
     void restartHost()
     {
-        expectNoFileOpen();
-        host.reset();
+        TearDown();
         host = std::make_unique<StoreTestHost>();
     }
 
@@ -79,8 +74,7 @@ protected:
     {
         ParameterStore store;
         std::vector<QStringList> nodes;
-        void* file = store.load(statePath());
-        for (const auto& root : store.tree(file)->top()->children)
+        for (const auto& root : store.tree(store.load(statePath()))->top()->children)
             for (const auto& last : root->children)
                 for (const auto& module : last->children)
                     if (last->name == QStringLiteral("LastDownload")) {
@@ -111,10 +105,10 @@ TEST_F(SaveParamDownloadTest, StartParametersSurviveARestartAndADelaySetByHand)
     saver.saveStartParam(false, true);
     EXPECT_EQ(startParam(true, false), std::make_pair(false, true));
 
-    writeFile(statePath(), "<parameters><node name=\"ParametersDL\"><node name=\"ParamAutoDL\">"
+    writeText(statePath(), "<parameters><node name=\"ParametersDL\"><node name=\"ParamAutoDL\">"
                            "<param name=\"DelayAutoStart\" value=\"-1\"/></node></node></parameters>");
     EXPECT_EQ(delayAutoStart(42), 42);
-    writeFile(statePath(), fileBytes(dataFile("rdd-written-by-hand.rdd")));
+    writeText(statePath(), readFile(dataFile("rdd-written-by-hand.rdd")));
     EXPECT_EQ(delayAutoStart(3), 15);
     EXPECT_EQ(startParam(false, true), std::make_pair(true, false));
     saver.saveStartParam(true, true);
@@ -186,7 +180,7 @@ TEST_F(SaveParamDownloadTest, TheCountBoundsTheModulesSeen)
     // The third is beyond the count: changing it changes nothing.
     saver.changeStateLastDownloadModule(makeModule("c.so"), 6);
     EXPECT_EQ(saver.getCountStateLastDownloadModule(6), 0);
-    EXPECT_FALSE(fileBytes(statePath()).contains("value=\"6\""));
+    EXPECT_FALSE(readFile(statePath()).contains("value=\"6\""));
 
     saver.createLastDownload(10);
     saver.saveLastDownloadModule(makeModule("a.so"), 4);
@@ -202,22 +196,22 @@ TEST_F(SaveParamDownloadTest, ChangeStateNeedsNameVersionAndVersionCore)
 {
     saver.createLastDownload(1);
     saver.saveLastDownloadModule(makeModule("core.so", "1.2.3", "7"), 1);
-    const QByteArray before = fileBytes(statePath());
+    const QByteArray before = readFile(statePath());
     saver.changeStateLastDownloadModule(makeModule("core.so", "1.2.3", "8"), 4);
     saver.changeStateLastDownloadModule(makeModule("core.so", "1.2.4", "7"), 4);
     saver.changeStateLastDownloadModule(makeModule("Core.so", "1.2.3", "7"), 4);
-    EXPECT_EQ(fileBytes(statePath()), before);
+    EXPECT_EQ(readFile(statePath()), before);
     saver.changeStateLastDownloadModule(makeModule("core.so", "1.2.3", "7"), 4);
     EXPECT_EQ(saver.getCountStateLastDownloadModule(4), 1);
 }
 
 TEST_F(SaveParamDownloadTest, ADamagedFileIsDeletedAndLoadedAgain)
 {
-    writeFile(statePath(), fileBytes(dataFile("xml-truncated.rdd")));
+    writeText(statePath(), readFile(dataFile("xml-truncated.rdd")));
     EXPECT_EQ(startParam(true, true), std::make_pair(true, true));  // the callers' values stay
     EXPECT_EQ(host->withCode(HostMsg::LoadParameterFile).size(), 2u);
     EXPECT_EQ(host->withCode(HostMsg::SaveParameterFile).size(), 1u);
-    EXPECT_EQ(fileBytes(statePath()), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+    EXPECT_EQ(readFile(statePath()), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
                                       "<parameters format=\"1\">\n"
                                       "  <node name=\"ParametersDL\"/>\n"
                                       "</parameters>\n");
@@ -229,7 +223,7 @@ TEST_F(SaveParamDownloadTest, ADamagedFileIsDeletedAndLoadedAgain)
 // stay, the counts are empty and no file is saved.
 TEST_F(SaveParamDownloadTest, AHostThatNeverLoadsGivesNothing)
 {
-    writeFile(statePath(), "<parameters/>");
+    writeText(statePath(), "<parameters/>");
     host->extraHandler = [](unsigned int, intptr_t, intptr_t) { return 1; };
     for (const bool withHost : {true, false}) {
         if (!withHost)

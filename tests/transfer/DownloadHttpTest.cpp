@@ -302,6 +302,7 @@ TEST(IdleTimeout, TheLimitComesFromTheSettingsFile)
     } rows[] = {{nullptr, 60},
                 {"[Address]\r\nPath=h\r\n", 60},
                 {"[Network]\r\nIdleTimeout=5\r\n", 5},
+                {"[Network]\r\nIdleTimeout=12s\r\n", 12},  // read as strtol reads: up to the first letter
                 {"[Network]\r\nIdleTimeout=0\r\n", 60},
                 {"[Network]\r\nIdleTimeout=-3\r\n", 60},
                 {"[Network]\r\nIdleTimeout=soon\r\n", 60},
