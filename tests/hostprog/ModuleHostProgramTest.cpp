@@ -1,6 +1,5 @@
 // The built module-host program, run as a process on a temporary profile:
 // what it prints, what it creates and how it exits.
-#include <cstring>
 #include <memory>
 
 #include <QDir>
@@ -9,8 +8,6 @@
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
-#include "host/app/HostProfile.h"
-#include "host/app/HostProxyTest.h"
 #include "ModuleHostRun.h"
 
 namespace {
@@ -140,30 +137,6 @@ TEST_P(ProxyTestThroughEachProxy, GoesThroughTheProfilesProxyAndPrintsTheResult)
     EXPECT_TRUE(result.out.contains(QStringLiteral("module-host: Download server 127.0.0.1:80 failed\n")))
         << qPrintable(result.out);
     EXPECT_EQ(server.accessLog().size(), 1);
-}
-
-// The record's credentials going out plain is shown by the proxies above.
-TEST(HostProxyTestTest, TheReportTrustsNoCountBeyondTheRecord)
-{
-    HostProxy proxy;
-    proxy.host = QStringLiteral("px.example");
-    mwiTesProxy record = proxyTestRecord(proxy, 9);
-    EXPECT_FALSE(proxyTestPassed(record));  // nothing filled is no pass
-    EXPECT_TRUE(proxyTestReport(record).isEmpty());
-
-    std::strcpy(record.results[0].name, "Download server");
-    std::strcpy(record.results[0].host, "update.example");
-    record.results[0].port = 80;
-    record.resultCount = 1;
-    EXPECT_TRUE(proxyTestPassed(record));
-    record.results[9].failed = 1;
-    record.resultCount = 1000;  // cut to the ten entries the record has
-    EXPECT_EQ(proxyTestReport(record).size(), 10);
-    EXPECT_EQ(proxyTestReport(record).first(), QStringLiteral("Download server update.example:80 passed"));
-    EXPECT_TRUE(proxyTestReport(record).last().endsWith(QStringLiteral(" failed")));
-    EXPECT_FALSE(proxyTestPassed(record));
-    record.resultCount = -1;
-    EXPECT_TRUE(proxyTestReport(record).isEmpty());
 }
 
 }  // namespace

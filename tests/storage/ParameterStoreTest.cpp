@@ -20,21 +20,6 @@ protected:
 
 }  // namespace
 
-// Values XML carries as they are go in "value"; the others as their UTF-16LE
-// bytes in base64.
-TEST_F(ParameterStoreTest, TheFileIsReadableXmlWithNamesAndValues)
-{
-    void* file = store.load(path());
-    ParameterNode* node = store.tree(file)->addChild(store.tree(file)->top(), QStringLiteral("N"));
-    node->parameters.emplace_back(QStringLiteral("plain"), QStringLiteral(" <a & b> "));
-    node->parameters.emplace_back(QStringLiteral("control"), QStringLiteral("x") + QChar(1));
-    ASSERT_EQ(store.save(file), 0);
-    const QByteArray xml = readFile(path());
-    EXPECT_TRUE(xml.contains("<param name=\"plain\" value=\" &lt;a &amp; b&gt; \"/>")) << xml.constData();
-    // "x\x01" as bytes 78 00 01 00.
-    EXPECT_TRUE(xml.contains("<param name=\"control\" valueUtf16=\"eAABAA==\"/>")) << xml.constData();
-}
-
 TEST_F(ParameterStoreTest, SavingReplacesTheFileByRenameAndAlwaysReleasesTheHandle)
 {
     const QByteArray handWritten = readFile(dataFile("rdd-written-by-hand.rdd"));
