@@ -158,10 +158,6 @@ TEST_P(ThroughEachProxy, OnlyTheRightCredentialsReachTheServerAndUpdate)
     EXPECT_EQ(server->accessLog(), QStringList());
     const QString origin = server->baseUrl();
     EXPECT_TRUE(proxy->requestLog().contains(origin + "/configDesc.txt")) << qPrintable(proxy->requestLog());
-    // The proxy's own answer, where its log keeps it.
-    if (const int answer = proxy->answerTo(origin + "/configDesc.txt")) {
-        EXPECT_EQ(answer, 407) << qPrintable(proxy->requestLog());
-    }
     expectInstalled({});
 
     ASSERT_NO_FATAL_FAILURE(useProxy("p"));

@@ -205,18 +205,30 @@ TEST_F(SaveParamDownloadTest, ChangeStateNeedsNameVersionAndVersionCore)
     EXPECT_EQ(saver.getCountStateLastDownloadModule(4), 1);
 }
 
+// A damaged state file is deleted and loaded again, the callers' values
+// staying; files with tolerable oddities read like the clean one.
 TEST_F(SaveParamDownloadTest, ADamagedFileIsDeletedAndLoadedAgain)
 {
-    writeText(statePath(), readFile(dataFile("xml-truncated.rdd")));
-    EXPECT_EQ(startParam(true, true), std::make_pair(true, true));  // the callers' values stay
-    EXPECT_EQ(host->withCode(HostMsg::LoadParameterFile).size(), 2u);
-    EXPECT_EQ(host->withCode(HostMsg::SaveParameterFile).size(), 1u);
-    EXPECT_EQ(readFile(statePath()), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-                                      "<parameters format=\"1\">\n"
-                                      "  <node name=\"ParametersDL\"/>\n"
-                                      "</parameters>\n");
+    for (const char* name : {"xml-truncated.rdd", "xml-binary-garbage.rdd", "xml-nul-byte.rdd",
+                             "xml-wrong-root-element.rdd", "xml-odd-length-base64-value.rdd", "xml-empty-file.rdd"}) {
+        SCOPED_TRACE(name);
+        restartHost();
+        writeText(statePath(), readFile(dataFile(name)));
+        EXPECT_EQ(startParam(true, true), std::make_pair(true, true));
+        EXPECT_EQ(host->withCode(HostMsg::LoadParameterFile).size(), 2u);
+        EXPECT_EQ(host->withCode(HostMsg::SaveParameterFile).size(), 1u);
+        EXPECT_EQ(readFile(statePath()), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<parameters format=\"1\">\n"
+                                         "  <node name=\"ParametersDL\"/>\n</parameters>\n");
+    }
     saver.saveStartParam(false, true);
     EXPECT_EQ(startParam(true, true), std::make_pair(false, true));
+    for (const char* name :
+         {"xml-cr-only-line-ends.rdd", "xml-no-final-line-break.rdd", "xml-unknown-elements-and-attributes.rdd"}) {
+        SCOPED_TRACE(name);
+        writeText(statePath(), readFile(dataFile(name)));
+        EXPECT_EQ(startParam(false, true), std::make_pair(true, false));
+        EXPECT_EQ(delayAutoStart(3), 15);
+    }
 }
 
 // A host that refuses every load, then no host at all: the callers' values

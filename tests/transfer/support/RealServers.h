@@ -223,9 +223,6 @@ inline const FileServerFamily kFileServerFamilies[] = {
 class ForwardProxy : public ServerProcess {
 public:
     QString requestLog() const { return readLog(requestLog_); }
-    // The status of the last answer to a request for url, 0 when the proxy
-    // does not log its answers.
-    virtual int answerTo(const QString&) const { return 0; }
 
 protected:
     ForwardProxy(const char* logFile, const char* requestLog) : ServerProcess(logFile), requestLog_(requestLog) {}
@@ -310,17 +307,6 @@ public:
         const QDir shared(QStringLiteral("/dev/shm"));
         for (const QString& segment : shared.entryList({serviceName() + "-*"}, QDir::Files))
             QFile::remove(shared.filePath(segment));
-    }
-
-    int answerTo(const QString& url) const override
-    {
-        int status = 0;
-        for (const QString& line : requestLog().split('\n')) {
-            const QStringList fields = line.split(' ');
-            if (fields.size() > 2 && fields[1] == url)
-                status = fields[2].toInt();
-        }
-        return status;
     }
 
 private:
