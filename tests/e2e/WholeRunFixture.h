@@ -107,6 +107,7 @@ public:
 
     QString hostLog() const { return QString::fromUtf8(readFile(dir.filePath("host.log"))); }
 
+    // Headless, on the script, with the module's log in host.log.
     QStringList hostArguments(const QByteArray& script)
     {
         QFile::remove(dir.filePath("host.log"));
@@ -124,14 +125,17 @@ public:
     }
 
     // Paths the server was asked for, in order.
-    QStringList requestedPaths() const { return pathsOf(server->accessLog()); }
-
-    static QStringList pathsOf(const QStringList& accessLog)
+    QStringList requestedPaths() const
     {
         QStringList paths;
-        for (const QString& line : accessLog)
-            paths << QUrl(line.section('|', 0, 0).section(' ', 1, 1)).path();
+        for (const QString& line : server->accessLog())
+            paths << pathOf(line);
         return paths;
+    }
+
+    static QString pathOf(const QString& accessLogLine)
+    {
+        return QUrl(accessLogLine.section('|', 0, 0).section(' ', 1, 1)).path();
     }
 
     QTemporaryDir dir;

@@ -66,7 +66,7 @@ protected:
     {
         QStringList values;
         for (const QString& line : server->accessLog().mid(from))
-            if (pathsOf({line}).value(0) == QLatin1String(path))
+            if (pathOf(line) == QLatin1String(path))
                 values << line.section('|', field, field);
         return values;
     }

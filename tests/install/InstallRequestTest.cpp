@@ -104,7 +104,4 @@ TEST(InstallRouting, AFileGoesToTheHostsFolderOfItsResolvedType)
             EXPECT_EQ(c.askedType, value(reinterpret_cast<const coreFolder*>(folder.constData())->type));
         }
     }
-    const UpdaterRequest copy = configCopyRequest("/cfg/Main.ini", "/host/folder151");
-    EXPECT_EQ(QStringList({"/cfg/Main.ini", "/host/folder151/Config"}), QStringList({copy.source, copy.destination}));
-    EXPECT_TRUE(copy.copyConfiguration);
 }

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstring>
 #include <memory>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -141,6 +142,12 @@ TEST_F(SaveParamDownloadTest, LastDownloadOfThreeModulesByState)
     EXPECT_TRUE(sameRecord(out[1], news));
     EXPECT_EQ(dlText(out[2].name), "untouched");
 
+    // A change finds its module by name, version and core version, all three.
+    const QByteArray before = readFile(statePath());
+    for (const auto& [name, version, core] : {std::tuple{"core.so", "1.2.3", "8"}, {"core.so", "1.2.4", "7"},
+                                              {"Core.so", "1.2.3", "7"}})
+        saver.changeStateLastDownloadModule(makeModule(name, version, core), 3);
+    EXPECT_EQ(readFile(statePath()), before);
     dlModule changed = news;
     setDlText(changed.localPath, "/tmp/dl/news.so.unpacked");
     changed.state = dlStateFetched;
@@ -190,19 +197,6 @@ TEST_F(SaveParamDownloadTest, TheCountBoundsTheModulesSeen)
     saver.clearLastDownload();
     EXPECT_EQ(saver.getCountLastDownloadModule(), 0);
     EXPECT_TRUE(moduleNodesInFile().empty());
-}
-
-TEST_F(SaveParamDownloadTest, ChangeStateNeedsNameVersionAndVersionCore)
-{
-    saver.createLastDownload(1);
-    saver.saveLastDownloadModule(makeModule("core.so", "1.2.3", "7"), 1);
-    const QByteArray before = readFile(statePath());
-    saver.changeStateLastDownloadModule(makeModule("core.so", "1.2.3", "8"), 4);
-    saver.changeStateLastDownloadModule(makeModule("core.so", "1.2.4", "7"), 4);
-    saver.changeStateLastDownloadModule(makeModule("Core.so", "1.2.3", "7"), 4);
-    EXPECT_EQ(readFile(statePath()), before);
-    saver.changeStateLastDownloadModule(makeModule("core.so", "1.2.3", "7"), 4);
-    EXPECT_EQ(saver.getCountStateLastDownloadModule(4), 1);
 }
 
 // A damaged state file is deleted and loaded again, the callers' values
