@@ -143,11 +143,11 @@ TEST_P(OnEachServer, AManualRunInstallsTheTwoTickedModulesAndKeepsTheOldOne)
 TEST_P(ThroughEachProxy, OnlyTheRightCredentialsReachTheServerAndUpdate)
 {
     ASSERT_NO_FATAL_FAILURE(startServer());
-    const std::unique_ptr<ForwardProxy> proxy = GetParam().make("u", "p", 0);
+    const std::unique_ptr<ForwardProxy> proxy = GetParam().make(0);
     ASSERT_TRUE(proxy->started()) << GetParam().name << " did not start:\n" << qPrintable(proxy->log());
     const auto useProxy = [&](const char* password) {
         writeProfile({{"proxy", QJsonObject{{"state", 1}, {"host", "127.0.0.1"}, {"port", int(proxy->port())},
-                                            {"user", "u"}, {"password", password}}}});
+                                            {"user", "user"}, {"password", password}}}});
     };
 
     ASSERT_NO_FATAL_FAILURE(useProxy("wrong"));
@@ -160,7 +160,7 @@ TEST_P(ThroughEachProxy, OnlyTheRightCredentialsReachTheServerAndUpdate)
     EXPECT_TRUE(proxy->requestLog().contains(origin + "/configDesc.txt")) << qPrintable(proxy->requestLog());
     expectInstalled({});
 
-    ASSERT_NO_FATAL_FAILURE(useProxy("p"));
+    ASSERT_NO_FATAL_FAILURE(useProxy("secret"));
     switchOnAutomaticRun();
     WholeRun run;
     ASSERT_NO_FATAL_FAILURE(runHost(kAutomaticScript, run));

@@ -103,7 +103,7 @@ TEST_P(ProxyTestThroughEachProxy, GoesThroughTheProfilesProxyAndPrintsTheResult)
     writeText(site.filePath("index.html"), "updates\n");
     NginxServer server(site.path());
     ASSERT_TRUE(server.started()) << qPrintable(server.log());
-    const std::unique_ptr<ForwardProxy> proxy = GetParam().make("user", "secret", server.port());
+    const std::unique_ptr<ForwardProxy> proxy = GetParam().make(server.port());
     ASSERT_TRUE(proxy->started()) << GetParam().name << " did not start:\n" << qPrintable(proxy->log());
     ASSERT_TRUE(QDir(dir.path()).mkpath("run/config"));
     writeText(dir.filePath("run/config/download.cfg"), "[Address]\npath=127.0.0.1/updates\n");

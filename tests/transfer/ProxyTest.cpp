@@ -147,7 +147,7 @@ TEST_P(EachProxy, OnlyTheRightCredentialsPassAndAResumeGetsTheRestOnce)
     QTemporaryDir root;
     std::unique_ptr<FileServer> server = kFileServerFamilies[0].make(root.path(), QString(), 0);
     ASSERT_TRUE(server->started()) << qPrintable(server->log());
-    std::unique_ptr<ForwardProxy> proxy = GetParam().make("user", "secret", 0);
+    std::unique_ptr<ForwardProxy> proxy = GetParam().make(0);
     ASSERT_TRUE(proxy->started()) << GetParam().name << " did not start:\n" << qPrintable(proxy->log());
     const QByteArray body = patternBytes(300000, 5);
     writeText(root.filePath(QStringLiteral("Win32/p.bin")), body);
