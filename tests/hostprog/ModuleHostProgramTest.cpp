@@ -1,6 +1,5 @@
 // The built module-host program, run as a process on a temporary profile:
 // what it prints, what it creates and how it exits.
-#include <cstring>
 #include <memory>
 
 #include <QDir>
@@ -9,8 +8,6 @@
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
-#include "host/app/HostProfile.h"
-#include "host/app/HostProxyTest.h"
 #include "ModuleHostRun.h"
 
 namespace {
@@ -57,12 +54,14 @@ TEST_F(ModuleHostProgramTest, RegistersTheModuleAndForwardsTheModuleArguments)
     EXPECT_TRUE(QFileInfo::exists(dir.filePath("host.log")));
 }
 
-// Bad command lines (1), profiles (2) and libraries (3) stop the host with
-// a message naming what it could not use, before it loads or creates anything.
+// Bad command lines (1), profiles (2, a proxy test's without a proxy too) and
+// libraries (3) stop the host with a message naming what it could not use,
+// before it loads or creates anything.
 TEST_F(ModuleHostProgramTest, WhatCannotBeUsedStopsTheHostNamingIt)
 {
     const QString profile = writeProfile("{}");
     const QString broken = writeProfile(R"({"folders": {"2": "run/config"},)", "broken.json");
+    const QString noProxy = writeProfile(R"({"folders": {"2": "run/config"}})", "plain.json");
     const QString missing = dir.filePath("missing.json");
     const QString noLibrary = dir.filePath("no/libDownloadModule.so.1");
     const QString foreign = QStringLiteral(DM_FOREIGN_LIBRARY);
@@ -74,6 +73,7 @@ TEST_F(ModuleHostProgramTest, WhatCannotBeUsedStopsTheHostNamingIt)
         {{"--headles", missing}, 1, {"unknown option --headles", "usage: module-host"}},
         {{"--headless", broken}, 2, {"profile " + broken + ": ", "at offset"}},
         {{"--headless", missing}, 2, {missing}},
+        {{"--headless", "--proxy-test", "20", noProxy}, 2, {"names no proxy host"}},
         {{"--headless", "--library", noLibrary, profile}, 3, {"cannot load " + noLibrary}},
         {{"--headless", "--library", foreign, profile}, 3, {foreign + " does not export GetModuleInfo"}},
     };
@@ -95,7 +95,7 @@ class ProxyTestThroughEachProxy : public ModuleHostProgramTest,
                                   public ::testing::WithParamInterface<ForwardProxyFamily> {};
 
 INSTANTIATE_TEST_SUITE_P(Proxies, ProxyTestThroughEachProxy, ::testing::ValuesIn(kForwardProxyFamilies),
-                         [](const ::testing::TestParamInfo<ForwardProxyFamily>& info) { return info.param.name; });
+                         ByFamilyName());
 
 TEST_P(ProxyTestThroughEachProxy, GoesThroughTheProfilesProxyAndPrintsTheResult)
 {
@@ -103,7 +103,7 @@ TEST_P(ProxyTestThroughEachProxy, GoesThroughTheProfilesProxyAndPrintsTheResult)
     writeText(site.filePath("index.html"), "updates\n");
     NginxServer server(site.path());
     ASSERT_TRUE(server.started()) << qPrintable(server.log());
-    const std::unique_ptr<ForwardProxy> proxy = GetParam().make("user", "secret", server.port());
+    const std::unique_ptr<ForwardProxy> proxy = GetParam().make(server.port());
     ASSERT_TRUE(proxy->started()) << GetParam().name << " did not start:\n" << qPrintable(proxy->log());
     ASSERT_TRUE(QDir(dir.path()).mkpath("run/config"));
     writeText(dir.filePath("run/config/download.cfg"), "[Address]\npath=127.0.0.1/updates\n");
@@ -137,39 +137,6 @@ TEST_P(ProxyTestThroughEachProxy, GoesThroughTheProfilesProxyAndPrintsTheResult)
     EXPECT_TRUE(result.out.contains(QStringLiteral("module-host: Download server 127.0.0.1:80 failed\n")))
         << qPrintable(result.out);
     EXPECT_EQ(server.accessLog().size(), 1);
-}
-
-TEST_F(ModuleHostProgramTest, ProxyTestNeedsAProxyInTheProfile)
-{
-    const QString noProxy = writeProfile(R"({"folders": {"2": "run/config"}})", "plain.json");
-    const HostRun result = runModuleHost({"--headless", "--proxy-test", "20", noProxy});
-    EXPECT_EQ(result.exitCode, 2);
-    EXPECT_TRUE(result.err.contains(QStringLiteral("names no proxy host"))) << qPrintable(result.err);
-    EXPECT_FALSE(result.out.contains(QStringLiteral("loaded")));
-}
-
-// The record's credentials going out plain is shown by the proxies above.
-TEST(HostProxyTestTest, TheReportTrustsNoCountBeyondTheRecord)
-{
-    HostProxy proxy;
-    proxy.host = QStringLiteral("px.example");
-    mwiTesProxy record = proxyTestRecord(proxy, 9);
-    EXPECT_FALSE(proxyTestPassed(record));  // nothing filled is no pass
-    EXPECT_TRUE(proxyTestReport(record).isEmpty());
-
-    std::strcpy(record.results[0].name, "Download server");
-    std::strcpy(record.results[0].host, "update.example");
-    record.results[0].port = 80;
-    record.resultCount = 1;
-    EXPECT_TRUE(proxyTestPassed(record));
-    record.results[9].failed = 1;
-    record.resultCount = 1000;  // cut to the ten entries the record has
-    EXPECT_EQ(proxyTestReport(record).size(), 10);
-    EXPECT_EQ(proxyTestReport(record).first(), QStringLiteral("Download server update.example:80 passed"));
-    EXPECT_TRUE(proxyTestReport(record).last().endsWith(QStringLiteral(" failed")));
-    EXPECT_FALSE(proxyTestPassed(record));
-    record.resultCount = -1;
-    EXPECT_TRUE(proxyTestReport(record).isEmpty());
 }
 
 }  // namespace

@@ -40,11 +40,10 @@ inline HostRun runModuleHost(const QStringList& arguments,
         return result;
     process.write(input);
     process.closeWriteChannel();
-    const bool finished = process.waitForFinished(-1);
+    if (process.waitForFinished(-1) && process.exitStatus() == QProcess::NormalExit)
+        result.exitCode = process.exitCode();
     result.out = QString::fromUtf8(process.readAllStandardOutput());
     result.err = QString::fromUtf8(process.readAllStandardError());
-    if (finished && process.exitStatus() == QProcess::NormalExit)
-        result.exitCode = process.exitCode();
     return result;
 }
 
@@ -52,17 +51,10 @@ inline HostRun runModuleHost(const QStringList& arguments,
 // right after it starts.
 inline void writeAutomaticStart(const QString& downloadDir, bool showWindow)
 {
-    QDir().mkpath(downloadDir);
     writeText(downloadDir + QStringLiteral("/download.rdd"),
-              QByteArray("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-                         "<parameters format=\"1\">\n"
-                         "  <node name=\"ParametersDL\">\n"
-                         "    <node name=\"ParamAutoDL\">\n"
-                         "      <param name=\"AutoDownload\" value=\"1\"/>\n"
-                         "      <param name=\"ShowWindow\" value=\"")
-                  + (showWindow ? "1" : "0") + "\"/>\n"
-                  "      <param name=\"DelayAutoStart\" value=\"0\"/>\n"
-                  "    </node>\n"
-                  "  </node>\n"
-                  "</parameters>\n");
+              QByteArray("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<parameters format=\"1\">"
+                         "<node name=\"ParametersDL\"><node name=\"ParamAutoDL\">"
+                         "<param name=\"AutoDownload\" value=\"1\"/><param name=\"ShowWindow\" value=\"")
+                  + (showWindow ? "1" : "0")
+                  + "\"/><param name=\"DelayAutoStart\" value=\"0\"/></node></node></parameters>\n");
 }

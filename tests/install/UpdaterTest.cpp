@@ -82,13 +82,18 @@ TEST_F(Installer, TheLongestFileNameAFolderAllowsCanBeReplaced)
 }
 
 // A missing source or folder and a name too long are answered through the
-// real updater (HandOverTest.cpp); here, the other errors.
+// real updater (HandOverTest.cpp); here, the other errors, and a backup
+// folder that cannot be made (a file stands in its way): no error changes
+// the destination or leaves a temporary file, and a new file, needing no
+// backup, goes in all the same.
 TEST_F(Installer, FailuresChangeNothingInTheDestination)
 {
     ASSERT_TRUE(writeText(dest + "/quotes.so", "old quotes"));
     for (const QString& folder : {dest + "/folder.so", src + "/folder.so", dest + "/folder2.so"})
         ASSERT_TRUE(QDir().mkpath(folder));
     ASSERT_TRUE(writeText(src + "/folder2.so", "x"));
+    ASSERT_TRUE(writeText(root.filePath("blocked"), "a file, not a folder"));
+    CFileInstaller blocked(root.filePath("blocked/Backup"), nullptr);
     const QStringList before = filesBelow(dest);
 
     EXPECT_EQ(ENOTDIR, installer.install(src + "/quotes.so", dest + "/quotes.so", false));
@@ -96,24 +101,10 @@ TEST_F(Installer, FailuresChangeNothingInTheDestination)
     EXPECT_EQ(EISDIR, installer.install(src + "/folder2.so", dest, false));
     EXPECT_EQ(EINVAL, installer.install(QString(), dest, false));
     EXPECT_EQ(EINVAL, installer.install(src + "/quotes.so", QString(), false));
+    EXPECT_EQ(ENOTDIR, blocked.install(src + "/quotes.so", dest, false));
 
     EXPECT_EQ(before, filesBelow(dest));
     EXPECT_EQ(QByteArray("old quotes"), readFile(dest + "/quotes.so"));
-}
-
-TEST_F(Installer, NoBackupNoReplacement)
-{
-    // The backup folder cannot be made (a file stands in its way): the old
-    // file must stay, and no temporary file may be left behind.
-    ASSERT_TRUE(writeText(root.filePath("blocked"), "a file, not a folder"));
-    CFileInstaller blocked(root.filePath("blocked/Backup"), nullptr);
-    ASSERT_TRUE(writeText(dest + "/quotes.so", "old quotes"));
-
-    EXPECT_EQ(ENOTDIR, blocked.install(src + "/quotes.so", dest, false));
-    EXPECT_EQ(QByteArray("old quotes"), readFile(dest + "/quotes.so"));
-    EXPECT_EQ(QStringList{"quotes.so"}, filesBelow(dest));
-
-    // A new file needs no backup and goes in all the same.
     ASSERT_TRUE(writeText(src + "/fresh.so", "fresh"));
     EXPECT_EQ(0, blocked.install(src + "/fresh.so", dest, false));
 }

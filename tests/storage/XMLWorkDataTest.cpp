@@ -9,6 +9,7 @@
 
 #include "StorageFiles.h"
 #include "protocol/HostMessages.h"
+#include "protocol/StorageRecords.h"
 #include "storage/XMLWorkData.h"
 
 namespace {
@@ -133,22 +134,6 @@ TEST_F(XMLWorkDataTest, CreatesAndIteratesOverChildrenOfOneName)
     EXPECT_EQ(root->getFirstNode("Missing"), nullptr);
 }
 
-// With nothing left to send, 3168 goes without items.
-TEST_F(XMLWorkDataTest, ClearNodeThenWriteLeavesTheNodeEmptyInTheHost)
-{
-    auto root = open("Root");
-    root->writeString("k", "v");
-    root->writeParameters();
-    delete root->createNode("Child", coreXmlOpenExisting);
-    root = open("Root");
-    root->clearNode();
-    EXPECT_TRUE(root->getParams().empty() && root->getChildren().empty());
-    EXPECT_EQ(root->getFirstNode("Child"), nullptr);
-    root->writeParameters();
-    EXPECT_TRUE(hostNode(*root)->parameters.empty() && hostNode(*root)->children.empty());
-    EXPECT_EQ(host.withCode(HostMsg::WriteNodeItems).back().param2, 0);
-}
-
 // Without a callback nothing is sent; through a host that gives the node no
 // handle only the open is. Readers return their defaults either way, and the
 // unopened node is not read, written or cleared in the host's top level.
@@ -203,4 +188,41 @@ TEST(XMLWorkDataRecords, HugeCountsLongNamesAndValuesInSeparateArrays)
     root.writeString("b", QString(300, QChar('v')));
     root.writeParameters();
     EXPECT_EQ(inlineFlags, (std::vector<int32_t>{0, 0}));
+}
+
+// A host may answer a node's items (3167) with a value held in the record
+// itself (inlineValue set) instead of in the array the module gave it; the
+// reference store never does, so this host does it by hand, beside a value
+// written the usual way.
+TEST(XMLWorkDataRecords, AValueTheHostReturnsInlineIsReadFromTheRecord)
+{
+    TestHost host;
+    const std::u16string inlineText = u"inline \u00e9", pointerText = u"by pointer";
+    host.extraHandler = [&](unsigned int code, intptr_t, intptr_t param2) {
+        if (code == HostMsg::NodeItemCount) {
+            *reinterpret_cast<int32_t*>(param2) = 2;
+        } else if (code == HostMsg::NodeItemLengths) {
+            auto* lengths = reinterpret_cast<coreSzLengths*>(param2);
+            lengths->lengths[0] = 1;  // the inline one needs no array
+            lengths->lengths[1] = int32_t(pointerText.size() + 1);
+        } else if (code == HostMsg::ReadNodeItems) {
+            auto* node = reinterpret_cast<coreSzNode*>(param2);
+            coreSzItem& inlined = node->items[0];
+            std::strcpy(inlined.name, "a");
+            std::memset(inlined.value.text, 0x41, sizeof inlined.value.text);  // no NUL past the text
+            std::memcpy(inlined.value.text, inlineText.c_str(), sizeof(char16_t) * (inlineText.size() + 1));
+            inlined.inlineValue = 1;
+            coreSzItem& pointed = node->items[1];
+            std::strcpy(pointed.name, "b");
+            std::memcpy(pointed.value.pointer, pointerText.c_str(), sizeof(char16_t) * (pointerText.size() + 1));
+        }
+        return 0;
+    };
+    CXMLWorkData root(&host, reinterpret_cast<void*>(intptr_t(1)), reinterpret_cast<void*>(intptr_t(7)),
+                      &TestHost::send);
+    QString a, b;
+    root.readString("a", QString(), a);
+    root.readString("b", QString(), b);
+    EXPECT_EQ(QString::fromStdU16String(inlineText), a);
+    EXPECT_EQ(QString::fromStdU16String(pointerText), b);
 }

@@ -1,22 +1,18 @@
 #pragma once
 // Real servers for tests that are about a real server: Debian's nginx and
-// lighttpd serving a folder, tinyproxy and squid with Basic authentication.
-// Each is started on a free loopback port with a generated configuration in
-// its own temporary folder, and stopped when the object goes away, also when
-// the test failed.
+// lighttpd serving a folder, tinyproxy and squid with Basic authentication,
+// each on a free loopback port with a generated configuration in a temporary
+// folder of its own, stopped when the object goes away, also when the test
+// failed. A start that fails fails within seconds, and log() says why.
 #include <memory>
 #include <ostream>
-#include <vector>
+#include <string>
 
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <QDir>
-#include <QFile>
 #include <QProcess>
-#include <QStringList>
 #include <QTcpServer>
-#include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QThread>
 
@@ -37,11 +33,25 @@ public:
     ServerProcess& operator=(const ServerProcess&) = delete;
     virtual ~ServerProcess()
     {
-        if (!running())
-            return;
-        process_.terminate();
-        if (!process_.waitForFinished(10000))
+        if (running()) {
+            process_.terminate();
+            if (!process_.waitForFinished(10000))
+                stop();
+        }
+    }
+
+    // Starts the program (again); true once it listens on the port itself.
+    bool start()
+    {
+        // Output to files: a server left behind by a crashed test must not
+        // hold the test runner's pipes open.
+        process_.setStandardOutputFile(path("stdout.log"), QIODevice::Append);
+        process_.setStandardErrorFile(path("stderr.log"), QIODevice::Append);
+        process_.start(program_, arguments_);
+        started_ = process_.waitForStarted() && waitForListener();
+        if (!started_)
             stop();
+        return started_;
     }
 
     // Ends the server at once, cutting every connection, as an outage would.
@@ -57,49 +67,27 @@ public:
     bool started() const { return started_; }
     quint16 port() const { return port_; }
 
-    // Why a start failed, or what the server said: the program's own log
-    // files and what it printed.
+    // Why a start failed, or what the server said: its own log and what it printed.
     QString log() const
     {
-        QString text = process_.error() == QProcess::FailedToStart
+        const QString failed = process_.error() == QProcess::FailedToStart
             ? QStringLiteral("%1: %2\n").arg(process_.program(), process_.errorString())
             : QString();
-        for (const char* name : logFiles())
-            text += readLog(name);
-        return text + readLog("stdout.log") + readLog("stderr.log");
+        return failed + readLog(logFile_) + readLog("stdout.log") + readLog("stderr.log");
     }
 
 protected:
-    ServerProcess() : port_(freeLoopbackPort()) {}
+    explicit ServerProcess(const char* logFile) : logFile_(logFile) {}
 
-    // The folder's log files that say why the program stopped.
-    virtual std::vector<const char*> logFiles() const = 0;
-
-    // Starts the program (again); true once it listens on the port itself. A
-    // program that exits or never listens fails the start within seconds.
-    bool startProgram(const QString& program, const QStringList& arguments)
+    void setProgram(const char* program, const QStringList& arguments)
     {
-        // Output to files: a server left behind by a crashed test must not
-        // hold the test runner's pipes open.
-        process_.setStandardOutputFile(dir_.filePath(QStringLiteral("stdout.log")), QIODevice::Append);
-        process_.setStandardErrorFile(dir_.filePath(QStringLiteral("stderr.log")), QIODevice::Append);
-        process_.start(program, arguments);
-        started_ = process_.waitForStarted() && waitForListener();
-        if (!started_)
-            stop();
-        return started_;
+        program_ = QLatin1String(program);
+        arguments_ = arguments;
     }
-
     QString path(const char* name) const { return dir_.filePath(QLatin1String(name)); }
     QByteArray tmp() const { return dir_.path().toLocal8Bit(); }
-    QString readLog(const char* name) const
-    {
-        QFile log(path(name));
-        log.open(QIODevice::ReadOnly);
-        return QString::fromLocal8Bit(log.readAll());
-    }
-    // For a server that drops its privileges: its folder open to every user.
-    void openFolderToAll() const { chmod(tmp().constData(), 0777); }
+    QByteArray portText() const { return QByteArray::number(port_); }
+    QString readLog(const char* name) const { return QString::fromLocal8Bit(readFile(path(name))); }
 
 private:
     // A start that failed half way can leave QProcess holding a process id
@@ -107,43 +95,29 @@ private:
     bool running() const { return process_.state() != QProcess::NotRunning && process_.processId() > 0; }
 
     // A connection alone proves nothing: when the port was taken meanwhile,
-    // whoever took it answers. The listening socket must be the program's.
-    bool waitForListener()
+    // whoever took it answers. The socket listening on 127.0.0.1:port
+    // (/proc/net/tcp: "sl local rem st ... uid timeout inode") must be the
+    // program's.
+    bool waitForListener() const
     {
-        for (int attempt = 0; attempt < 500; ++attempt) {
-            if (process_.state() == QProcess::NotRunning)
-                return false;
-            const QByteArray socket = listeningSocket(port_);
-            if (!socket.isEmpty())
-                return holdsSocket(process_.processId(), socket);
+        const QByteArray local = "0100007F:" + QByteArray::number(port_, 16).toUpper().rightJustified(4, '0');
+        for (int attempt = 0; attempt < 500 && process_.state() != QProcess::NotRunning; ++attempt) {
+            for (const QByteArray& line : readFile(QStringLiteral("/proc/net/tcp")).split('\n')) {
+                const QList<QByteArray> fields = line.simplified().split(' ');
+                if (fields.size() > 9 && fields[1] == local && fields[3] == "0A")
+                    return holdsSocket("socket:[" + fields[9] + "]");
+            }
             QThread::msleep(20);
         }
         return false;
     }
 
-    // "socket:[inode]" of the socket listening on 127.0.0.1:port, empty when
-    // there is none (/proc/net/tcp: "sl local rem st ... uid timeout inode").
-    static QByteArray listeningSocket(quint16 port)
+    bool holdsSocket(const QByteArray& socket) const
     {
-        QFile table(QStringLiteral("/proc/net/tcp"));
-        if (!table.open(QIODevice::ReadOnly))
-            return QByteArray();
-        const QByteArray local = "0100007F:" + QByteArray::number(port, 16).toUpper().rightJustified(4, '0');
-        for (const QByteArray& line : table.readAll().split('\n')) {
-            const QList<QByteArray> fields = line.simplified().split(' ');
-            if (fields.size() > 9 && fields[1] == local && fields[3] == "0A")
-                return "socket:[" + fields[9] + "]";
-        }
-        return QByteArray();
-    }
-
-    static bool holdsSocket(qint64 pid, const QByteArray& socket)
-    {
-        const QString fds = QStringLiteral("/proc/%1/fd").arg(pid);
+        const QString fds = QStringLiteral("/proc/%1/fd").arg(process_.processId());
         for (const QString& fd : QDir(fds).entryList(QDir::System | QDir::NoDotAndDotDot)) {
             char target[64] = {};
-            const ssize_t length = readlink(QFile::encodeName(fds + QLatin1Char('/') + fd).constData(), target,
-                                            sizeof target - 1);
+            const ssize_t length = readlink(QFile::encodeName(fds + '/' + fd).constData(), target, sizeof target - 1);
             if (length > 0 && socket == QByteArray(target, int(length)))
                 return true;
         }
@@ -152,221 +126,168 @@ private:
 
     QTemporaryDir dir_;
     QProcess process_;
-    quint16 port_ = 0;
+    QString program_;
+    QStringList arguments_;
+    const char* logFile_;
+    quint16 port_ = freeLoopbackPort();
     bool started_ = false;
 };
 
 // A web server serving a folder over HTTP/1.1, answering Range with 206.
+// With slowPath, that one file is sent at bytesPerSecond, so that a test can
+// act while it is half way.
 class FileServer : public ServerProcess {
 public:
-    // Starts the server (again) on its port; true once it accepts connections.
-    virtual bool start() = 0;
     QString baseUrl() const { return QStringLiteral("http://127.0.0.1:%1").arg(port()); }
     // One line per finished request: "GET /path HTTP/1.1|status|Range header|body bytes",
     // "-" for a missing Range; the path as the client wrote it (absolute or not).
-    QStringList accessLog() const { return readLog("access.log").split(QLatin1Char('\n'), Qt::SkipEmptyParts); }
+    QStringList accessLog() const { return readLog("access.log").split('\n', Qt::SkipEmptyParts); }
+
+protected:
+    FileServer() : ServerProcess("error.log") {}
 };
 
 class NginxServer : public FileServer {
 public:
-    // Serves documentRoot; Range requests are answered with 206 by nginx
-    // itself. With slowPath, that one file is sent at bytesPerSecond, so that
-    // a test can act while it is half way.
-    explicit NginxServer(const QString& documentRoot, const QString& slowPath = QString(),
-                         int bytesPerSecond = 0)
+    explicit NginxServer(const QString& root, const QString& slowPath = QString(), int bytesPerSecond = 0)
     {
-        const QByteArray throttle = slowPath.isEmpty()
-            ? QByteArray()
-            : "    location = " + slowPath.toLocal8Bit() + " {\n"
-              "      limit_rate " + QByteArray::number(bytesPerSecond) + ";\n"
-              "    }\n";
+        const QByteArray throttle = slowPath.isEmpty() ? QByteArray()
+            : "location = " + slowPath.toLocal8Bit() + " { limit_rate " + QByteArray::number(bytesPerSecond) + "; }\n";
         writeText(path("nginx.conf"),
-                  "daemon off;\n"
-                  "master_process off;\n"
-                  "worker_processes 1;\n"
-                  "pid " + tmp() + "/nginx.pid;\n"
-                  "error_log " + tmp() + "/error.log;\n"
+                  "daemon off;\nmaster_process off;\nworker_processes 1;\n"
+                  "pid " + tmp() + "/nginx.pid;\nerror_log " + tmp() + "/error.log;\n"
                   "events { worker_connections 64; }\n"
                   "http {\n"
-                  "  log_format requests '$request|$status|$http_range|$body_bytes_sent';\n"
-                  "  access_log " + tmp() + "/access.log requests;\n"
-                  "  client_body_temp_path " + tmp() + "/body;\n"
-                  "  proxy_temp_path " + tmp() + "/proxy;\n"
-                  "  fastcgi_temp_path " + tmp() + "/fastcgi;\n"
-                  "  default_type application/octet-stream;\n"
-                  "  sendfile on;\n"
-                  "  server {\n"
-                  "    listen 127.0.0.1:" + QByteArray::number(port()) + ";\n"
-                  "    root " + documentRoot.toLocal8Bit() + ";\n"
-                  + throttle +
-                  "  }\n"
-                  "}\n");
+                  "log_format requests '$request|$status|$http_range|$body_bytes_sent';\n"
+                  "access_log " + tmp() + "/access.log requests;\n"
+                  "client_body_temp_path " + tmp() + "/body;\nproxy_temp_path " + tmp() + "/proxy;\n"
+                  "fastcgi_temp_path " + tmp() + "/fastcgi;\n"
+                  "default_type application/octet-stream;\nsendfile on;\n"
+                  "server { listen 127.0.0.1:" + portText() + ";\nroot " + root.toLocal8Bit() + ";\n"
+                  + throttle + "}\n}\n");
+        setProgram("/usr/sbin/nginx", {"-p", tmp(), "-e", path("error.log"), "-c", path("nginx.conf")});
         start();
     }
-
-    bool start() override
-    {
-        return startProgram(QStringLiteral("/usr/sbin/nginx"),
-                            {QStringLiteral("-p"), QString::fromLocal8Bit(tmp()), QStringLiteral("-e"),
-                             path("error.log"), QStringLiteral("-c"), path("nginx.conf")});
-    }
-
-protected:
-    std::vector<const char*> logFiles() const override { return {"error.log"}; }
 };
 
 class LighttpdServer : public FileServer {
 public:
-    // As NginxServer; lighttpd throttles in whole KiB per second.
-    explicit LighttpdServer(const QString& documentRoot, const QString& slowPath = QString(),
-                            int bytesPerSecond = 0)
+    // lighttpd throttles in whole KiB per second.
+    explicit LighttpdServer(const QString& root, const QString& slowPath = QString(), int bytesPerSecond = 0)
     {
-        const QByteArray throttle = slowPath.isEmpty()
-            ? QByteArray()
-            : "$HTTP[\"url\"] == \"" + slowPath.toLocal8Bit() + "\" {\n"
-              "  connection.kbytes-per-second = " + QByteArray::number(qMax(1, bytesPerSecond / 1024)) + "\n"
-              "}\n";
+        const QByteArray throttle = slowPath.isEmpty() ? QByteArray()
+            : "$HTTP[\"url\"] == \"" + slowPath.toLocal8Bit() + "\" { connection.kbytes-per-second = "
+                + QByteArray::number(qMax(1, bytesPerSecond / 1024)) + " }\n";
         // The access log goes through a pipe: lighttpd writes to a file only
         // now and then, to a pipe at the end of every request.
         writeText(path("lighttpd.conf"),
-                  "server.document-root = \"" + documentRoot.toLocal8Bit() + "\"\n"
-                  "server.bind = \"127.0.0.1\"\n"
-                  "server.port = " + QByteArray::number(port()) + "\n"
-                  "server.errorlog = \"" + tmp() + "/error.log\"\n"
-                  "server.pid-file = \"" + tmp() + "/lighttpd.pid\"\n"
-                  "server.stat-cache-engine = \"disable\"\n"
+                  "server.document-root = \"" + root.toLocal8Bit() + "\"\nserver.bind = \"127.0.0.1\"\n"
+                  "server.port = " + portText() + "\nserver.errorlog = \"" + tmp() + "/error.log\"\n"
+                  "server.pid-file = \"" + tmp() + "/lighttpd.pid\"\nserver.stat-cache-engine = \"disable\"\n"
                   "server.modules = (\"mod_accesslog\")\n"
                   "accesslog.filename = \"|exec /bin/cat >> '" + tmp() + "/access.log'\"\n"
                   "accesslog.format = \"%r|%>s|%{Range}i|%b\"\n"
-                  "mimetype.assign = (\"\" => \"application/octet-stream\")\n"
-                  + throttle);
+                  "mimetype.assign = (\"\" => \"application/octet-stream\")\n" + throttle);
+        setProgram("/usr/sbin/lighttpd", {"-D", "-f", path("lighttpd.conf")});
         start();
     }
-
-    bool start() override
-    {
-        return startProgram(QStringLiteral("/usr/sbin/lighttpd"),
-                            {QStringLiteral("-D"), QStringLiteral("-f"), path("lighttpd.conf")});
-    }
-
-protected:
-    std::vector<const char*> logFiles() const override { return {"error.log"}; }
 };
 
-// The server families a test about "a real server" runs against, by name.
-struct FileServerFamily {
-    const char* name;
-    std::unique_ptr<FileServer> (*make)(const QString& documentRoot, const QString& slowPath, int bytesPerSecond);
+// Names a parameterised test after its family.
+struct ByFamilyName {
+    template <class Info>
+    std::string operator()(const Info& info) const { return info.param.name; }
 };
 
-template <class Server>
-std::unique_ptr<FileServer> makeFileServer(const QString& documentRoot, const QString& slowPath, int bytesPerSecond)
+template <class Base, class Server, class... Arguments>
+std::unique_ptr<Base> makeServer(Arguments... arguments)
 {
-    return std::make_unique<Server>(documentRoot, slowPath, bytesPerSecond);
+    return std::make_unique<Server>(arguments...);
 }
 
-inline std::ostream& operator<<(std::ostream& out, const FileServerFamily& family) { return out << family.name; }
-
-inline const FileServerFamily kFileServerFamilies[] = {
-    {"Nginx", &makeFileServer<NginxServer>},
-    {"Lighttpd", &makeFileServer<LighttpdServer>},
+// The server families a test about "a real server" runs against.
+struct FileServerFamily {
+    const char* name;
+    std::unique_ptr<FileServer> (*make)(const QString& root, const QString& slowPath, int bytesPerSecond);
+    friend std::ostream& operator<<(std::ostream& out, const FileServerFamily& family) { return out << family.name; }
 };
 
-// An HTTP forward proxy with Basic authentication. Its log names every URL
-// it was asked for.
+inline const FileServerFamily kFileServerFamilies[] = {
+    {"Nginx", &makeServer<FileServer, NginxServer>},
+    {"Lighttpd", &makeServer<FileServer, LighttpdServer>},
+};
+
+// An HTTP forward proxy that lets only "user" with password "secret" through
+// (Basic authentication); with upstreamPort it passes every request on to
+// that loopback port (an nginx answers absolute URIs like a proxy chain's
+// end). Its log names every URL it was asked for.
 class ForwardProxy : public ServerProcess {
 public:
-    virtual QString requestLog() const = 0;
-    // The status of the last answer to a request for url, 0 when the proxy
-    // does not log its answers.
-    virtual int answerTo(const QString&) const { return 0; }
+    QString requestLog() const { return readLog(requestLog_); }
+
+protected:
+    ForwardProxy(const char* logFile, const char* requestLog) : ServerProcess(logFile), requestLog_(requestLog) {}
+
+private:
+    const char* requestLog_;
 };
 
 class TinyProxy : public ForwardProxy {
 public:
-    // With upstreamPort, every request is passed on to the HTTP proxy on that
-    // loopback port (an nginx answers absolute URIs like a proxy chain's end).
-    TinyProxy(const QByteArray& user, const QByteArray& password, quint16 upstreamPort = 0)
+    explicit TinyProxy(quint16 upstreamPort = 0) : ForwardProxy("tinyproxy.log", "tinyproxy.log")
     {
         writeText(path("tinyproxy.conf"),
-                  "Port " + QByteArray::number(port()) + "\n"
-                  "Listen 127.0.0.1\n"
-                  "Timeout 60\n"
-                  "LogFile \"" + tmp() + "/tinyproxy.log\"\n"
-                  "LogLevel Info\n"
-                  "MaxClients 20\n"
-                  "Allow 127.0.0.1\n"
-                  "DisableViaHeader Yes\n"
-                  "BasicAuth " + user + " " + password + "\n"
-                  + (upstreamPort ? "Upstream http 127.0.0.1:" + QByteArray::number(upstreamPort) + "\n"
-                                  : QByteArray()));
-        startProgram(QStringLiteral("/usr/bin/tinyproxy"),
-                     {QStringLiteral("-d"), QStringLiteral("-c"), path("tinyproxy.conf")});
+                  "Port " + portText() + "\nListen 127.0.0.1\nTimeout 60\nLogFile \"" + tmp()
+                      + "/tinyproxy.log\"\nLogLevel Info\nMaxClients 20\nAllow 127.0.0.1\n"
+                        "DisableViaHeader Yes\nBasicAuth user secret\n"
+                      + (upstreamPort ? "Upstream http 127.0.0.1:" + QByteArray::number(upstreamPort) + "\n" : ""));
+        setProgram("/usr/bin/tinyproxy", {"-d", "-c", path("tinyproxy.conf")});
+        start();
     }
-    QString requestLog() const override { return readLog("tinyproxy.log"); }
-
-protected:
-    std::vector<const char*> logFiles() const override { return {"tinyproxy.log"}; }
 };
 
 // squid as a corporate caching proxy: Basic authentication through its
 // basic_ncsa_auth helper and a generated password file, a disk cache of its
 // own, and ranged requests filled from the whole object, which it fetches
-// and keeps (range_offset_limit -1).
+// and keeps (range_offset_limit -1). Its request log has one line per
+// request: "METHOD URL status Range".
 class SquidProxy : public ForwardProxy {
 public:
-    SquidProxy(const QByteArray& user, const QByteArray& password, quint16 upstreamPort = 0)
+    explicit SquidProxy(quint16 upstreamPort = 0) : ForwardProxy("cache.log", "access.log")
     {
         // Started as root, squid runs as "proxy": its folder, its cache and
         // the password file its helper reads must be open to that user.
-        openFolderToAll();
-        const bool root = geteuid() == 0;
-        QProcess hash;
-        hash.start(QStringLiteral("openssl"), {QStringLiteral("passwd"), QStringLiteral("-apr1"),
-                                               QString::fromLocal8Bit(password)});
-        const QByteArray hashed = hash.waitForFinished() ? hash.readAllStandardOutput().trimmed() : QByteArray();
-        if (!hashed.startsWith("$apr1$")) {
-            writeText(path("stderr.log"), "openssl passwd -apr1 gave no hash: " + hash.errorString().toLocal8Bit()
-                                              + hash.readAllStandardError());
-            return;
-        }
-        writeText(path("passwd"), user + ":" + hashed + "\n");
+        chmod(tmp().constData(), 0777);
+        writeText(path("passwd"), "user:$apr1$dmtest$lNUI8DkfZ8R5mNpKUV1tf.\n");  // openssl passwd -apr1 secret
         chmod(QFile::encodeName(path("passwd")).constData(), 0644);
-        const QByteArray parent = upstreamPort
-            ? "cache_peer 127.0.0.1 parent " + QByteArray::number(upstreamPort) + " 0 no-query default\n"
-              "never_direct allow all\n"
-            : QByteArray();
         writeText(path("squid.conf"),
-                  "http_port 127.0.0.1:" + QByteArray::number(port()) + "\n"
-                  "pid_filename " + tmp() + "/squid.pid\n"
-                  + (root ? "cache_effective_user proxy\n" : "") +
-                  "cache_dir ufs " + tmp() + "/cache 16 4 4\n"
-                  "coredump_dir " + tmp() + "\n"
+                  "http_port 127.0.0.1:" + portText() + "\npid_filename " + tmp() + "/squid.pid\n"
+                  + (geteuid() == 0 ? "cache_effective_user proxy\n" : "") +
+                  "cache_dir ufs " + tmp() + "/cache 16 4 4\ncoredump_dir " + tmp() + "\n"
                   "logformat requests %rm %ru %>Hs %{Range}>h\n"
-                  "access_log stdio:" + tmp() + "/access.log requests\n"
-                  "cache_log " + tmp() + "/cache.log\n"
-                  "cache_store_log none\n"
-                  "netdb_filename none\n"
-                  "pinger_enable off\n"
-                  "visible_hostname localhost\n"
-                  "shutdown_lifetime 0 seconds\n"
-                  "range_offset_limit -1\n"
+                  "access_log stdio:" + tmp() + "/access.log requests\ncache_log " + tmp() + "/cache.log\n"
+                  "cache_store_log none\nnetdb_filename none\npinger_enable off\nvisible_hostname localhost\n"
+                  "shutdown_lifetime 0 seconds\nrange_offset_limit -1\n"
                   "auth_param basic program /usr/lib/squid/basic_ncsa_auth " + tmp() + "/passwd\n"
-                  "auth_param basic children 2 startup=1\n"
-                  "auth_param basic realm updates\n"
-                  "acl users proxy_auth REQUIRED\n"
-                  "http_access allow users\n"
-                  "http_access deny all\n"
-                  + parent);
+                  "auth_param basic children 2 startup=1\nauth_param basic realm updates\n"
+                  "acl users proxy_auth REQUIRED\nhttp_access allow users\nhttp_access deny all\n"
+                  + (upstreamPort ? "cache_peer 127.0.0.1 parent " + QByteArray::number(upstreamPort)
+                                        + " 0 no-query default\nnever_direct allow all\n"
+                                  : QByteArray()));
+        // The service name prefixes squid's shared memory segments: one per
+        // proxy, so that proxies of tests side by side, or of one killed
+        // before, never share them.
+        const QStringList arguments{"-N", "-n", serviceName(), "-f", path("squid.conf")};
         // The cache's folders are made by a first run of its own (-z).
         QProcess makeCache;
         makeCache.setProcessChannelMode(QProcess::MergedChannels);
-        makeCache.start(QStringLiteral("/usr/sbin/squid"), arguments({QStringLiteral("-z")}));
+        makeCache.start(QStringLiteral("/usr/sbin/squid"), QStringList{"-z"} + arguments);
         if (!makeCache.waitForFinished(30000) || makeCache.exitCode() != 0) {
             writeText(path("stderr.log"), makeCache.readAll());
             return;
         }
-        startProgram(QStringLiteral("/usr/sbin/squid"), arguments({}));
+        setProgram("/usr/sbin/squid", arguments);
+        start();
     }
     // squid takes seconds to shut down even when told to waste none; the
     // test is over, so it is ended at once, and the shared memory it would
@@ -375,53 +296,21 @@ public:
     {
         stop();
         const QDir shared(QStringLiteral("/dev/shm"));
-        for (const QString& segment : shared.entryList({serviceName() + QStringLiteral("-*")}, QDir::Files))
+        for (const QString& segment : shared.entryList({serviceName() + "-*"}, QDir::Files))
             QFile::remove(shared.filePath(segment));
     }
 
-    // One line per request: "METHOD URL status Range".
-    QString requestLog() const override { return readLog("access.log"); }
-    int answerTo(const QString& url) const override
-    {
-        int status = 0;
-        for (const QString& line : requestLog().split(QLatin1Char('\n'))) {
-            const QStringList fields = line.split(QLatin1Char(' '));
-            if (fields.size() > 2 && fields[1] == url)
-                status = fields[2].toInt();
-        }
-        return status;
-    }
-
-protected:
-    std::vector<const char*> logFiles() const override { return {"cache.log"}; }
-
 private:
-    // The service name prefixes squid's shared memory segments
-    // (/dev/shm/NAME-cf__queues.shm, ...): one per proxy, so that proxies of
-    // tests running side by side, or one killed before, never share them.
     QString serviceName() const { return QStringLiteral("dmtest%1").arg(port()); }
-    QStringList arguments(QStringList more) const
-    {
-        return more << QStringLiteral("-N") << QStringLiteral("-n") << serviceName() << QStringLiteral("-f")
-                    << path("squid.conf");
-    }
 };
 
 struct ForwardProxyFamily {
     const char* name;
-    std::unique_ptr<ForwardProxy> (*make)(const QByteArray& user, const QByteArray& password, quint16 upstreamPort);
+    std::unique_ptr<ForwardProxy> (*make)(quint16 upstreamPort);
+    friend std::ostream& operator<<(std::ostream& out, const ForwardProxyFamily& family) { return out << family.name; }
 };
 
-template <class Proxy>
-std::unique_ptr<ForwardProxy> makeForwardProxy(const QByteArray& user, const QByteArray& password,
-                                               quint16 upstreamPort)
-{
-    return std::make_unique<Proxy>(user, password, upstreamPort);
-}
-
-inline std::ostream& operator<<(std::ostream& out, const ForwardProxyFamily& family) { return out << family.name; }
-
 inline const ForwardProxyFamily kForwardProxyFamilies[] = {
-    {"Tinyproxy", &makeForwardProxy<TinyProxy>},
-    {"Squid", &makeForwardProxy<SquidProxy>},
+    {"Tinyproxy", &makeServer<ForwardProxy, TinyProxy>},
+    {"Squid", &makeServer<ForwardProxy, SquidProxy>},
 };

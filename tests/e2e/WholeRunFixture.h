@@ -1,0 +1,148 @@
+#pragma once
+// A terminal's sandbox for whole runs: a copy of the sample installed tree,
+// the sample host profile, download.cfg naming a real web server that serves
+// the sample server tree (or a copy a test changes), and the built
+// module-host run headless on a script with the built updater. Its own
+// script time limit ends a run that hangs. The target defines DM_MODULE_HOST
+// and DM_UPDATER.
+#include <memory>
+
+#include <QDirIterator>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QMap>
+#include <QTemporaryDir>
+#include <QUrl>
+#include <gtest/gtest.h>
+
+#include "hostprog/ModuleHostRun.h"
+
+using FileTree = QMap<QString, QByteArray>;
+
+const QString kSamples = QStringLiteral(DM_SOURCE_DIR "/examples");
+
+// Every file under root by its relative path, with its bytes.
+inline FileTree readTree(const QString& root)
+{
+    FileTree tree;
+    for (const QString& name : filesBelow(root))
+        tree.insert(name, readFile(root + '/' + name));
+    return tree;
+}
+
+inline bool copyTree(const QString& from, const QString& to)
+{
+    bool copied = QDir().mkpath(to);
+    for (const QString& name : filesBelow(from))
+        copied = QDir().mkpath(QFileInfo(to + '/' + name).path()) && QFile::copy(from + '/' + name, to + '/' + name)
+            && copied;
+    return copied;
+}
+
+struct WholeRun : HostRun {
+    QString log;  // the module's log lines, as the host wrote them
+    QString transcript() const { return out + err + "\n--- module log ---\n" + log; }
+};
+
+class WholeRunFixture : public ::testing::Test {
+public:
+    void SetUp() override
+    {
+        ASSERT_TRUE(dir.isValid()) << "no temporary folder";
+        for (const char* program : {DM_MODULE_HOST, DM_UPDATER})
+            ASSERT_TRUE(QFileInfo(program).isExecutable()) << program << " is missing";
+        ASSERT_TRUE(copyTree(kSamples + "/installed", installedDir)) << "copying the sample installed tree failed";
+        installedBefore = readTree(installedDir);
+        ASSERT_FALSE(installedBefore.isEmpty()) << "the sample installed tree is empty";
+        ASSERT_NO_FATAL_FAILURE(writeProfile({}));
+        // Until a server is started the settings name a port nobody listens on.
+        writeSettings("http://127.0.0.1:9");
+    }
+
+    // A copy of the sample server tree the test may change.
+    void useServerCopy()
+    {
+        serverRoot = dir.filePath("server");
+        ASSERT_TRUE(copyTree(kSamples + "/server", serverRoot)) << "copying the sample server tree failed";
+    }
+
+    // A server that cannot start fails the test with its log.
+    void startServer(const FileServerFamily& family = kFileServerFamilies[0], const QString& slowPath = QString(),
+                     int bytesPerSecond = 0)
+    {
+        server = family.make(serverRoot, slowPath, bytesPerSecond);
+        ASSERT_TRUE(server->started()) << family.name << " did not start:\n" << qPrintable(server->log());
+        writeSettings(server->baseUrl().toLatin1());
+    }
+
+    void writeSettings(const QByteArray& url)
+    {
+        writeText(dir.filePath("host-run/config/download.cfg"), "[Address]\r\nPath=" + url + "\r\n" + signature);
+    }
+
+    // The sample profile, with some of its keys replaced.
+    void writeProfile(const QJsonObject& changes)
+    {
+        QJsonObject profile = QJsonDocument::fromJson(readFile(kSamples + "/host-profile.json")).object();
+        ASSERT_FALSE(profile.isEmpty()) << "the sample profile does not read";
+        for (auto it = changes.begin(); it != changes.end(); ++it)
+            profile.insert(it.key(), it.value());
+        writeText(dir.filePath("host-profile.json"), QJsonDocument(profile).toJson());
+    }
+
+    void runHost(const QByteArray& script, WholeRun& result, const QStringList& moduleArguments = {})
+    {
+        static_cast<HostRun&>(result) = runModuleHost(hostArguments(script) + moduleArguments, hostEnvironment());
+        result.log = hostLog();
+        ASSERT_NE(result.exitCode, -1) << "module-host did not start or crashed\n" << qPrintable(result.transcript());
+    }
+
+    void startHost(QProcess& process, const QByteArray& script)
+    {
+        process.setProcessChannelMode(QProcess::MergedChannels);
+        ASSERT_TRUE(startModuleHost(process, hostArguments(script), hostEnvironment()))
+            << "module-host did not start: " << qPrintable(process.errorString());
+    }
+
+    QString hostLog() const { return QString::fromUtf8(readFile(dir.filePath("host.log"))); }
+
+    // Headless, on the script, with the module's log in host.log.
+    QStringList hostArguments(const QByteArray& script)
+    {
+        QFile::remove(dir.filePath("host.log"));
+        writeText(dir.filePath("script.txt"), script);
+        return {"--headless", "--script-timeout", "120", "--log", dir.filePath("host.log"),
+                "--script",   dir.filePath("script.txt"),            dir.filePath("host-profile.json")};
+    }
+
+    static QProcessEnvironment hostEnvironment()
+    {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert("VELMORA_UPDATER", DM_UPDATER);
+        environment.insert("QT_QPA_PLATFORM", "offscreen");
+        return environment;
+    }
+
+    // Paths the server was asked for, in order.
+    QStringList requestedPaths() const
+    {
+        QStringList paths;
+        for (const QString& line : server->accessLog())
+            paths << pathOf(line);
+        return paths;
+    }
+
+    static QString pathOf(const QString& accessLogLine)
+    {
+        return QUrl(accessLogLine.section('|', 0, 0).section(' ', 1, 1)).path();
+    }
+
+    QTemporaryDir dir;
+    QString installedDir = dir.filePath("host-run/installed");
+    QString downloadDir = dir.filePath("host-run/download");
+    QString serverRoot = kSamples + "/server";
+    QByteArray signature;  // the settings' [Signature] section, if any
+    FileTree installedBefore;
+    std::unique_ptr<FileServer> server;
+};
