@@ -40,6 +40,23 @@ inline bool copyTree(const QString& from, const QString& to)
     return copied;
 }
 
+// The automatic run's sample: the terminal's older installed tree against the
+// server's newer configuration and modules. Installed path -> release module.
+const QMap<QString, QString> kUpdatedByAutomaticRun = {
+    {"bin/core.so", "core.so"},       {"bin/quotes.so", "quotes.so"},
+    {"bin/charts.so", "charts.so"},   {"bin/orders.so", "orders.so"},
+    {"plugins/scanner.so", "scanner.so"}, {"share/export.so", "export.so"},
+    {"help/themes.pak", "themes.pak"}, {"share/fonts.pak", "fonts.pak"},
+};
+
+inline FileTree releaseFiles(const QMap<QString, QString>& updated)
+{
+    FileTree files;
+    for (auto it = updated.begin(); it != updated.end(); ++it)
+        files.insert(it.key(), readFile(kSamples + "/release/modules/" + it.value()));
+    return files;
+}
+
 struct WholeRun : HostRun {
     QString log;  // the module's log lines, as the host wrote them
     QString transcript() const { return out + err + "\n--- module log ---\n" + log; }
@@ -136,6 +153,20 @@ public:
     static QString pathOf(const QString& accessLogLine)
     {
         return QUrl(accessLogLine.section('|', 0, 0).section(' ', 1, 1)).path();
+    }
+
+    // Every installed file: the updated ones as given, all others as they were.
+    void expectInstalled(const FileTree& updated)
+    {
+        FileTree expected = installedBefore;
+        for (auto it = updated.begin(); it != updated.end(); ++it)
+            expected.insert(it.key(), it.value());
+        const FileTree after = readTree(installedDir);
+        EXPECT_EQ(expected.keys(), after.keys());
+        for (auto it = expected.begin(); it != expected.end(); ++it)
+            EXPECT_TRUE(after.value(it.key()) == it.value())
+                << qPrintable(it.key()) << (updated.contains(it.key()) ? " is not the server's file" : " changed")
+                << "; it starts with: " << after.value(it.key()).left(24).constData();
     }
 
     QTemporaryDir dir;

@@ -14,15 +14,6 @@
 
 namespace {
 
-// The automatic run's sample: the terminal's older installed tree against the
-// server's newer configuration and modules. Installed path -> release module.
-const QMap<QString, QString> kUpdatedByAutomaticRun = {
-    {"bin/core.so", "core.so"},       {"bin/quotes.so", "quotes.so"},
-    {"bin/charts.so", "charts.so"},   {"bin/orders.so", "orders.so"},
-    {"plugins/scanner.so", "scanner.so"}, {"share/export.so", "export.so"},
-    {"help/themes.pak", "themes.pak"}, {"share/fonts.pak", "fonts.pak"},
-};
-
 // Files in the installed tree before the run that an update replaces.
 const QStringList kReplacedByAutomaticRun = {"bin/core.so", "bin/quotes.so", "bin/charts.so",
                                              "plugins/scanner.so", "help/themes.pak"};
@@ -30,14 +21,6 @@ const QStringList kReplacedByAutomaticRun = {"bin/core.so", "bin/quotes.so", "bi
 const QByteArray kAutomaticScript = "answer yes\nwait-log Installation ended\nquit\n";
 
 // The release's modules as installed files.
-FileTree releaseFiles(const QMap<QString, QString>& updated)
-{
-    FileTree files;
-    for (auto it = updated.begin(); it != updated.end(); ++it)
-        files.insert(it.key(), readFile(kSamples + "/release/modules/" + it.value()));
-    return files;
-}
-
 class WholeRunTest : public WholeRunFixture {
 protected:
     void switchOnAutomaticRun() { writeAutomaticStart(downloadDir, true); }
@@ -91,19 +74,6 @@ protected:
         EXPECT_EQ(readFile(backups.first()), installedBefore.value(relative)) << qPrintable(relative);
     }
 
-    // Every installed file: the updated ones as given, all others as they were.
-    void expectInstalled(const FileTree& updated)
-    {
-        FileTree expected = installedBefore;
-        for (auto it = updated.begin(); it != updated.end(); ++it)
-            expected.insert(it.key(), it.value());
-        const FileTree after = readTree(installedDir);
-        EXPECT_EQ(expected.keys(), after.keys());
-        for (auto it = expected.begin(); it != expected.end(); ++it)
-            EXPECT_TRUE(after.value(it.key()) == it.value())
-                << qPrintable(it.key()) << (updated.contains(it.key()) ? " is not the server's file" : " changed")
-                << "; it starts with: " << after.value(it.key()).left(24).constData();
-    }
 };
 
 class OnEachServer : public WholeRunTest, public ::testing::WithParamInterface<FileServerFamily> {};
