@@ -143,6 +143,24 @@ TEST_F(HostScriptTest, ASessionPrintsTheWindowTheTreeTheFilesAndTheState)
     EXPECT_EQ(QImage(shot).size(), QSize(550, 420));
 }
 
+// The automatic mode, switched on in the state file with no delay and no
+// window: the dialog object's timer starts the run, the module asks its
+// question box, and the files arrive while the window stays hidden. The
+// i386 run starts module-host for this one (scripts/test-i386).
+TEST_F(HostScriptTest, AnAutomaticRunAsksItsQuestionAndFetchesWithoutTheWindow)
+{
+    startNginx();
+    writeAutomaticStart(downloadDir, false);
+    const HostRun result = run("answer yes\nwait-box\nwait-log Download complete\nprint window\n");
+    ASSERT_EQ(result.exitCode, 0) << qPrintable(result.out + result.err);
+    // The run goes on into installation, which has no updater program here.
+    EXPECT_EQ(result.boxes(), QStringList({QStringLiteral("box: Updates found | Download new version?"),
+                                           QStringLiteral("box: Error | Update failed")}));
+    EXPECT_TRUE(result.out.contains(QStringLiteral("window: hidden")));
+    const QString log = QString::fromUtf8(readFile(dir.filePath("host.log")));
+    EXPECT_TRUE(log.contains(QStringLiteral("Download complete: 3 file(s) ready to install"))) << qPrintable(log);
+}
+
 // A script is checked line by line before the library is loaded; a command
 // that cannot run stops the host there, and a wait that never ends runs into
 // the time limit: each names the line. "quit" gives the host's exit code.
