@@ -1,8 +1,8 @@
 #pragma once
-// What the HTTP file client needs from its owner, the update dialog: the
+// What the HTTP file client needs from its owner, the update workflow: the
 // off-line switch, the host's proxy settings, progress and status-bar output,
-// and one completion call per request kind. The dialog implements it; tests
-// plug in a recording one. Every call arrives on the GUI thread.
+// and one completion call per request kind. The workflow implements it;
+// tests plug in a recording one. Every call arrives on the GUI thread.
 #include <QString>
 
 #include "protocol/HostRecords.h"
