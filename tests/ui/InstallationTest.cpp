@@ -1,8 +1,6 @@
 // Installation through the dialog: its progress window, its Cancel and the
 // report, with the real updater program.
 
-#include <zlib.h>
-
 #include <QProgressDialog>
 #include <QPushButton>
 #include <QTextBlock>
@@ -18,17 +16,7 @@ protected:
     void SetUp() override
     {
         UiFixture::SetUp();
-        installDir = root.filePath(QStringLiteral("install/bin"));
-        QDir().mkpath(installDir);
-        host->folders[1] = installDir;
-        // The server publishes gzip files, as the publishing tool does.
-        for (const char* name : {"quotes.so", "charts.so", "orders.so"}) {
-            programs[name] = patternBytes(64 * 1024, name[0]);
-            gzFile out = gzopen(QFile::encodeName(serverRoot + "/files/" + name + ".gz"), "wb");
-            gzwrite(out, programs[name].constData(), unsigned(programs[name].size()));
-            gzclose(out);
-        }
-        qputenv("VELMORA_UPDATER", DM_UPDATER_PATH);
+        installWithTheRealUpdater(DM_UPDATER_PATH);
     }
 
     // Starts a run of the ticked rows and answers what the dialog asks until
@@ -69,8 +57,6 @@ protected:
         }
     }
 
-    QString installDir;
-    std::map<QString, QByteArray> programs;
     QStringList reportLines;  // what the report showed: "text|colour|weight" a line
     bool progressSeen = false;
     QString cancelWhenExists;  // press Cancel in the progress window once this file exists

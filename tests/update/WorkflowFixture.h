@@ -9,6 +9,7 @@
 #include <QFile>
 #include <QThread>
 #include <QUrl>
+#include <zlib.h>
 #include <gtest/gtest.h>
 
 #include "support/SampleUpdateServer.h"
@@ -232,6 +233,22 @@ protected:
         }
         return result;
     }
+    // Installation by the updater at path into installDir (folder type 1),
+    // of gzip files served as the publishing tool writes them.
+    void installWithTheRealUpdater(const char* path)
+    {
+        installDir = root.filePath(QStringLiteral("install/bin"));
+        QDir().mkpath(installDir);
+        host->folders[1] = installDir;
+        for (const char* name : {"quotes.so", "charts.so", "orders.so"}) {
+            programs[name] = patternBytes(64 * 1024, name[0]);
+            gzFile out = gzopen(QFile::encodeName(serverRoot + "/files/" + name + ".gz"), "wb");
+            gzwrite(out, programs[name].constData(), unsigned(programs[name].size()));
+            gzclose(out);
+        }
+        qputenv("VELMORA_UPDATER", path);
+    }
+
     QString downloaded(const QString& name) const { return host->downloadDir + '/' + name; }
     QByteArray served(const QString& name) const { return fileBytes(serverRoot + "/files/" + name); }
     CSaveParamDownload state() const { return CSaveParamDownload(host->downloadDir); }
@@ -259,6 +276,8 @@ protected:
     QString serverRoot;
     std::unique_ptr<UiTestHost> host;
     std::unique_ptr<NginxServer> nginx;
+    QString installDir;
+    std::map<QString, QByteArray> programs;  // what each installed program must be
     RecordingView view;
     ScriptedPrompts prompts;
     std::unique_ptr<CUpdateWorkflow> flow;

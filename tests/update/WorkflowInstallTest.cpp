@@ -3,8 +3,6 @@
 // updater is busy, a truncated download, and the configuration file.
 #include <cstring>
 
-#include <zlib.h>
-
 #include <QDirIterator>
 
 #include "protocol/HostMessages.h"
@@ -17,17 +15,7 @@ protected:
     void SetUp() override
     {
         WorkflowFixture::SetUp();
-        installDir = root.filePath(QStringLiteral("install/bin"));
-        QDir().mkpath(installDir);
-        host->folders[1] = installDir;
-        // The server publishes gzip files, as the publishing tool does.
-        for (const char* name : {"quotes.so", "charts.so", "orders.so"}) {
-            programs[name] = patternBytes(64 * 1024, name[0]);
-            gzFile out = gzopen(QFile::encodeName(serverRoot + "/files/" + name + ".gz"), "wb");
-            gzwrite(out, programs[name].constData(), unsigned(programs[name].size()));
-            gzclose(out);
-        }
-        qputenv("VELMORA_UPDATER", DM_UPDATER_PATH);
+        installWithTheRealUpdater(DM_UPDATER_PATH);
         writeText(installDir + "/charts.so", "the old charts");
         startNginx();
     }
@@ -42,8 +30,6 @@ protected:
         return until(&CUpdateWorkflow::SignalInstallationEnded, [this] { flow->run().clickStartDownload(); });
     }
 
-    QString installDir;
-    std::map<QString, QByteArray> programs;
 };
 
 }  // namespace
