@@ -74,10 +74,14 @@ bool unzipDownloadedModule(dlModule& module, const UnpackedRecorder& recordState
     if (result != 0 || !closed)
         return false;
 
-    QFile::remove(path);
+    // The record names the unpacked file before the packed one goes: a
+    // terminal killed in between leaves a record that still finds its
+    // module, where the other order left one naming a deleted file, whose
+    // retry then threw the good unpacked module away.
     setDlText(module.localPath, outputPath.toLocal8Bit());
     if (recordState)
         recordState(module, dlStateFetched);
+    QFile::remove(path);
     return true;
 }
 
