@@ -16,21 +16,16 @@
 
 namespace {
 
-QString fieldText(const char (&field)[kDlTextSize])
-{
-    return QString::fromLocal8Bit(dlText(field));
-}
-
 // Columns: Name, Size, Date, Core, Version. The list's display text is the
 // file's date as the server publishes it, and versionExtra is the core
 // version it was built for.
 void fillColumns(QTreeWidgetItem* item, const dlModule& record)
 {
-    item->setText(0, fieldText(record.name));
-    item->setText(1, fieldText(record.sizeText));
-    item->setText(2, fieldText(record.title));
-    item->setText(3, fieldText(record.versionExtra));
-    item->setText(4, fieldText(record.version));
+    item->setText(0, dlLocalText(record.name));
+    item->setText(1, dlLocalText(record.sizeText));
+    item->setText(2, dlLocalText(record.title));
+    item->setText(3, dlLocalText(record.versionExtra));
+    item->setText(4, dlLocalText(record.version));
 }
 
 bool isTicked(const QTreeWidgetItem* row)
@@ -125,11 +120,11 @@ void CDownloadWidget::addConfigurationRow(const dlModule& configuration,
 {
     if (!moduleTree)
         return;
-    auto* row = new CDlCheckListItem(this, moduleTree, fieldText(configuration.name),
+    auto* row = new CDlCheckListItem(this, moduleTree, dlLocalText(configuration.name),
                                      CDlCheckListItem::CheckBox);
     fillColumns(row, configuration);
     row->module = configuration;
-    row->textSlot1 = fieldText(configuration.descPath);
+    row->textSlot1 = dlLocalText(configuration.descPath);
     row->childMarker = modules.count > 0;
     for (int i = 0; i < modules.count; ++i) {
         auto* child = new CDlListViewItem(static_cast<QTreeWidgetItem*>(row));
@@ -142,7 +137,7 @@ void CDownloadWidget::addModuleRow(const dlModule& record, const QString& descri
 {
     if (!moduleTree)
         return;
-    auto* row = new CDlCheckListItem(this, moduleTree, fieldText(record.name),
+    auto* row = new CDlCheckListItem(this, moduleTree, dlLocalText(record.name),
                                      CDlCheckListItem::CheckBox);
     fillColumns(row, record);
     row->module = record;

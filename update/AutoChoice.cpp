@@ -15,15 +15,6 @@
 #include "update/UpdateWorkflow.h"
 #include "update/VersionRules.h"
 
-namespace {
-
-QString fieldText(const char (&field)[kDlTextSize])
-{
-    return QString::fromLocal8Bit(dlText(field));
-}
-
-}  // namespace
-
 void CAutoChoice::startAutoDownload()
 {
     CUpdateWorkflow::Mode& mode = flow_.mode();
@@ -85,10 +76,10 @@ void CAutoChoice::autoDownloadConfig(const QString& file)
         const dlModule& configuration = offered.modules[i];
         if (dlText(configuration.name) != currentName)
             continue;
-        const VersionParts version = splitVersion(fieldText(configuration.version));
+        const VersionParts version = splitVersion(dlLocalText(configuration.version));
         const bool good =
             isGoodConfigForAuto(version.major, version.minor, version.build, currentConfig_);
-        flow_.DownloadFile(fieldText(configuration.serverPath), good ? 0 : 1,
+        flow_.DownloadFile(dlLocalText(configuration.serverPath), good ? 0 : 1,
                            CDownloadHttp::KindAutoDownloadConfigDescr, false);
         return;
     }
@@ -110,8 +101,8 @@ void CAutoChoice::takeOfferedForAuto(const dlListModule& offered)
                 if (fieldBytes(installed.name) != dlText(record.name))
                     continue;
                 take = isNewVersionModule(installed.major, installed.minor, installed.build,
-                                          installed.fourth, fieldText(record.version),
-                                          fieldText(record.versionExtra));
+                                          installed.fourth, dlLocalText(record.version),
+                                          dlLocalText(record.versionExtra));
                 break;
             }
         }

@@ -92,6 +92,11 @@ QByteArray dlTextInPlace(const char (&field)[kDlTextSize])
     return QByteArray::fromRawData(field, int(qstrnlen(field, kDlTextSize)));
 }
 
+QByteArray dlIdentity(const dlModule& module)
+{
+    return dlText(module.name) + '\0' + dlText(module.version) + '\0' + dlText(module.versionExtra);
+}
+
 QString dlLocalText(const char (&field)[kDlTextSize])
 {
     return QString::fromLocal8Bit(field, int(qstrnlen(field, kDlTextSize)));

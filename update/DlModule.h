@@ -63,6 +63,9 @@ QByteArray dlText(const char (&field)[kDlTextSize]);
 QByteArray dlTextInPlace(const char (&field)[kDlTextSize]);
 // The text of a field decoded from the local 8-bit encoding.
 QString dlLocalText(const char (&field)[kDlTextSize]);
+// What tells records apart in the chosen set, the state file and the listed
+// hashes: name, version and versionExtra.
+QByteArray dlIdentity(const dlModule& module);
 
 // The size shown to the user for a size in kB: "%d kb" up to 1024 kB, beyond
 // that "%0.1f Mb" of the size shifted right by 10 bits. The shift is an

@@ -25,11 +25,6 @@
 
 namespace {
 
-QString fieldText(const char (&field)[kDlTextSize])
-{
-    return QString::fromLocal8Bit(dlText(field));
-}
-
 // The size of a file already complete on disk, taken off the run's total.
 int fileSizeOnDisk(const QString& path)
 {
@@ -56,7 +51,7 @@ void CDownloadRun::startDownload()
     if (moduleIndex_ == 0) {
         for (dlModule record : flow_.view().checkedRecords()) {
             setDlText(record.localPath,
-                      getLocalPath(flow_.downloadFolder(), fieldText(record.serverPath)).toLocal8Bit());
+                      getLocalPath(flow_.downloadFolder(), dlLocalText(record.serverPath)).toLocal8Bit());
             if (chosen.existModule(record) < 0)
                 chosen.addToStuct(record);
         }
@@ -83,7 +78,7 @@ void CDownloadRun::probeNext()
     dlModule record = emptyDlModule();
     flow_.chosen().getModuleInfo(moduleIndex_, record);
     ++moduleIndex_;
-    flow_.http().getFileSize(fieldText(record.serverPath));
+    flow_.http().getFileSize(dlLocalText(record.serverPath));
 }
 
 // Fetches the record at index and points moduleIndex_ past it.
@@ -91,12 +86,12 @@ void CDownloadRun::fetchRecord(int index)
 {
     dlModule record = emptyDlModule();
     flow_.chosen().getModuleInfo(index, record);
-    flow_.view().setStatus(flow_.text("MD0044") + QLatin1Char(' ') + fieldText(record.name));
+    flow_.view().setStatus(flow_.text("MD0044") + QLatin1Char(' ') + dlLocalText(record.name));
     moduleIndex_ = index + 1;
     const ListedHash listed = flow_.check().hashes().value(record);
     if (!listed.isEmpty())
         flow_.http().checkNextFile(listed.maxBytes());
-    flow_.DownloadFile(fieldText(record.serverPath), 1, CDownloadHttp::KindDownloadModule, true);
+    flow_.DownloadFile(dlLocalText(record.serverPath), 1, CDownloadHttp::KindDownloadModule, true);
 }
 
 void CDownloadRun::getSizeFile(long size)
@@ -133,7 +128,7 @@ void CDownloadRun::getSizeFile(long size)
 // Whether the host knows the module at all (any version installed).
 bool CDownloadRun::askHostForModule(const dlModule& record)
 {
-    const VersionParts version = splitVersion(fieldText(record.version));
+    const VersionParts version = splitVersion(dlLocalText(record.version));
     coreModuleQuery query;
     std::memset(&query, 0, sizeof query);
     copyToField(query.name, dlText(record.name));
@@ -156,7 +151,7 @@ void CDownloadRun::recordRun(int& count)
     for (int i = 0, probed = 0; i < count; ++i, ++probed) {
         dlModule record = emptyDlModule();
         chosen.getModuleInfo(i, record);
-        const QString localFile = fieldText(record.localPath);
+        const QString localFile = dlLocalText(record.localPath);
         const bool known = askHostForModule(record);
         const long probedSize = probed < int(probedSizes_.size()) ? probedSizes_[size_t(probed)] : 0;
         const ListedHash listed = flow_.check().hashes().value(record);
@@ -189,7 +184,7 @@ void CDownloadRun::setProgress(int done)
         dlModule record = emptyDlModule();
         flow_.chosen().getModuleInfo(moduleIndex_ - 1, record);
         const char* prefix = mode.autoRun ? "MD0045" : (mode.autoWait ? "MD0046" : "MD0044");
-        view.setStatus(flow_.text(prefix) + QLatin1Char(' ') + fieldText(record.name));
+        view.setStatus(flow_.text(prefix) + QLatin1Char(' ') + dlLocalText(record.name));
     }
     view.setProgressValue(done + bytesOnDisk_);
 }
@@ -215,7 +210,7 @@ void CDownloadRun::downloadModule(const QString& file, bool notFound)
         // Not the released file: never unpacked, never handed over.
         QFile::remove(file);
         flow_.store().changeStateLastDownloadModule(arrived, dlStateFailed);
-        flow_.view().setStatus(fieldText(arrived.name) + QStringLiteral(": ") + verdict.reason);
+        flow_.view().setStatus(dlLocalText(arrived.name) + QStringLiteral(": ") + verdict.reason);
     }
     fetchNextOrInstall();
 }
@@ -339,15 +334,11 @@ void CDownloadRun::deleteRunFiles()
         return;
     std::vector<dlModule> records;
     for (int state : {dlStateToFetch, dlStateFetched, dlStateInstalled, dlStateFailed}) {
-        const int count = store.getCountStateLastDownloadModule(state);
-        if (count <= 0)
-            continue;
-        std::vector<dlModule> some(size_t(count), emptyDlModule());
-        store.getLastDownloadModule(state, count, some.data());
+        const std::vector<dlModule> some = store.getLastDownloadModules(state);
         records.insert(records.end(), some.begin(), some.end());
     }
     for (const dlModule& record : records) {
-        const QString local = getLocalPath(flow_.downloadFolder(), fieldText(record.serverPath));
+        const QString local = getLocalPath(flow_.downloadFolder(), dlLocalText(record.serverPath));
         if (QFile::exists(local))
             QFile::remove(local);
     }
@@ -412,12 +403,10 @@ void CDownloadRun::clickRefreshDownload()
 bool CDownloadRun::fetchStoredRecords()
 {
     CSaveParamDownload& store = flow_.store();
-    const int toFetch = store.getCountStateLastDownloadModule(dlStateToFetch);
-    if (toFetch <= 0)
+    const std::vector<dlModule> stored = store.getLastDownloadModules(dlStateToFetch);
+    if (stored.empty())
         return false;
     store.getLastDownloadHashes(flow_.check().hashes());
-    std::vector<dlModule> stored(size_t(toFetch), emptyDlModule());
-    store.getLastDownloadModule(dlStateToFetch, toFetch, stored.data());
     flow_.chosen().clearStruct();
     for (const dlModule& record : stored)
         flow_.chosen().addToStuct(record);

@@ -4,11 +4,6 @@ namespace {
 
 constexpr int kSha256HexDigits = 64;
 
-QByteArray identity(const dlModule& module)
-{
-    return dlText(module.name) + '\0' + dlText(module.version) + '\0' + dlText(module.versionExtra);
-}
-
 FileVerdict refuse(const QString& reason)
 {
     FileVerdict verdict;
@@ -32,14 +27,14 @@ bool isSha256Text(const QByteArray& text)
 void CListedHashes::insert(const dlModule& module, const ListedHash& hash)
 {
     if (hash.isEmpty())
-        byModule_.remove(identity(module));
+        byModule_.remove(dlIdentity(module));
     else
-        byModule_.insert(identity(module), hash);
+        byModule_.insert(dlIdentity(module), hash);
 }
 
 ListedHash CListedHashes::value(const dlModule& module) const
 {
-    return byModule_.value(identity(module));
+    return byModule_.value(dlIdentity(module));
 }
 
 FileVerdict checkFetchedFile(const ListedHash& listed, const FetchDigest& fetched, bool hashRequired)

@@ -27,10 +27,6 @@
 
 namespace {
 
-QString localPathOf(const dlModule& record)
-{
-    return QString::fromLocal8Bit(dlText(record.localPath));
-}
 
 }  // namespace
 
@@ -41,14 +37,6 @@ void CInstallation::onWorkflowThread(F f)
         f();
     else
         QMetaObject::invokeMethod(&flow_, f, Qt::BlockingQueuedConnection);
-}
-
-std::vector<dlModule> CInstallation::storedRecords(int state, int count)
-{
-    std::vector<dlModule> records(size_t(qMax(count, 0)), emptyDlModule());
-    if (count > 0)
-        flow_.store().getLastDownloadModule(state, count, records.data());
-    return records;
 }
 
 int CInstallation::handOver(const std::function<void(int, int)>& range,
@@ -65,9 +53,9 @@ int CInstallation::handOver(const std::function<void(int, int)>& range,
         std::vector<coreNameConfig>& installed = flow_.installedConfigs();
         configIndex = getCurrentConfigurationIndex(installed.data(), int(installed.size()));
         total = store.getCountLastDownloadModule();
-        count = store.getCountStateLastDownloadModule(dlStateFetched);
+        records = store.getLastDownloadModules(dlStateFetched);
+        count = int(records.size());
         installCount_ = count;
-        records = storedRecords(dlStateFetched, count);
     });
     if (count < 1)
         return count;
@@ -98,7 +86,7 @@ int CInstallation::handOver(const std::function<void(int, int)>& range,
         int type = 0;
         if (!parseInstallType(dlText(record.type), &type))
             return CUpdaterSession::Fail;
-        const QString local = localPathOf(record);
+        const QString local = dlLocalText(record.localPath);
         if (type == 2) {
             if (!QFile::exists(local)) {
                 // A configuration file that is not there is passed over, and
@@ -179,8 +167,7 @@ int CInstallation::handOver(const std::function<void(int, int)>& range,
     }
 
     onWorkflowThread([&] {
-        const int failedCount = store.getCountStateLastDownloadModule(dlStateFailed);
-        for (const dlModule& record : storedRecords(dlStateFailed, failedCount))
+        for (const dlModule& record : store.getLastDownloadModules(dlStateFailed))
             setInfoAboutSuccessModuleUpdate(false, record, configIndex);
     });
     return total;
@@ -200,7 +187,7 @@ void CInstallation::setInfoAboutSuccessModuleUpdate(bool success, const dlModule
     const VersionParts version = splitVersion(QString::fromLocal8Bit(dlText(record.version)));
     coreModuleUpdated updated;
     std::memset(&updated, 0, sizeof updated);
-    copyToField(updated.fileName, QFileInfo(localPathOf(record)).fileName().toLocal8Bit());
+    copyToField(updated.fileName, QFileInfo(dlLocalText(record.localPath)).fileName().toLocal8Bit());
     updated.major = version.major;
     updated.minor = version.minor;
     updated.build = version.build;
@@ -231,8 +218,11 @@ void CInstallation::report(int count)
     // A refused file went the way of a failed one (installed in the state
     // file, untold to the host); the report lists it apart, with its reason.
     CReleaseCheck& check = flow_.check();
+    std::vector<dlModule> stored(size_t(qMax(count, 0)), emptyDlModule());
+    if (count > 0)
+        store.getLastDownloadModule(dlStateInstalled, count, stored.data());
     std::vector<dlModule> installed;
-    for (const dlModule& record : storedRecords(dlStateInstalled, count))
+    for (const dlModule& record : stored)
         if (!check.isRefused(record))
             installed.push_back(record);
     flow_.prompts().showReport(installed, check.refusals());

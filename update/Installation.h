@@ -35,7 +35,6 @@ public:
 private:
     template <class F>
     void onWorkflowThread(F f);
-    std::vector<dlModule> storedRecords(int state, int count);
 
     CUpdateWorkflow& flow_;
     int installCount_ = 0;

@@ -15,11 +15,6 @@ namespace {
 const QString kConfigDescName = QStringLiteral("/configDesc.txt");
 const QString kModuleDescName = QStringLiteral("/moduleDesc.txt");
 
-QString fieldText(const char (&field)[kDlTextSize])
-{
-    return QString::fromLocal8Bit(dlText(field));
-}
-
 }  // namespace
 
 QString CListChain::configListName()
@@ -68,14 +63,14 @@ void CListChain::appendConfigurationRow(const dlModule& configuration,
     if (!flow_.view().hasWindow())
         return;
     dlListModule modules;
-    parseModuleListFile(moduleListFile, modules, fieldText(configuration.name));
+    parseModuleListFile(moduleListFile, modules, dlLocalText(configuration.name));
     flow_.view().addConfigurationRow(configuration, modules);
 }
 
 void CListChain::appendModuleRow(const dlModule& record)
 {
     flow_.view().addModuleRow(record,
-                              getLocalPath(flow_.downloadFolder(), fieldText(record.descPath)));
+                              getLocalPath(flow_.downloadFolder(), dlLocalText(record.descPath)));
 }
 
 void CListChain::initFrame()
@@ -93,7 +88,7 @@ void CListChain::initFrame()
     for (int i = 0; i < configList_.count; ++i) {
         const dlModule& configuration = configList_.modules[i];
         appendConfigurationRow(configuration,
-                               getLocalPath(folder, fieldText(configuration.serverPath)));
+                               getLocalPath(folder, dlLocalText(configuration.serverPath)));
     }
     for (int i = 0; i < moduleList_.count; ++i)
         appendModuleRow(moduleList_.modules[i]);
@@ -142,7 +137,7 @@ void CListChain::parseFileTxt(const QString& file, int param)
             return;
         }
         configIndex_ = 0;
-        fetch(fieldText(configList_.modules[0].descPath), 0, CDownloadHttp::KindParseFileTxt2);
+        fetch(dlLocalText(configList_.modules[0].descPath), 0, CDownloadHttp::KindParseFileTxt2);
         return;
     }
 
@@ -153,7 +148,7 @@ void CListChain::parseFileTxt(const QString& file, int param)
         return;
     }
     moduleDescIndex_ = 0;
-    fetch(fieldText(moduleList_.modules[0].descPath), 1, CDownloadHttp::KindParseFileTxt1);
+    fetch(dlLocalText(moduleList_.modules[0].descPath), 1, CDownloadHttp::KindParseFileTxt1);
 }
 
 void CListChain::parseFileTxt2(const QString& file, int)
@@ -162,7 +157,7 @@ void CListChain::parseFileTxt2(const QString& file, int)
         return;
     dlModule& configuration = configList_.modules[configIndex_];
     setDlText(configuration.descPath, file.toLocal8Bit());
-    fetch(fieldText(configuration.serverPath), 0, CDownloadHttp::KindParseFileTxt1);
+    fetch(dlLocalText(configuration.serverPath), 0, CDownloadHttp::KindParseFileTxt1);
     ++configIndex_;
 }
 
@@ -172,7 +167,7 @@ void CListChain::parseFileTxt1(const QString& file, int param)
         if (configIndex_ >= 1 && configIndex_ <= configList_.count)
             appendConfigurationRow(configList_.modules[configIndex_ - 1], file);
         if (configIndex_ < configList_.count)
-            fetch(fieldText(configList_.modules[configIndex_].descPath), 0,
+            fetch(dlLocalText(configList_.modules[configIndex_].descPath), 0,
                   CDownloadHttp::KindParseFileTxt2);
         else
             getModuleDesc();
@@ -183,7 +178,7 @@ void CListChain::parseFileTxt1(const QString& file, int param)
         appendModuleRow(moduleList_.modules[moduleDescIndex_]);
     ++moduleDescIndex_;
     if (moduleDescIndex_ < moduleList_.count) {
-        fetch(fieldText(moduleList_.modules[moduleDescIndex_].descPath), 1,
+        fetch(dlLocalText(moduleList_.modules[moduleDescIndex_].descPath), 1,
               CDownloadHttp::KindParseFileTxt1);
         return;
     }

@@ -13,12 +13,6 @@ QByteArray bytesOf(const QString& path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-bool sameRecord(const dlModule& a, const dlModule& b)
-{
-    return dlText(a.name) == dlText(b.name) && dlText(a.version) == dlText(b.version)
-        && dlText(a.versionExtra) == dlText(b.versionExtra);
-}
-
 }  // namespace
 
 void CReleaseCheck::load(const QString& configFilePath, const QString& downloadFolder)
@@ -63,7 +57,7 @@ FileVerdict CReleaseCheck::checkFile(const dlModule& record, const FetchDigest& 
             LogHelper::ShowLogInfo(logTypeMessage, logLevel2, QStringLiteral("Verified %1: ").arg(name) + verdict.reason);
         return verdict;
     }
-    refused_.push_back(record);
+    refused_.insert(dlIdentity(record));
     refusals_ << QStringLiteral(" - %1: %2").arg(name, verdict.reason);
     LogHelper::ShowLogInfo(logTypeError, logLevel4, QStringLiteral("File refused: %1: %2").arg(name, verdict.reason));
     return verdict;
@@ -71,10 +65,7 @@ FileVerdict CReleaseCheck::checkFile(const dlModule& record, const FetchDigest& 
 
 bool CReleaseCheck::isRefused(const dlModule& record) const
 {
-    for (const dlModule& refused : refused_)
-        if (sameRecord(refused, record))
-            return true;
-    return false;
+    return refused_.contains(dlIdentity(record));
 }
 
 void CReleaseCheck::forgetRun()

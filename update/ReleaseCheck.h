@@ -5,8 +5,7 @@
 // list gives; without a key, a file whose list gives a hash is still checked.
 // Keeps the listed hashes beside the records, the accepted serial, and what
 // was refused in this run, for the report.
-#include <vector>
-
+#include <QSet>
 #include <QString>
 #include <QStringList>
 
@@ -40,5 +39,5 @@ private:
     QString downloadFolder_;
     CListedHashes hashes_;
     QStringList refusals_;
-    std::vector<dlModule> refused_;
+    QSet<QByteArray> refused_;  // identities of this run's refused records
 };

@@ -36,28 +36,23 @@ void* loadFile(HostCallback send, void* host, const QString& path)
     return record.data;
 }
 
-QString fieldText(const char (&field)[kDlTextSize])
-{
-    return QString::fromLocal8Bit(dlText(field));
-}
-
 // The parameters of one "Module" node. Their names are the file format's and
 // do not follow the record's field names: "Date" holds the title,
 // "TypeDownload" the record's state and "NameConfig" the auxiliary path.
 void writeModuleNode(CXMLWorkData& node, const dlModule& module, int state)
 {
-    node.writeString("Name", fieldText(module.name));
-    node.writeString("Version", fieldText(module.version));
-    node.writeString("VersionCore", fieldText(module.versionExtra));
-    node.writeString("Type", fieldText(module.type));
-    node.writeString("Path", fieldText(module.serverPath));
-    node.writeString("PathDesc", fieldText(module.descPath));
+    node.writeString("Name", dlLocalText(module.name));
+    node.writeString("Version", dlLocalText(module.version));
+    node.writeString("VersionCore", dlLocalText(module.versionExtra));
+    node.writeString("Type", dlLocalText(module.type));
+    node.writeString("Path", dlLocalText(module.serverPath));
+    node.writeString("PathDesc", dlLocalText(module.descPath));
     node.writeInteger("State", state);
     node.writeInteger("TypeDownload", module.state);
-    node.writeString("NameConfig", fieldText(module.auxPath));
-    node.writeString("LocalPath", fieldText(module.localPath));
-    node.writeString("Date", fieldText(module.title));
-    node.writeString("Size", fieldText(module.sizeText));
+    node.writeString("NameConfig", dlLocalText(module.auxPath));
+    node.writeString("LocalPath", dlLocalText(module.localPath));
+    node.writeString("Date", dlLocalText(module.title));
+    node.writeString("Size", dlLocalText(module.sizeText));
 }
 
 void readModuleNode(const CXMLWorkData& node, dlModule& module)
@@ -267,6 +262,15 @@ void CSaveParamDownload::changeStateLastDownloadModule(dlModule module, int stat
     }
     xml->writeParameters();
     saveDefaultXml(xml);
+}
+
+std::vector<dlModule> CSaveParamDownload::getLastDownloadModules(int state)
+{
+    const int count = getCountStateLastDownloadModule(state);
+    std::vector<dlModule> records(size_t(qMax(count, 0)), emptyDlModule());
+    if (count > 0)
+        records.resize(size_t(getLastDownloadModule(state, count, records.data())));
+    return records;
 }
 
 int CSaveParamDownload::getLastDownloadModule(int state, int max, dlModule* out)

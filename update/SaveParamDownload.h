@@ -17,6 +17,7 @@
 // unchanged and count 0 (getCountLastDownloadModule: -1). Called on the GUI
 // thread.
 #include <optional>
+#include <vector>
 
 #include <QString>
 
@@ -67,6 +68,9 @@ public:
     // max of them; elements not reached keep their contents. Returns how many
     // were filled.
     int getLastDownloadModule(int state, int max, dlModule* out);
+    // Every counted module whose stage is state (asked as its count, then
+    // the modules, as the two calls above would).
+    std::vector<dlModule> getLastDownloadModules(int state);
     int getCountStateLastDownloadModule(int state);
     // "LastDownloadCount"; -1 without a file or without the node.
     int getCountLastDownloadModule();
