@@ -83,9 +83,8 @@ TEST(DownloadHttp, OffLineOrAbortedRequestsReportNothing)
 }
 
 // Each kind's completion goes to its own call; only a module download is told
-// that the file was not found. A 404 is not found whatever becomes of its
-// page (a broken length, a cut body), is never retried and leaves no file.
-// The name is sent percent-encoded and decoded for the local file.
+// that the file was not found (a 404 leaves no file; TransferFaults has
+// its broken pages). The name is sent percent-encoded and decoded for the local file.
 TEST(DownloadHttp, EachKindsCompletionGoesToItsCallWithTheNotFoundRule)
 {
     const struct {
@@ -96,9 +95,7 @@ TEST(DownloadHttp, EachKindsCompletionGoesToItsCallWithTheNotFoundRule)
         {{"HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nlist and more", false}, "list"},
         // An authentication answer is complete, here up to the close: its page is the file.
         {{"HTTP/1.1 401 Unauthorized\r\n\r\nlogin"}, "login"},
-        {okReply("<html>gone</html>", 404), QByteArray()},
-        {{"HTTP/1.1 404 Not Found\r\nContent-Length: 12ab\r\n\r\n<html>gone</html>"}, QByteArray()},
-        {{"HTTP/1.1 404 Not Found\r\nContent-Length: 500\r\n\r\n<html>cut short"}, QByteArray()}};
+        {okReply("<html>gone</html>", 404), QByteArray()}};
     QList<ScriptedReply> script;
     for (int kind = 0; kind < 7; ++kind)
         for (const auto& answer : answers)
@@ -127,78 +124,133 @@ TEST(DownloadHttp, EachKindsCompletionGoesToItsCallWithTheNotFoundRule)
     c.http.getFile(QStringLiteral("/other.txt"), c.dir.path(), 42, 7, 0, false);
     waitFor([&] { return !c.http.isBusy(); });
     waitFor([] { return false; }, 100);
-    EXPECT_EQ(35, c.client.completions());
-    EXPECT_EQ(36, c.server.requests.size());
+    EXPECT_EQ(21, c.client.completions());
+    EXPECT_EQ(22, c.server.requests.size());
     EXPECT_TRUE(c.client.statusMessages.isEmpty());
 }
 
-struct Attempt {
+// How a module fetch ended: the server's file in full, not found (no file
+// and the owner told so), or a download folder that refused the bytes (the
+// fetch counts as failed and is not retried).
+enum class Ending { Whole, NotFound, WriteRefused };
+
+struct TransferFault {
     const char* name;
     int onDisk;           // bytes of the file already on disk (the last 256 are never trusted)
-    ScriptedReply reply;  // the first answer; a second one completes the file
-    const char* text;     // the status-bar text of a failed first attempt; "": it completed the file
+    ScriptedReply reply;  // the first answer; for a retried fault a second one completes the file
+    const char* text;     // the status-bar text ("%1": the local file); "": none
     QVector<long> kept;   // bytes on disk reported: resumed from; negative: written over
+    Ending ending = Ending::Whole;
+    const char* folder = "";  // under the download folder; one that does not exist refuses the file
+    long sizeLimit = 0;       // the process's file size limit, as a full disk refuses writes
 };
 
-class DownloadHttpAttempt : public ::testing::TestWithParam<Attempt> {};
+void PrintTo(const TransferFault& fault, std::ostream* out)
+{
+    *out << fault.name;
+}
 
-// A failed attempt's text shows for the retry interval; the retry keeps all
+class TransferFaults : public ::testing::TestWithParam<TransferFault> {};
+
+// A network fault's text shows for the retry interval; the retry keeps all
 // but the last 256 bytes on disk (through a copy that is then removed) and
 // asks for the rest. A 200 to a ranged request rewrites the file from byte 0;
 // any other answer (ResumeAnswer below) leaves the kept bytes alone, and the
-// retry resumes from them, trimmed once more. Whatever the first answer, the
-// file ends as the server's file.
-TEST_P(DownloadHttpAttempt, TheFileEndsWholeAndKeptBytesAreOnlyFollowedByTheirRest)
+// retry resumes from them, trimmed once more. Such a file always ends as the
+// server's file. A 404 is not found whatever becomes of its page and leaves
+// no file; a folder that refuses the bytes names the file and the reason and
+// stays in the status bar. Neither is retried.
+TEST_P(TransferFaults, TheUserSeesWhatWentWrongAndNoFileIsEverAMix)
 {
-    const Attempt& a = GetParam();
+    const TransferFault& f = GetParam();
     const QByteArray body = patternBytes(20000, 3);
-    const bool retried = *a.text;
-    const int resumed = a.kept.isEmpty() ? 0 : int(qMax(0L, a.kept.last()));
-    ClientOn c({a.reply, resumed ? restFrom(body, resumed) : okReply(body)});
+    const bool retried = *f.text && f.ending == Ending::Whole;
+    const int resumed = f.kept.isEmpty() ? 0 : int(qMax(0L, f.kept.last()));
+    ClientOn c({f.reply, resumed ? restFrom(body, resumed) : okReply(body)});
     c.http.setIdleTimeout(300);
-    if (a.onDisk)
-        writeText(c.local("big.gz"), body.left(a.onDisk));
-    ASSERT_TRUE(c.fetch("\\sub\\big.gz"));
+    const QString folder = c.local(f.folder);
+    const QString local = folder + "/big.gz";
+    if (f.onDisk)
+        writeText(local, body.left(f.onDisk));
+    rlimit before{};
+    ASSERT_EQ(0, ::getrlimit(RLIMIT_FSIZE, &before));
+    const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
+    if (f.sizeLimit) {
+        rlimit limited = before;
+        limited.rlim_cur = rlim_t(f.sizeLimit);
+        ASSERT_EQ(0, ::setrlimit(RLIMIT_FSIZE, &limited));
+    }
+    const int completions = c.client.completions();
+    c.http.getFile(QStringLiteral("/sub/big.gz"), folder, 0, CDownloadHttp::KindDownloadModule, 0, true);
+    EXPECT_EQ(completions, c.client.completions());  // never before getFile has returned
+    const bool ended = waitFor([&] { return c.client.completions() > completions; });
+    ::setrlimit(RLIMIT_FSIZE, &before);
+    std::signal(SIGXFSZ, previousHandler);
+    ASSERT_TRUE(ended);
 
-    EXPECT_TRUE(readFile(c.local("big.gz")) == body);
+    const QMap<Ending, QByteArray> file{{Ending::Whole, body}, {Ending::NotFound, "<missing>"},
+                                        {Ending::WriteRefused, body.left(int(f.sizeLimit))}};
+    EXPECT_TRUE(file[f.ending] == (QFile::exists(local) ? readFile(local) : QByteArray("<missing>")));
+    EXPECT_FALSE(QFile::exists(folder + "/copy.txt"));
     const auto request = [&](int from) {
         const QByteArray range = from ? "Range: bytes=" + QByteArray::number(from) + "-\r\n" : QByteArray();
         return clientRequest(c.server.port(), "/sub/big.gz", "Accept-Encoding: \r\n" + range);
     };
-    QVector<QByteArray> requests{request(a.onDisk > 256 ? a.onDisk - 256 : 0)};
+    QVector<QByteArray> requests;
+    if (*f.folder == 0)
+        requests << request(f.onDisk > 256 ? f.onDisk - 256 : 0);
     if (retried)
         requests << request(resumed);
     EXPECT_EQ(requests, c.server.requests);
-    EXPECT_EQ((retried ? Messages{{QString::fromLatin1(a.text), 30}} : Messages()), c.client.statusMessages);
-    EXPECT_EQ(a.kept, c.client.bytesOnDisk);
-    EXPECT_FALSE(QFile::exists(c.local("copy.txt")));
-    ASSERT_FALSE(c.client.progress.isEmpty());
-    EXPECT_EQ(body.size() - resumed, c.client.progress.last());
+    const Messages shown{{QString::fromLatin1(f.text).arg(local), retried ? 30 : 0}};
+    EXPECT_EQ(*f.text ? shown : Messages(), c.client.statusMessages);
+    EXPECT_EQ(f.kept, c.client.bytesOnDisk);
+    if (f.ending == Ending::Whole) {
+        ASSERT_FALSE(c.client.progress.isEmpty());
+        EXPECT_EQ(body.size() - resumed, c.client.progress.last());
+    }
     ASSERT_EQ(1, c.client.completions());
-    EXPECT_EQ(0, c.client.calls[0].number);
+    EXPECT_EQ(f.ending == Ending::Whole ? 0 : 1, c.client.calls[0].number);  // 1: failed, the dialog counts it
+    EXPECT_FALSE(c.http.isBusy());
 }
 
 const QByteArray kHalfBody = "HTTP/1.1 200 OK\r\nContent-Length: 20000\r\n\r\n" + patternBytes(20000, 3).left(1500);
 
 INSTANTIATE_TEST_SUITE_P(
-    Attempts, DownloadHttpAttempt,
+    Rows, TransferFaults,
     ::testing::Values(
-        Attempt{"CloseBeforeAnswer", 0, {""}, "Download: Error UnexpectedClose", {}},
-        Attempt{"InvalidStatusLine", 0, {"HTTQ/1.1 2x0 OK\r\nContent-Length: 5\r\n\r\nhello"},
-                "Download: Error InvalidResponseHeader", {}},
+        TransferFault{"CloseBeforeAnswer", 0, {""}, "Download: Error UnexpectedClose", {}},
+        TransferFault{"InvalidStatusLine", 0, {"HTTQ/1.1 2x0 OK\r\nContent-Length: 5\r\n\r\nhello"},
+                      "Download: Error InvalidResponseHeader", {}},
         // 1500 of 20000 bytes arrive: 1244 are kept.
-        Attempt{"DroppedMidBody", 0, {kHalfBody}, "Download: Error WrongContentLength", {1244}},
-        Attempt{"SilentAfterTheRequest", 0, silentReply(), "Download: Error IdleTimeout", {}},
-        Attempt{"SilentMidBody", 0, {kHalfBody, false}, "Download: Error IdleTimeout", {1244}},
+        TransferFault{"DroppedMidBody", 0, {kHalfBody}, "Download: Error WrongContentLength", {1244}},
+        TransferFault{"SilentAfterTheRequest", 0, silentReply(), "Download: Error IdleTimeout", {}},
+        TransferFault{"SilentMidBody", 0, {kHalfBody, false}, "Download: Error IdleTimeout", {1244}},
+        // Kept open, so that only the length ends the body: what follows it is dropped.
+        TransferFault{"BytesAfterTheBody", 0, {okReply(patternBytes(20000, 3)).bytes + "and more", false}, "", {}},
         // Up to 256 bytes on disk are all fetched again; of 257 one is kept.
-        Attempt{"OnlyATornTail", 256, okReply(patternBytes(20000, 3)), "", {}},
-        Attempt{"OneByteKept", 257, restFrom(patternBytes(20000, 3), 1), "", {1}},
+        TransferFault{"OnlyATornTail", 256, okReply(patternBytes(20000, 3)), "", {}},
+        TransferFault{"OneByteKept", 257, restFrom(patternBytes(20000, 3), 1), "", {1}},
         // 1300 bytes on disk, 1044 kept.
-        Attempt{"WholeFileForARangedRequest", 1300, okReply(patternBytes(20000, 3)), "", {1044, -1044}},
-        Attempt{"PartialWithoutContentRange", 1300, okReply(patternBytes(20000, 3).mid(1044), 206),
-                "Download: Error ResumeRefused", {1044, 788}},
-        Attempt{"ErrorPage", 1300, okReply("<html>busy</html>", 503), "Download: Error ResumeRefused", {1044, 788}}),
-    [](const ::testing::TestParamInfo<Attempt>& info) { return std::string(info.param.name); });
+        TransferFault{"WholeFileForARangedRequest", 1300, okReply(patternBytes(20000, 3)), "", {1044, -1044}},
+        TransferFault{"PartialWithoutContentRange", 1300, okReply(patternBytes(20000, 3).mid(1044), 206),
+                      "Download: Error ResumeRefused", {1044, 788}},
+        TransferFault{"RangeNotSatisfiable", 1300, okReply("", 416, "Content-Range: bytes */20000\r\n"),
+                      "Download: Error ResumeRefused", {1044, 788}},
+        TransferFault{"ErrorPage", 1300, okReply("<html>busy</html>", 503), "Download: Error ResumeRefused",
+                      {1044, 788}},
+        TransferFault{"NotFound", 0, okReply("<html>gone</html>", 404), "", {}, Ending::NotFound},
+        TransferFault{"NotFoundWithABrokenLength", 0,
+                      {"HTTP/1.1 404 Not Found\r\nContent-Length: 12ab\r\n\r\n<html>gone</html>"}, "", {},
+                      Ending::NotFound},
+        TransferFault{"NotFoundCutShort", 0, {"HTTP/1.1 404 Not Found\r\nContent-Length: 500\r\n\r\n<html>cut"}, "",
+                      {}, Ending::NotFound},
+        // EFBIG, as a full disk fails with ENOSPC.
+        TransferFault{"FolderRefusesTheBytes", 0, okReply(patternBytes(20000, 3)),
+                      "Download: Error writing %1: File too large", {}, Ending::WriteRefused, "", 4096},
+        TransferFault{"FolderMissing", 0, okReply(""), "Download: Error writing %1: No such file or directory", {},
+                      Ending::NotFound, "missing"}),
+    [](const ::testing::TestParamInfo<TransferFault>& info) { return std::string(info.param.name); });
 
 // A refused connection shows for the product's retry interval; an unknown
 // host stays in the status bar (0) until something replaces it. Both are
@@ -233,38 +285,6 @@ TEST(DownloadHttp, UnreachableServersShowTheirTextsAndAreRetried)
     EXPECT_TRUE(hidden.client.statusMessages.isEmpty());
     EXPECT_EQ(0, hidden.client.completions());
     EXPECT_TRUE(hidden.http.isBusy());
-}
-
-// A folder that refuses the bytes fails a module fetch with a text naming the
-// file: a write past the process's file size limit (EFBIG, the way a full
-// disk fails with ENOSPC), or a file that cannot be opened at all, reported
-// from the event loop like every other outcome.
-TEST(DownloadHttp, AFolderThatRefusesTheBytesNamesTheFileAndFailsTheFetch)
-{
-    ClientOn c({okReply(QByteArray(200000, 'w'))});
-    rlimit before{};
-    ASSERT_EQ(0, ::getrlimit(RLIMIT_FSIZE, &before));
-    rlimit limited = before;
-    limited.rlim_cur = 4096;
-    const auto previous = std::signal(SIGXFSZ, SIG_IGN);
-    ASSERT_EQ(0, ::setrlimit(RLIMIT_FSIZE, &limited));
-    const bool ended = c.fetch("/mod.gz");
-    ::setrlimit(RLIMIT_FSIZE, &before);
-    std::signal(SIGXFSZ, previous);
-    ASSERT_TRUE(ended);
-    EXPECT_EQ((Messages{{"Download: Error writing " + c.local("mod.gz") + ": File too large", 0}}),
-              c.client.statusMessages);
-
-    const QString missing = c.local("missing") + "/mod.gz";
-    c.http.getFile(QStringLiteral("/mod.gz"), c.local("missing"), 0, CDownloadHttp::KindDownloadModule, 0, false);
-    EXPECT_EQ(1, c.client.completions());
-    ASSERT_TRUE(waitFor([&] { return c.client.completions() == 2; }));
-    EXPECT_TRUE(c.client.statusMessages.last().first.startsWith("Download: Error writing " + missing + ": "))
-        << c.client.statusMessages.last().first.toStdString();
-    for (const ClientCall& call : c.client.calls)
-        EXPECT_EQ(1, call.number);  // failed: the dialog counts it
-    EXPECT_EQ(1, c.server.requests.size());
-    EXPECT_FALSE(c.http.isBusy());
 }
 
 TEST(ResumeAnswer, OnlyTheRestOfTheSameFileIsAppended)
