@@ -43,13 +43,13 @@ TEST_P(ListFaults, TheWindowOffersWhatCanBeReadAndTheFolderKeepsWhatWasServed)
     EXPECT_EQ(f.rows, view.rowNames());
     const bool none = f.rows.isEmpty();
     EXPECT_EQ(none ? QStringLiteral("MD0041Message") : QString(), view.status);
-    EXPECT_EQ(none ? QStringLiteral("MD0018Message\r\nMD0041Message") : QStringLiteral("MD0016Message\r\nMD0017Message"),
+    EXPECT_EQ(QStringLiteral("MD%1Message\r\nMD%2Message").arg(none ? "0018" : "0016", none ? "0041" : "0017"),
               view.info);
     EXPECT_FALSE(view.busy);
     EXPECT_TRUE(prompts.boxes.isEmpty()) << prompts.boxes.join('\n').toStdString();
     for (const QString& file : f.files)
-        EXPECT_EQ(f.bytes.isNull() ? QByteArray("<missing>") : f.bytes, fileBytes(downloaded(QFileInfo(file).fileName())))
-            << file.toStdString();
+        EXPECT_EQ(f.bytes.isNull() ? QByteArray("<missing>") : f.bytes,
+                  fileBytes(downloaded(QFileInfo(file).fileName()))) << file.toStdString();
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -65,16 +65,22 @@ INSTANTIATE_TEST_SUITE_P(
                   "<html><body><h1>500 Internal Server Error</h1></body></html>\n", {"Standard <quotes.so>"}},
         ListFault{"ModuleListOfBinaryBytes", {"/moduleDesc.txt"}, kJunk, {"Standard <quotes.so>"}},
         ListFault{"ConfigListOfBinaryBytes", {"/configDesc.txt"}, kJunk, {"charts.so", "orders.so"}},
-        ListFault{"ModuleListCutMidLine", {"/moduleDesc.txt"}, kCharts + kOrders.left(30),
+        ListFault{"ModuleListCutMidLine", {"/moduleDesc.txt"}, kCharts + kOrders.left(kOrders.lastIndexOf(',')),
                   {"Standard <quotes.so>", "charts.so"}},
-        ListFault{"ConfigListCutMidLine", {"/configDesc.txt"}, "Standard,3.4.0,/configs/standard-modules.txt",
+        ListFault{"ConfigListCutMidLine", {"/configDesc.txt"},
+                  "Standard,3.4.0,/configs/standard-modules.txt,/desc/standard.txt",
                   {"charts.so", "orders.so"}},
         ListFault{"ABadLineEndsTheModuleList", {"/moduleDesc.txt"}, kCharts + "no commas here\n" + kOrders,
                   {"Standard <quotes.so>", "charts.so"}},
-        ListFault{"AMegabyteLineEndsTheModuleList", {"/moduleDesc.txt"}, kCharts + QByteArray(1 << 20, 'z') + "\n" + kOrders,
+        ListFault{"ABadLineEndsTheConfigList", {"/configDesc.txt"},
+                  "Old,1.0,/m\nStandard,3.4.0,/configs/standard-modules.txt,/desc/standard.txt,Standard\n",
+                  {"charts.so", "orders.so"}},
+        ListFault{"AMegabyteLineEndsTheModuleList", {"/moduleDesc.txt"},
+                  kCharts + QByteArray(1 << 20, 'z') + "\n" + kOrders,
                   {"Standard <quotes.so>", "charts.so"}},
         // A NUL ends a field's stored text, not its line.
-        ListFault{"NulInAModuleName", {"/moduleDesc.txt"}, QByteArray("charts.so\0hidden", 16) + kCharts.mid(9) + kOrders,
+        ListFault{"NulInAModuleName", {"/moduleDesc.txt"},
+                  QByteArray("charts.so\0hidden", 16) + kCharts.mid(9) + kOrders,
                   {"Standard <quotes.so>", "charts.so", "orders.so"}},
         ListFault{"WindowsLineEnds", {"/moduleDesc.txt"}, QByteArray(kCharts + kOrders).replace("\n", "\r\n"),
                   {"Standard <quotes.so>", "charts.so", "orders.so"}},
