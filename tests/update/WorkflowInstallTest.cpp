@@ -163,6 +163,7 @@ struct InstallFault {
     const char* left;     // the modules left in the download folder | the backup folder
     int runs = 1;         // installations of the stored run
 };
+void PrintTo(const InstallFault& row, std::ostream* out) { *out << row.name; }
 
 // A download that does not unpack whole is never handed over: it and what
 // was unpacked of it go, it is to be fetched again, and the run is not
