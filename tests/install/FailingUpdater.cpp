@@ -1,8 +1,6 @@
-// A stand-in updater that speaks the segment protocol but answers every
-// request with EIO and touches no file: the module side must cope with an
-// updater that fails everything. DM_UPDATER_DELAY_MS makes it take that long
-// over every request first, as an updater copying a large file does, and
-// DM_UPDATER_BUSY_MARK names a file it creates when it begins a request.
+// A stand-in updater that answers every request with EIO and touches no
+// file, after DM_UPDATER_DELAY_MS (as when copying a large file); it creates
+// the file DM_UPDATER_BUSY_MARK names when it begins a request.
 #include <cerrno>
 #include <cstdlib>
 

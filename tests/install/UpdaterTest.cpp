@@ -1,7 +1,7 @@
 // The updater program's parts in-process: the file installer (backups,
-// temporary names, failures) and the ways its segment server ends besides
-// finished, which is tested through the real program (HandOverTest.cpp).
-#include <cerrno>
+// temporary names) and the ways its segment server ends besides finished,
+// which is tested through the real program (HandOverTest.cpp); its failures
+// are rows of InstallFaults (tests/update/WorkflowInstallTest.cpp).
 #include <cstring>
 #include <memory>
 #include <thread>
@@ -79,34 +79,6 @@ TEST_F(Installer, TheLongestFileNameAFolderAllowsCanBeReplaced)
     ASSERT_EQ(0, installer.install(src + "/" + name, dest, false));
     EXPECT_EQ(QByteArray("long new"), readFile(dest + "/" + name));
     EXPECT_EQ(QByteArray("long old"), readFile(installer.lastBackup()));
-}
-
-// A missing source or folder and a name too long are answered through the
-// real updater (HandOverTest.cpp); here, the other errors, and a backup
-// folder that cannot be made (a file stands in its way): no error changes
-// the destination or leaves a temporary file, and a new file, needing no
-// backup, goes in all the same.
-TEST_F(Installer, FailuresChangeNothingInTheDestination)
-{
-    ASSERT_TRUE(writeText(dest + "/quotes.so", "old quotes"));
-    for (const QString& folder : {dest + "/folder.so", src + "/folder.so", dest + "/folder2.so"})
-        ASSERT_TRUE(QDir().mkpath(folder));
-    ASSERT_TRUE(writeText(src + "/folder2.so", "x"));
-    ASSERT_TRUE(writeText(root.filePath("blocked"), "a file, not a folder"));
-    CFileInstaller blocked(root.filePath("blocked/Backup"), nullptr);
-    const QStringList before = filesBelow(dest);
-
-    EXPECT_EQ(ENOTDIR, installer.install(src + "/quotes.so", dest + "/quotes.so", false));
-    EXPECT_EQ(EISDIR, installer.install(src + "/folder.so", dest, false));
-    EXPECT_EQ(EISDIR, installer.install(src + "/folder2.so", dest, false));
-    EXPECT_EQ(EINVAL, installer.install(QString(), dest, false));
-    EXPECT_EQ(EINVAL, installer.install(src + "/quotes.so", QString(), false));
-    EXPECT_EQ(ENOTDIR, blocked.install(src + "/quotes.so", dest, false));
-
-    EXPECT_EQ(before, filesBelow(dest));
-    EXPECT_EQ(QByteArray("old quotes"), readFile(dest + "/quotes.so"));
-    ASSERT_TRUE(writeText(src + "/fresh.so", "fresh"));
-    EXPECT_EQ(0, blocked.install(src + "/fresh.so", dest, false));
 }
 
 TEST(UpdaterServer, EndsWhenIdleTooLongWhenTheModuleDropsTheSegmentOrWithoutOne)
