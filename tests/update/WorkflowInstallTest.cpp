@@ -125,7 +125,7 @@ struct InstallFault;
 
 class InstallFaults : public Installation, public ::testing::WithParamInterface<InstallFault> {
 public:  // to the rows
-    using WorkflowFixture::downloaded, WorkflowFixture::storeRun, WorkflowFixture::storedRecord,
+    using Installation::files, WorkflowFixture::downloaded, WorkflowFixture::storeRun, WorkflowFixture::storedRecord,
         WorkflowFixture::programs, WorkflowFixture::prompts, WorkflowFixture::root, WorkflowFixture::host,
         WorkflowFixture::installDir;
 
@@ -150,6 +150,7 @@ public:  // to the rows
     }
     std::thread killer;
     std::atomic<bool> stopKiller{false};
+    QString afterKill;  // the install folder once the updater was killed
     rlimit savedLimit{};
 };
 
@@ -212,6 +213,9 @@ TEST_P(InstallFaults, ShowTheUserAndLeaveTheFilesAsTheRowSays)
             states << QFileInfo(dlLocalText(record.localPath)).fileName() + ':' + QString::number(stage);
     EXPECT_EQ(QString(row.states), states.join(' '));
     EXPECT_EQ(QString(row.install), files(installDir));
+    if (row.runs == 2) {  // killed mid-file: the old file whole beside part of the new one
+        EXPECT_EQ("*.part(other) charts.so(old)", afterKill);
+    }
     EXPECT_EQ(QString(row.left),
               files(host->downloadDir, {"*.so*", "*.cfg"}) + " | " + files(flow->backupFolder()));
 }
@@ -255,15 +259,17 @@ INSTANTIATE_TEST_SUITE_P(
         // the next installation puts the new one in whole, keeps the old one
         // and removes the killed updater's temporary file.
         InstallFault{"UpdaterKilledMidFile", [](InstallFaults& t) {
-            t.chartsUnpacked(patternBytes(1 << 20, 3).repeated(512));
+            t.chartsUnpacked(patternBytes(1 << 20, 3).repeated(128));
             // Once it writes into the install folder; reaped as its host would.
             t.killer = std::thread([&t] {
                 QStringList part;  // ".updater-<its pid>-<n>.part"
                 while (!t.stopKiller
-                       && (part = QDir(t.installDir).entryList({"*.part"}, QDir::Files | QDir::Hidden)).isEmpty()) {
-                }
-                if (const int updater = part.value(0).section('-', 1, 1).toInt(); updater > 0)
+                       && (part = QDir(t.installDir).entryList({"*.part"}, QDir::Files | QDir::Hidden)).isEmpty())
+                    std::this_thread::yield();
+                if (const int updater = part.value(0).section('-', 1, 1).toInt(); updater > 0) {
                     ::kill(updater, SIGKILL), ::waitpid(updater, nullptr, 0);
+                    t.afterKill = t.files(t.installDir);
+                }
             });
         }, 2, "report charts.so 1.5.0, orders.so 4.0.0", "", "charts.so orders.so",
            "charts.so orders.so | charts.so(old) updater.log(0 failed)", 2},
