@@ -1,6 +1,5 @@
-// The dialog driver against the module's real boxes: the question box the
-// module asks with and a message box, answered as a script's "answer" does,
-// from the box's own event loop.
+// The dialog driver answering the module's question box and a message box as
+// a script's "answer" does, from the box's own event loop.
 #include <QApplication>
 #include <QMessageBox>
 #include <QPushButton>
@@ -17,20 +16,27 @@ DialogDriver driver()
     return DialogDriver([](const char*) { return QString(); });
 }
 
+// Yes is the box's first button and No its last; the window's own close
+// control is a No as well.
 TEST(DialogDriverTest, AnswersTheModulesQuestionBoxYesWithItsFirstButtonAndNoWithItsLast)
 {
-    for (const bool yes : {true, false}) {
+    enum Answer { Yes, No, Closed };
+    for (const Answer answer : {Yes, No, Closed}) {
         CDownloadMessInfo question(nullptr, QStringLiteral("Updates found"),
                                    QStringLiteral("Download new version?"));
+        EXPECT_FALSE(question.windowIcon().isNull());
         QString seen;
         QTimer::singleShot(0, [&] {
             QDialog* box = driver().openBox();
             ASSERT_EQ(box, &question);
             seen = DialogDriver::boxTitle(box) + " | " + DialogDriver::boxText(box);
-            EXPECT_TRUE(DialogDriver::answerBox(box, yes));
+            if (answer == Closed)
+                box->close();
+            else
+                EXPECT_TRUE(DialogDriver::answerBox(box, answer == Yes));
         });
         // 0 is the box's OK, 1 its Cancel.
-        EXPECT_EQ(question.start(), yes ? 0 : 1);
+        EXPECT_EQ(question.start(), answer == Yes ? 0 : 1);
         EXPECT_EQ(seen, QStringLiteral("Updates found | Download new version?"));
         EXPECT_EQ(driver().openBox(), nullptr);
     }
@@ -46,15 +52,12 @@ TEST(DialogDriverTest, AnswersAMessageBoxAndLeavesOtherWindowsAlone)
 
     QMessageBox box(QMessageBox::Question, QStringLiteral("Error"), QStringLiteral("Bad\r\nConfiguration"),
                     QMessageBox::Yes | QMessageBox::No);
-    QString text;
     QTimer::singleShot(0, [&] {
         QDialog* open = driver().openBox();
         ASSERT_EQ(open, &box);
-        text = DialogDriver::oneLine(DialogDriver::boxText(open));
         DialogDriver::answerBox(open, false);
     });
     const int pressed = box.exec();
-    EXPECT_EQ(text, QStringLiteral("Bad\\r\\nConfiguration"));
     // The last button in screen order; which one that is depends on the
     // style's button layout, so compare with what the screen shows.
     QList<QAbstractButton*> buttons = box.buttons();

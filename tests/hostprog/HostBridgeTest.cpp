@@ -1,7 +1,5 @@
-// The host's answers, checked through the real module: the module objects are
-// linked into this test and talk to the reference host's bridge exactly as the
-// loaded library does in module-host, so every assertion is about what the
-// module receives from the host.
+// The host's answers as the real module receives them: the module objects
+// linked into this test talk to the reference host's bridge as in module-host.
 #include <cstring>
 #include <tuple>
 
@@ -10,6 +8,7 @@
 #include <QDir>
 #include <QFile>
 #include <QMenu>
+#include <QPointer>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
@@ -20,11 +19,11 @@
 #include "module/DownloadModule.h"
 #include "module/HostFolders.h"
 #include "module/Log.h"
-#include "protocol/DialogRecords.h"
 #include "protocol/HostMessages.h"
 #include "protocol/ModuleApi.h"
 #include "support/TestHost.h"
 #include "transfer/support/FileHelpers.h"
+#include "ui/DownloadWidget.h"
 
 namespace {
 
@@ -36,7 +35,11 @@ protected:
         ASSERT_TRUE(logPrinter.open(dir.filePath("host.log")));
         startWith(R"({"folders": {"2": "run/config", "101": "run/download"},
             "languages": [{"name": "English"}, {"name": "Deutsch", "current": true}],
-            "proxy": {"state": 3, "host": "proxy.example", "port": 3128, "user": "anna", "password": "s3cr:t \u00e9"}
+            "proxy": {"state": 3, "host": "proxy.example", "port": 3128, "user": "anna", "password": "s3cr:t \u00e9"},
+            "installedConfigurations": [
+              {"name": "Futures", "version": "1.0.0", "modules": [{"name": "orders.so", "version": "9.9.9"}]},
+              {"name": "Standard", "version": "3.3.8", "current": true,
+               "modules": [{"name": "charts.so", "version": "1.4.2"}]}]
         })");
     }
 
@@ -48,8 +51,7 @@ protected:
         ::Initialize(nullptr, nullptr, nullptr, nullptr);
     }
 
-    // Loads the profile and starts the module on a fresh bridge, as
-    // module-host does: Initialize, 3007, 3004.
+    // Loads the profile and starts the module on a fresh bridge as module-host does: Initialize, 3007, 3004.
     void startWith(const QByteArray& json)
     {
         bridge.reset();
@@ -63,11 +65,6 @@ protected:
         ::ReceiveMessage(::GetModule(), HostMsg::HostReady, 0, 0);
     }
 
-    int send(unsigned int code, void* record)
-    {
-        return HostBridge::send(bridge->hostObject(), code, reinterpret_cast<intptr_t>(record), 0);
-    }
-
     CDownloadModule* module() const { return GetModule<CDownloadModule>(); }
 
     QTemporaryDir dir;
@@ -76,18 +73,6 @@ protected:
     HostWindow window;
     std::unique_ptr<HostBridge> bridge;
 };
-
-// The record's name, vendor, key, kind and text count are printed by
-// module-host, and checked there (ModuleHostProgramTest).
-TEST_F(HostBridgeTest, KeepsTheRegistrationAndAnswersTheRegisteredTexts)
-{
-    ASSERT_TRUE(bridge->registered());
-    EXPECT_EQ(value(bridge->registration().object), static_cast<void*>(::GetModule()));
-    // The module's look-ups reach the host's translator through Qt; a key
-    // nobody registered falls back to the key itself.
-    EXPECT_EQ(module()->tr("MD0039Message") + '|' + module()->tr("C0030Propes"),
-              QStringLiteral("Downloading\u2026|C0030Propes"));
-}
 
 TEST_F(HostBridgeTest, PrintsOneLinePerLogRecord)
 {
@@ -99,16 +84,17 @@ TEST_F(HostBridgeTest, PrintsOneLinePerLogRecord)
                            QStringLiteral("log: CDownloadModule type=1 level=4 third")}));
 }
 
-// Folders come from the profile and are created on demand; a type the
-// profile does not name falls back to the module's own folder. A long path
-// is cut to its 1024 units, NUL included.
-TEST_F(HostBridgeTest, FoldersAndLanguage)
+// Folders are the profile's, made on demand, else the module's own; a long
+// path is cut to its 1024 units, NUL included. An unknown text key reads as itself.
+TEST_F(HostBridgeTest, FoldersLanguageAndTexts)
 {
     const QString download = dir.filePath("run/download");
     ASSERT_TRUE(QDir(download).removeRecursively());
     EXPECT_EQ(QStringList({GetPathByFolderType(module(), vfDownload), GetPathByFolderType(module(), vfConfiguration),
-                           GetPathByFolderType(module(), vfConfigCopy), module()->getFontManager()->language()}),
-              QStringList({download, dir.filePath("run/config"), QCoreApplication::applicationDirPath(), "Deutsch"}));
+                           GetPathByFolderType(module(), vfConfigCopy), module()->getFontManager()->language(),
+                           module()->tr("MD0039Message") + '|' + module()->tr("C0030Propes")}),
+              QStringList({download, dir.filePath("run/config"), QCoreApplication::applicationDirPath(), "Deutsch",
+                           QStringLiteral("Downloading\u2026|C0030Propes")}));
     EXPECT_TRUE(QDir(download).exists());
 
     const QString deep = QStringLiteral("/") + QString(7000, QLatin1Char('w'));
@@ -132,28 +118,13 @@ TEST_F(HostBridgeTest, TheMainWindowFoundByNameAndTheProxy)
     EXPECT_EQ(QStringLiteral("%1 %2:%3 %4/%5").arg(proxy.state).arg(proxy.host).arg(proxy.port).arg(proxy.user)
                   .arg(QString::fromLocal8Bit(proxy.password)),
               QStringLiteral("3 proxy.example:3128 anna/s3cr:t \u00e9"));
-
-    // Without 3001 the module's main window is null, and so is its target.
-    pGloabalMainWindow = nullptr;
-    module()->GetProxyData(proxy);
-    EXPECT_STREQ(proxy.host, "");
-    EXPECT_EQ(module()->GetMainWindow(), nullptr);
 }
 
 // The dialog object's questions, answered as module-host wires its window:
-// the menu entry lands in the window's "Updates" menu (the entry opening the
-// window on-line only is the script tests' session), and module versions come
-// from the current configuration only.
-TEST_F(HostBridgeTest, TheDialogObjectGetsItsMenuEntryConnectionAndModuleVersions)
+// the menu entry lands in the "Updates" menu, and module versions come from
+// the current configuration only. One dialog object lives, the newest.
+TEST_F(HostBridgeTest, TheDialogObjectGetsItsMenuEntryAndModuleVersions)
 {
-    startWith(R"({
-        "folders": {"2": "run/config", "101": "run/download"},
-        "installedConfigurations": [
-          {"name": "Futures", "version": "1.0.0", "modules": [{"name": "orders.so", "version": "9.9.9"}]},
-          {"name": "Standard", "version": "3.3.8", "current": true,
-           "modules": [{"name": "charts.so", "version": "1.4.2"}]}
-        ]
-    })");
     bridge->setModuleReceiver([](unsigned int code, intptr_t param1, intptr_t param2) {
         return ::ReceiveMessage(::GetModule(), code, param1, param2);
     });
@@ -167,8 +138,11 @@ TEST_F(HostBridgeTest, TheDialogObjectGetsItsMenuEntryConnectionAndModuleVersion
     // A second dialog object asks again; the menu keeps one entry, the newest.
     EXPECT_EQ(bridge->openDialogObject(), 0);
     const int32_t firstId = bridge->menuId();
+    const QPointer<CDownloadWidget> first = module()->widget();
     EXPECT_EQ(bridge->openDialogObject(), 0);
     EXPECT_NE(bridge->menuId(), firstId);
+    EXPECT_TRUE(first.isNull());
+    CDownloadWidget* const second = module()->widget();
     ASSERT_NE(window.moduleEntry(), nullptr);
     EXPECT_EQ(window.updatesMenu()->actions(), QList<QAction*>{window.moduleEntry()});
     EXPECT_EQ(window.moduleEntry()->text(), QStringLiteral("Updates"));
@@ -177,17 +151,10 @@ TEST_F(HostBridgeTest, TheDialogObjectGetsItsMenuEntryConnectionAndModuleVersion
     for (const auto& [name, answer, version] : {std::tuple{"charts.so", 0, "1.4.2"}, {"orders.so", -1, "0.0.0"}}) {
         coreModuleQuery query{};
         std::strcpy(query.name, name);
-        EXPECT_EQ(send(HostMsg::QueryModuleVersion, &query), answer);
+        EXPECT_EQ(bridge->send(bridge->hostObject(), HostMsg::QueryModuleVersion, intptr_t(&query), 0), answer);
         EXPECT_EQ(QString("%1.%2.%3").arg(value(query.major)).arg(value(query.minor)).arg(value(query.build)),
                   version);
     }
-
-    // Menus are redrawn without a record; the connection state is the
-    // profile's (on-line unless it says otherwise).
-    EXPECT_EQ(HostBridge::send(bridge->hostObject(), HostMsg::UpdateMenu, 0, 0), 0);
-    mwiSetStateConnect state{7};
-    EXPECT_EQ(send(HostMsg::QueryConnectState, &state), 0);
-    EXPECT_EQ(1, value(state.state));
 
     // Closing the main window tells the module its dialog goes, once: the
     // module then clears the list files from the download folder.
@@ -198,6 +165,7 @@ TEST_F(HostBridgeTest, TheDialogObjectGetsItsMenuEntryConnectionAndModuleVersion
         window.close();
         EXPECT_EQ(closed, 1);
         EXPECT_FALSE(QFile::exists(listFile));
+        EXPECT_EQ(module()->widget(), second);
     }
 }
 

@@ -1,9 +1,9 @@
 // The built module-host program, run as a process on a temporary profile:
 // what it prints, what it creates and how it exits.
 #include <memory>
+#include <tuple>
 
 #include <QDir>
-#include <QRegularExpression>
 #include <QFileInfo>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
@@ -32,8 +32,7 @@ TEST_F(ModuleHostProgramTest, RegistersTheModuleAndForwardsTheModuleArguments)
         "workFolder": "run/user",
         "languages": [{"name": "English", "current": true}]
     })");
-    // Everything after the profile is the module's, including what looks like
-    // the host's or Qt's own options.
+    // Everything after the profile is the module's, even what looks like the host's or Qt's options.
     const HostRun result = runModuleHost({"--headless", "--log", dir.filePath("host.log"), profile,
                                           "/OFFLINE", "--headless", "-style", "fusion"});
     ASSERT_EQ(result.exitCode, 0) << qPrintable(result.err);
@@ -48,15 +47,12 @@ TEST_F(ModuleHostProgramTest, RegistersTheModuleAndForwardsTheModuleArguments)
               .arg(QStringLiteral(DM_MODULE_HOST_FILE)),
           QStringLiteral("module-host: registered Download (VELMORA, vmDownload) kind 1, 51 texts\n")})
         EXPECT_TRUE(result.out.contains(line)) << qPrintable(line) << " not in\n" << qPrintable(result.out);
-    // The terminal's folders exist once the host has started.
     for (const char* folder : {"run/config", "run/download", "run/user"})
         EXPECT_TRUE(QFileInfo(dir.filePath(folder)).isDir()) << folder;
-    EXPECT_TRUE(QFileInfo::exists(dir.filePath("host.log")));
 }
 
 // Bad command lines (1), profiles (2, a proxy test's without a proxy too) and
-// libraries (3) stop the host with a message naming what it could not use,
-// before it loads or creates anything.
+// libraries (3) stop the host naming them, before it loads or creates anything.
 TEST_F(ModuleHostProgramTest, WhatCannotBeUsedStopsTheHostNamingIt)
 {
     const QString profile = writeProfile("{}");
@@ -65,11 +61,7 @@ TEST_F(ModuleHostProgramTest, WhatCannotBeUsedStopsTheHostNamingIt)
     const QString missing = dir.filePath("missing.json");
     const QString noLibrary = dir.filePath("no/libDownloadModule.so.1");
     const QString foreign = QStringLiteral(DM_FOREIGN_LIBRARY);
-    const struct {
-        QStringList arguments;
-        int exitCode;
-        QStringList errors;
-    } cases[] = {
+    const std::tuple<QStringList, int, QStringList> cases[] = {
         {{"--headles", missing}, 1, {"unknown option --headles", "usage: module-host"}},
         {{"--headless", broken}, 2, {"profile " + broken + ": ", "at offset"}},
         {{"--headless", missing}, 2, {missing}},
@@ -77,20 +69,18 @@ TEST_F(ModuleHostProgramTest, WhatCannotBeUsedStopsTheHostNamingIt)
         {{"--headless", "--library", noLibrary, profile}, 3, {"cannot load " + noLibrary}},
         {{"--headless", "--library", foreign, profile}, 3, {foreign + " does not export GetModuleInfo"}},
     };
-    for (const auto& c : cases) {
-        const HostRun result = runModuleHost(c.arguments);
-        EXPECT_EQ(result.exitCode, c.exitCode) << qPrintable(c.arguments.join(' '));
-        for (const QString& error : c.errors)
+    for (const auto& [arguments, exitCode, errors] : cases) {
+        const HostRun result = runModuleHost(arguments);
+        EXPECT_EQ(result.exitCode, exitCode) << qPrintable(arguments.join(' '));
+        for (const QString& error : errors)
             EXPECT_TRUE(result.err.contains(error)) << qPrintable(error + " not in " + result.err);
         EXPECT_FALSE(result.out.contains(QStringLiteral("module-host: loaded"))) << qPrintable(result.out);
         EXPECT_FALSE(QFileInfo::exists(dir.filePath("run")));
     }
 }
 
-// The connection settings' test: the host hands the module the profile's
-// proxy (3517) and prints what it found. The proxy, of each family, has Basic
-// authentication and passes requests on to an nginx, so a pass means the
-// request travelled through the proxy to a server.
+// The connection settings' test (3517) through the profile's proxy, of each
+// family, which has Basic authentication and passes requests on to an nginx.
 class ProxyTestThroughEachProxy : public ModuleHostProgramTest,
                                   public ::testing::WithParamInterface<ForwardProxyFamily> {};
 
@@ -116,21 +106,13 @@ TEST_P(ProxyTestThroughEachProxy, GoesThroughTheProfilesProxyAndPrintsTheResult)
 
     HostRun result = proxyTest("secret");
     EXPECT_EQ(result.exitCode, 0) << qPrintable(result.out + result.err);
-    EXPECT_TRUE(result.out.contains(
-        QStringLiteral("module-host: proxy test through 127.0.0.1:%1, at most 20 s\n").arg(proxy->port())))
-        << qPrintable(result.out);
     EXPECT_TRUE(result.out.contains(QStringLiteral("module-host: code 3517 to the module\n"
                                                    "module-host: Download server 127.0.0.1:80 passed\n")))
         << qPrintable(result.out);
-    // The test only asks; it opens no dialog.
+    // The test only asks; it opens no dialog. Its request's form is the
+    // transfer tests'.
     EXPECT_FALSE(result.out.contains(QStringLiteral("code 3066")));
-    // The proxy passes on the host-only HEAD, naming the root and port 80
-    // or leaving the default port out.
-    ASSERT_EQ(server.accessLog().size(), 1);
-    EXPECT_TRUE(QRegularExpression(QStringLiteral("^HEAD http://127\\.0\\.0\\.1(:80)?/ HTTP/1\\.[01]\\|200\\|"))
-                    .match(server.accessLog()[0])
-                    .hasMatch())
-        << qPrintable(server.accessLog()[0]);
+    EXPECT_EQ(server.accessLog().size(), 1);
 
     result = proxyTest("guess");
     EXPECT_EQ(result.exitCode, 7) << qPrintable(result.out + result.err);

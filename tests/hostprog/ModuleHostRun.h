@@ -1,6 +1,5 @@
 #pragma once
-// The built module-host program run as a process, as a user starts it. The
-// target that includes this defines DM_MODULE_HOST.
+// module-host run as a process, as a user starts it; the including target defines DM_MODULE_HOST.
 #include <QDir>
 #include <QProcess>
 #include <QProcessEnvironment>
@@ -28,8 +27,7 @@ inline bool startModuleHost(QProcess& process, const QStringList& arguments,
     return process.waitForStarted(-1);
 }
 
-// Runs the host to its end: it exits by itself in headless mode, and a
-// script's time limit ends a run that hangs.
+// Runs the host to its end: headless it exits by itself, and a script's time limit ends a hang.
 inline HostRun runModuleHost(const QStringList& arguments,
                              const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment(),
                              const QByteArray& input = QByteArray())
@@ -47,8 +45,7 @@ inline HostRun runModuleHost(const QStringList& arguments,
     return result;
 }
 
-// The stored start options that make the module begin an automatic update
-// right after it starts.
+// The stored start options that make the module begin an automatic update right after it starts.
 inline void writeAutomaticStart(const QString& downloadDir, bool showWindow)
 {
     writeText(downloadDir + QStringLiteral("/download.rdd"),

@@ -1,9 +1,7 @@
 // The dialog object and its window: what it asks the host, where it finds
 // the server, how the list chain fills the tree, and the window's controls.
 #include <QCheckBox>
-#include <QPointer>
 #include <QPushButton>
-#include <QStatusBar>
 
 #include "ui/TextEdit.h"
 #include "ui/UiFixture.h"
@@ -19,10 +17,9 @@ class Window : public UiFixture {};
 TEST_F(Construction, AsksTheHostInOrderAndKeepsOnlyUnfinishedDownloads)
 {
     QDir().mkpath(host->downloadDir);
-    writeText(downloaded("configDesc.txt"), "old list");
-    writeText(downloaded("notes.TXT"), "not a list");
-    writeText(downloaded("charts.so.gz"), "partial download");
-    writeSettings("[Address]\r\nPath=http://127.0.0.1:1/base\r\n");
+    for (const char* name : {"configDesc.txt", "notes.TXT", "charts.so.gz"})
+        writeText(downloaded(name), "left from before");
+    useServer("http://127.0.0.1:1/base");
 
     CDownloadWidget* widget = openDialog();
     ASSERT_NE(nullptr, widget);
@@ -42,19 +39,17 @@ TEST_F(Construction, AsksTheHostInOrderAndKeepsOnlyUnfinishedDownloads)
     // Old lists go ("*.txt" only, as a shell would match), unfinished downloads stay.
     EXPECT_EQ(QStringList({"charts.so.gz", "notes.TXT"}),
               QDir(host->downloadDir).entryList({"*.txt", "*.gz"}, QDir::Files, QDir::Name));
-    EXPECT_EQ(QStringLiteral("http://127.0.0.1:1/base"), widget->serverBaseUrl());
-    EXPECT_EQ(nullptr, widget->dialogWindow());  // the window waits for the menu
-    EXPECT_EQ(300, widget->autoDelaySeconds());
-    EXPECT_TRUE(widget->autoStartTimer()->isActive());
+    EXPECT_EQ(300, widget->autoDelaySeconds());  // that the timer runs is the automatic runs' business
 }
 
 // Without settings the download folder is made and the settings are not.
 TEST_F(Construction, ServerAddressIsNormalisedAndCut)
 {
     const QString fallback = QStringLiteral("http://update.velmora.org/Win32_3.3.8");
+    const QString settingsFile = host->configDir + QStringLiteral("/download.cfg");
     EXPECT_EQ(fallback, openDialog()->serverBaseUrl());
     EXPECT_TRUE(QDir(host->downloadDir).exists());
-    EXPECT_FALSE(QFile::exists(host->configDir + QStringLiteral("/download.cfg")));
+    EXPECT_FALSE(QFile::exists(settingsFile));
     const std::pair<QByteArray, QString> cases[] = {
         {"[Address]\r\nPath=ftp://h/p\r\n", "http://ftp://h/p"},  // the settings' own scheme rule
         {"[address]\nPath=http://other\n", fallback},  // section names are case-sensitive
@@ -65,16 +60,16 @@ TEST_F(Construction, ServerAddressIsNormalisedAndCut)
         {QByteArray("\x01\x02[\xff\xfe=\n\0\0junk", 14), fallback},
     };
     for (const auto& [settings, expected] : cases) {
-        writeSettings(settings);
+        writeText(settingsFile, settings);
         EXPECT_EQ(expected, openDialog()->serverBaseUrl()) << settings.left(40).constData();
     }
 }
 
 TEST_F(Window, ListChainShowsExactlyTheOfferedRows)
 {
-    startNginx();
-    CDownloadWidget* widget = openDialog();
-    ASSERT_TRUE(openWindowAndWaitForLists(widget));
+    QFile::remove(serverRoot + "/desc/orders.txt");
+    CDownloadWidget* widget = openWindow();
+    ASSERT_NE(nullptr, widget);
 
     // The configuration's own module goes under its row.
     const QStringList rows{"Standard|3.4.0 <quotes.so|2.1.0>", "charts.so|1.5.0", "orders.so|4.0.0"};
@@ -83,65 +78,58 @@ TEST_F(Window, ListChainShowsExactlyTheOfferedRows)
     EXPECT_EQ(QStringList({"2.0 Mb", "2026-11-10", "3.3.8"}),
               QStringList({orders->text(1), orders->text(2), orders->text(3)}));
 
-    // Selecting a module shows its description; a module row of a
-    // configuration shows the configuration's.
-    widget->tree()->setCurrentItem(widget->tree()->topLevelItem(1));
-    EXPECT_EQ(QString::fromLocal8Bit("Charts with \xe9l\xe9gance."),
-              widget->descriptionView()->toPlainText());
-    widget->tree()->setCurrentItem(widget->tree()->topLevelItem(0)->child(0));
-    EXPECT_EQ(QStringLiteral("The standard set of modules."),
-              widget->descriptionView()->toPlainText());
+    // Selecting a module shows its description, a module row of a
+    // configuration the configuration's; a missing one reads as such.
+    const std::pair<QTreeWidgetItem*, QString> descriptions[] = {
+        {widget->tree()->topLevelItem(1), QString::fromLocal8Bit("Charts with \xe9l\xe9gance.")},
+        {widget->tree()->topLevelItem(0)->child(0), QStringLiteral("The standard set of modules.")},
+        {orders, QStringLiteral("MD0042")}};
+    for (const auto& [row, description] : descriptions) {
+        widget->tree()->setCurrentItem(row);
+        EXPECT_EQ(description, widget->descriptionView()->toPlainText());
+    }
 
-    // A second search (the automatic start's timer with nothing stored)
-    // shows its rows once, not after the old.
-    ASSERT_TRUE(waitForLists(widget, [widget] { widget->startTimerIsOutTime(); }));
+    // Refresh searches again and shows its rows once, not after the old.
+    ASSERT_TRUE(waitForLists(widget, [widget] { widget->refreshControl()->click(); }));
     EXPECT_EQ(rows, topLevelRows(widget));
 }
 
-TEST_F(Window, MissingListsAndDescriptionsLeaveAUsableWindow)
+// Start is enabled while a row is ticked, Refresh while none is; two ticks
+// decide as one. The automatic box guards its partner, and Close stores both.
+TEST_F(Window, TicksDriveStartAndRefreshAndCloseStoresTheStartOptions)
 {
-    QFile::remove(serverRoot + "/configDesc.txt");
-    QFile::remove(serverRoot + "/desc/charts.txt");
-    writeText(serverRoot + "/moduleDesc.txt", "<html><body>Not a list</body></html>\n");
-    startNginx();
-    CDownloadWidget* widget = openDialog();
-    ASSERT_TRUE(openWindowAndWaitForLists(widget));
-    EXPECT_TRUE(topLevelRows(widget).isEmpty());
-    EXPECT_EQ(QStringLiteral("MD0041Message"), widget->statusLine()->currentMessage());
-    EXPECT_TRUE(widget->refreshControl()->isEnabled());
-
-    // The module list comes back; its missing description reads as such.
-    putServerFile(serverRoot, "/moduleDesc.txt",
-        "charts.so,1.5.0,3.3.8,1,/desc/charts.txt,/files/charts.so.gz,2026-10-01,20\n");
-    ASSERT_TRUE(waitForLists(widget, [widget] { widget->refreshControl()->click(); }));
-    ASSERT_EQ((QStringList{"charts.so|1.5.0"}), topLevelRows(widget));
-    widget->tree()->setCurrentItem(widget->tree()->topLevelItem(0));
-    EXPECT_EQ(QStringLiteral("MD0042"), widget->descriptionView()->toPlainText());
-}
-
-// Start is enabled while a row is ticked, Refresh while none is.
-TEST_F(Window, TickingDrivesStartAndRefresh)
-{
-    startNginx();
-    CDownloadWidget* widget = openDialog();
-    ASSERT_TRUE(openWindowAndWaitForLists(widget));
-    const auto expectStart = [widget](bool on) {
-        EXPECT_EQ(on, widget->startControl()->isEnabled());
-        EXPECT_EQ(!on, widget->refreshControl()->isEnabled());
+    CDownloadWidget* widget = openWindow();
+    ASSERT_NE(nullptr, widget);
+    const auto startEnabled = [widget] {
+        EXPECT_NE(widget->startControl()->isEnabled(), widget->refreshControl()->isEnabled());
+        return widget->startControl()->isEnabled();
     };
-    expectStart(false);
-    tick(widget, "charts.so");
-    expectStart(true);
-    tick(widget, "orders.so");  // two ticks decide as one
-    expectStart(true);
-    for (int i = 0; i < widget->tree()->topLevelItemCount(); ++i)
-        widget->tree()->topLevelItem(i)->setCheckState(0, Qt::Unchecked);
-    expectStart(false);
+    EXPECT_FALSE(startEnabled());
+    tick(widget, {"charts.so"});
+    EXPECT_TRUE(startEnabled());
+    tick(widget, {"orders.so"});
+    EXPECT_TRUE(startEnabled());
+    tick(widget, {"charts.so", "orders.so"}, Qt::Unchecked);
+    EXPECT_FALSE(startEnabled());
+
+    EXPECT_FALSE(widget->showWindowControl()->isEnabled());
+    widget->autoControl()->setChecked(true);
+    EXPECT_TRUE(widget->showWindowControl()->isEnabled());
+    widget->showWindowControl()->setChecked(true);
+    widget->autoControl()->setChecked(false);
+    EXPECT_FALSE(widget->showWindowControl()->isChecked());
+    widget->autoControl()->setChecked(true);
+    widget->closeControl()->click();
+    EXPECT_TRUE(waitFor([widget] { return widget->dialogWindow() == nullptr; }));
+    bool autoDownload = false, showWindow = true;
+    CSaveParamDownload(host->downloadDir).getStartParam(autoDownload, showWindow);
+    EXPECT_EQ(std::make_pair(true, false), std::make_pair(autoDownload, showWindow));
 }
 
-TEST_F(Window, MenuCommandsOfOthersOrOffLineAreIgnored)
+// The window opens only for the dialog's own menu entry, and only on-line.
+TEST_F(Window, OnlyItsOwnMenuEntryOnLineOpensTheWindow)
 {
-    startNginx();
+    useServer("http://127.0.0.1:1");
     CDownloadWidget* widget = openDialog();
     mm_menu_item other{}, ours{};
     other.id = UiTestHost::kMenuId + 1;
@@ -153,36 +141,4 @@ TEST_F(Window, MenuCommandsOfOthersOrOffLineAreIgnored)
     host->deliver(HostMsg::SetConnectState, reinterpret_cast<intptr_t>(&offLine));
     host->deliver(HostMsg::MenuCommand, reinterpret_cast<intptr_t>(&ours));
     EXPECT_EQ(nullptr, widget->dialogWindow());
-}
-
-TEST_F(Window, CloseStoresTheStartOptionsAndTheAutoBoxGuardsItsPartner)
-{
-    startNginx();
-    CDownloadWidget* widget = openDialog();
-    ASSERT_TRUE(openWindowAndWaitForLists(widget));
-    EXPECT_FALSE(widget->showWindowControl()->isEnabled());
-    widget->autoControl()->setChecked(true);
-    EXPECT_TRUE(widget->showWindowControl()->isEnabled());
-    widget->showWindowControl()->setChecked(true);
-    widget->autoControl()->setChecked(false);
-    EXPECT_FALSE(widget->showWindowControl()->isChecked());
-    widget->autoControl()->setChecked(true);
-
-    widget->closeControl()->click();
-    EXPECT_TRUE(waitFor([widget] { return widget->dialogWindow() == nullptr; }));
-    bool autoDownload = false, showWindow = true;
-    CSaveParamDownload(host->downloadDir).getStartParam(autoDownload, showWindow);
-    EXPECT_EQ(std::make_pair(true, false), std::make_pair(autoDownload, showWindow));
-}
-
-TEST_F(Window, OpeningTwiceKeepsOneDialogObject)
-{
-    CDownloadWidget* first = openDialog();
-    QPointer<CDownloadWidget> watch(first);
-    CDownloadWidget* second = openDialog();
-    EXPECT_NE(first, second);
-    EXPECT_TRUE(watch.isNull());
-    EXPECT_EQ(second, GetModule<CDownloadModule>()->widget());
-    host->deliver(HostMsg::CloseDialog);
-    EXPECT_EQ(second, GetModule<CDownloadModule>()->widget());
 }

@@ -1,10 +1,7 @@
 #pragma once
-// The dialog's tests: the workflow's setting (an update server tree served
-// by nginx, a host with an installed configuration) with the dialog opened
-// the way a host opens it, and the boxes it shows answered.
-#include <QAbstractButton>
+// The dialog's tests: the workflow's setting with the dialog opened the way a
+// host opens it, and the boxes it shows answered.
 #include <QApplication>
-#include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QTimer>
@@ -22,16 +19,14 @@ protected:
     {
         WorkflowFixture::SetUp();
         // Every message box or question box the dialog opens is answered
-        // with its first button (OK / Yes), its "title | text" kept.
-        QObject::connect(&answerer, &QTimer::timeout, [this] {
+        // with its first button (OK / Yes); which boxes the workflow shows is
+        // the workflow tests' business.
+        QObject::connect(&answerer, &QTimer::timeout, [] {
             for (QWidget* window : QApplication::topLevelWidgets()) {
                 auto* box = qobject_cast<QMessageBox*>(window);
                 auto* question = dynamic_cast<CDownloadMessInfo*>(window);
-                if (!window->isVisible() || (!box && !question))
-                    continue;
-                boxes << window->windowTitle() + " | " + (box ? box->text() : question->textLabel()->text());
-                (box ? box->buttons().first() : question->okButton())->click();
-                return;
+                if (window->isVisible() && (box || question))
+                    return (box ? box->buttons().first() : question->okButton())->click();
             }
         });
         answerer.start(20);
@@ -45,22 +40,22 @@ protected:
         WorkflowFixture::TearDown();
     }
 
-    void writeSettings(const QByteArray& text) { writeText(host->configDir + QStringLiteral("/download.cfg"), text); }
-
     CDownloadWidget* openDialog()
     {
         host->deliver(HostMsg::OpenDialog);
         return GetModule<CDownloadModule>()->widget();
     }
 
-    // Opens the window from the host's menu and waits until the lists are shown.
-    bool openWindowAndWaitForLists(CDownloadWidget* widget)
+    // Serves the server tree, opens the dialog object and its window from the
+    // host's menu and waits until the lists are shown; null if any step failed.
+    CDownloadWidget* openWindow()
     {
-        return waitForLists(widget, [this] {
-            mm_menu_item item{};
-            item.id = UiTestHost::kMenuId;
-            host->deliver(HostMsg::MenuCommand, reinterpret_cast<intptr_t>(&item));
-        }) && widget->dialogWindow();
+        startNginx();
+        CDownloadWidget* widget = HasFatalFailure() ? nullptr : openDialog();
+        mm_menu_item item{};
+        item.id = UiTestHost::kMenuId;
+        return widget && waitForLists(widget, [&] { host->deliver(HostMsg::MenuCommand, intptr_t(&item)); })
+                       && widget->dialogWindow() ? widget : nullptr;
     }
 
     // Does what starts a list search and waits until its lists are shown.
@@ -90,12 +85,12 @@ protected:
         return rows;
     }
 
-    void tick(CDownloadWidget* widget, const QString& name)
+    void tick(CDownloadWidget* widget, std::initializer_list<const char*> names, Qt::CheckState state = Qt::Checked)
     {
-        for (QTreeWidgetItem* row : widget->tree()->findItems(name, Qt::MatchExactly))
-            row->setCheckState(0, Qt::Checked);
+        for (const char* name : names)
+            for (QTreeWidgetItem* row : widget->tree()->findItems(name, Qt::MatchExactly))
+                row->setCheckState(0, state);
     }
 
     QTimer answerer;
-    QStringList boxes;  // every box the dialog opened, in order
 };

@@ -1,8 +1,6 @@
 #pragma once
-// A host for the dialog's tests: folders in a temporary tree, the parameter
-// files answered by the reference host's store, installed configurations and
-// module tables from plain tables, the dialog's menu entry and connection
-// state.
+// A host for the dialog's tests: folders in a temporary tree, the reference
+// host's parameter store, installed products, the menu entry and connection.
 #include <functional>
 #include <vector>
 
