@@ -7,7 +7,6 @@
 #include <QProcess>
 
 #include "WholeRunFixture.h"
-#include "transfer/support/WaitFor.h"
 
 namespace {
 
@@ -28,10 +27,9 @@ TEST_P(CrashSafety, ARestartAfterAKillCompletesTheRunWithTheReleasesFiles)
     signature = "[Signature]\r\nPublicKey=" + readFile(kSamples + "/signing/release.pub").split('\n').value(1) + "\r\n";
     ASSERT_NO_FATAL_FAILURE(startServer(kFileServerFamilies[0], "/files/quotes.so.gz", 4096));
     writeAutomaticStart(downloadDir, false);
-    const QByteArray script = "answer yes\nwait-log Installation ended\nquit\n";
     {
         QProcess host;
-        ASSERT_NO_FATAL_FAILURE(startHost(host, script));
+        ASSERT_NO_FATAL_FAILURE(startHost(host, kAutomaticScript));
         const bool reached = waitFor([&] {
             host.readAll();
             return GetParam().reached(*this) || host.state() == QProcess::NotRunning;
@@ -42,7 +40,7 @@ TEST_P(CrashSafety, ARestartAfterAKillCompletesTheRunWithTheReleasesFiles)
         host.waitForFinished(-1);
     }
     WholeRun run;
-    ASSERT_NO_FATAL_FAILURE(runHost(script, run));
+    ASSERT_NO_FATAL_FAILURE(runHost(kAutomaticScript, run));
     ASSERT_EQ(0, run.exitCode) << qPrintable(run.transcript());
     EXPECT_TRUE(run.log.contains("Installation ended: ")) << qPrintable(run.log);
     expectInstalled(releaseFiles(kUpdatedByAutomaticRun));

@@ -17,6 +17,7 @@
 #include <gtest/gtest.h>
 
 #include "hostprog/ModuleHostRun.h"
+#include "transfer/support/WaitFor.h"
 
 using FileTree = QMap<QString, QByteArray>;
 
@@ -56,6 +57,8 @@ inline FileTree releaseFiles(const QMap<QString, QString>& updated)
         files.insert(it.key(), readFile(kSamples + "/release/modules/" + it.value()));
     return files;
 }
+
+const QByteArray kAutomaticScript = "answer yes\nwait-log Installation ended\nquit\n";
 
 struct WholeRun : HostRun {
     QString log;  // the module's log lines, as the host wrote them
@@ -120,6 +123,20 @@ public:
         process.setProcessChannelMode(QProcess::MergedChannels);
         ASSERT_TRUE(startModuleHost(process, hostArguments(script), hostEnvironment()))
             << "module-host did not start: " << qPrintable(process.errorString());
+    }
+
+    // The automatic run started with quotes.so.gz served slowly, until
+    // quotes.so.gz, fetched after core.so.gz, has begun to arrive.
+    void startRunHalfWay(QProcess& host, const FileServerFamily& family, int bytesPerSecond)
+    {
+        ASSERT_NO_FATAL_FAILURE(startServer(family, "/files/quotes.so.gz", bytesPerSecond));
+        ASSERT_NO_FATAL_FAILURE(startHost(host, kAutomaticScript));
+        ASSERT_TRUE(waitFor([&] {
+            host.readAll();
+            return QFileInfo(downloadDir + "/quotes.so.gz").size() > 4096
+                && requestedPaths().contains("/files/core.so.gz");
+        })) << "quotes.so.gz never began arriving after core.so.gz\n"
+            << qPrintable(server->accessLog().join('\n'));
     }
 
     QString hostLog() const { return QString::fromUtf8(readFile(dir.filePath("host.log"))); }

@@ -10,7 +10,6 @@
 #include <gtest/gtest.h>
 
 #include "WholeRunFixture.h"
-#include "transfer/support/WaitFor.h"
 
 namespace {
 
@@ -18,30 +17,9 @@ namespace {
 const QStringList kReplacedByAutomaticRun = {"bin/core.so", "bin/quotes.so", "bin/charts.so",
                                              "plugins/scanner.so", "help/themes.pak"};
 
-const QByteArray kAutomaticScript = "answer yes\nwait-log Installation ended\nquit\n";
-
-// The release's modules as installed files.
 class WholeRunTest : public WholeRunFixture {
 protected:
     void switchOnAutomaticRun() { writeAutomaticStart(downloadDir, true); }
-
-    // quotes.so.gz served at 1 KiB/s, so that a test can act while it is half way.
-    void serveQuotesSlowly(const FileServerFamily& family)
-    {
-        ASSERT_NO_FATAL_FAILURE(startServer(family, "/files/quotes.so.gz", 1024));
-        switchOnAutomaticRun();
-    }
-
-    // Waits until quotes.so.gz, fetched after core.so.gz, has begun to arrive.
-    void waitUntilQuotesHalfWay(QProcess& host)
-    {
-        ASSERT_TRUE(waitFor([&] {
-            host.readAll();
-            return QFileInfo(downloadDir + "/quotes.so.gz").size() > 4096
-                && requestedPaths().contains("/files/core.so.gz");
-        })) << "quotes.so.gz never began arriving after core.so.gz\n"
-            << qPrintable(server->accessLog().join('\n'));
-    }
 
     // One field ('|'-separated: 2 the Range, 3 the body bytes) of each
     // request for path in the server's log from entry `from` on.
@@ -73,7 +51,6 @@ protected:
         ASSERT_EQ(backups.size(), 1) << qPrintable(relative) << " has no single backup";
         EXPECT_EQ(readFile(backups.first()), installedBefore.value(relative)) << qPrintable(relative);
     }
-
 };
 
 class OnEachServer : public WholeRunTest, public ::testing::WithParamInterface<FileServerFamily> {};
@@ -185,11 +162,10 @@ TEST_P(OnEachServer, FilesMissingOnTheServerEndTheRunInTheErrorBoxWithNothingIns
 // had arrived is not fetched again, the half one is resumed where it stopped.
 TEST_P(OnEachServer, AHostKilledMidDownloadContinuesTheStoredRunWhenStartedAgain)
 {
-    ASSERT_NO_FATAL_FAILURE(serveQuotesSlowly(GetParam()));
+    switchOnAutomaticRun();
     {
         QProcess host;
-        ASSERT_NO_FATAL_FAILURE(startHost(host, kAutomaticScript));
-        ASSERT_NO_FATAL_FAILURE(waitUntilQuotesHalfWay(host));
+        ASSERT_NO_FATAL_FAILURE(startRunHalfWay(host, GetParam(), 1024));
         host.kill();
         host.waitForFinished(-1);
     }
@@ -222,10 +198,9 @@ TEST_P(OnEachServer, AHostKilledMidDownloadContinuesTheStoredRunWhenStartedAgain
 // resumes the file; the run ends installed as if nothing had happened.
 TEST_P(OnEachServer, AServerStoppedMidFileIsTriedAgainAndTheFileResumed)
 {
-    ASSERT_NO_FATAL_FAILURE(serveQuotesSlowly(GetParam()));
+    switchOnAutomaticRun();
     QProcess host;
-    ASSERT_NO_FATAL_FAILURE(startHost(host, kAutomaticScript));
-    ASSERT_NO_FATAL_FAILURE(waitUntilQuotesHalfWay(host));
+    ASSERT_NO_FATAL_FAILURE(startRunHalfWay(host, GetParam(), 1024));
     server->stop();
     const int before = server->accessLog().size();
     ASSERT_TRUE(server->start()) << GetParam().name << " did not start again:\n" << qPrintable(server->log());

@@ -18,12 +18,6 @@ namespace {
 
 const QString kRelease = QStringLiteral(DM_SOURCE_DIR "/examples/release");
 
-QByteArray readAll(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
-}
-
 QByteArray gunzip(const QString& path)
 {
     gzFile in = gzopen(QFile::encodeName(path).constData(), "rb");
@@ -35,10 +29,10 @@ QByteArray gunzip(const QString& path)
 }
 
 // The tool's exit code; its error output goes to error.
-int publish(const QString& manifest, const QString& output, QString* error = nullptr)
+int publish(const QString& manifest, const QString& output, QString* error = nullptr, QStringList flags = {})
 {
     QProcess process;
-    process.start(DM_PUBLISHER_PATH, {manifest, output});
+    process.start(DM_PUBLISHER_PATH, flags << manifest << output);
     process.waitForFinished(-1);
     if (error)
         *error = QString::fromLocal8Bit(process.readAllStandardError());
@@ -47,26 +41,28 @@ int publish(const QString& manifest, const QString& output, QString* error = nul
 
 QStringList lines(const QString& path)
 {
-    return QString::fromLocal8Bit(readAll(path)).split('\n', Qt::SkipEmptyParts);
+    return QString::fromLocal8Bit(readFile(path)).split('\n', Qt::SkipEmptyParts);
 }
 
 }  // namespace
 
+// Signed with the sample key, the tool writes the shipped tree: a signature
+// beside every text.
 TEST(Publisher, WritesTheShippedServerTreeWhichTheModuleReadsEntirely)
 {
     QTemporaryDir dir;
     const QString out = dir.filePath("server");
-    ASSERT_EQ(0, publish(kRelease + "/manifest.json", out));
+    ASSERT_EQ(0, publish(kRelease + "/manifest.json", out, nullptr,
+                         {"--sign", DM_SOURCE_DIR "/examples/signing/release.key"}));
     int produced = 0;
     QDirIterator it(out, QDir::Files, QDirIterator::Subdirectories);
     while (it.hasNext()) {
         const QString relative = it.next().mid(out.size());
         ++produced;
-        EXPECT_EQ(readAll(out + relative), readAll(DM_SOURCE_DIR "/examples/server" + relative))
+        EXPECT_EQ(readFile(out + relative), readFile(DM_SOURCE_DIR "/examples/server" + relative))
             << relative.toStdString();
     }
-    EXPECT_EQ(32, produced);
-
+    EXPECT_EQ(32 + 19, produced);
     dlListModule configs;
     parseConfigLines(lines(out + "/configDesc.txt"), configs, nullptr, 0, false);
     ASSERT_EQ(2, configs.count);
@@ -82,7 +78,7 @@ TEST(Publisher, WritesTheShippedServerTreeWhichTheModuleReadsEntirely)
     EXPECT_EQ(fields(modules.modules[0]),
               "charts.so|1.5.0|3.4.0|1|/files/charts.so.gz|/descriptions/charts.so.txt|||2026-10-01|"
                   + QByteArray::number(kb) + " kb|-1");
-    EXPECT_EQ(readAll(kRelease + "/modules/charts.so"), gunzip(out + "/files/charts.so.gz"));
+    EXPECT_EQ(readFile(kRelease + "/modules/charts.so"), gunzip(out + "/files/charts.so.gz"));
 }
 
 // Each case changes the first module (core.so) of a copy of the shipped
@@ -103,7 +99,7 @@ TEST(Publisher, RefusesWhatTheModuleCouldNotReadNamingTheEntry)
         {"saved name taken", "\"date\": \"x\", \"name\": \"charts.so\"", 3, "published twice"},
     };
     const QByteArray original = "\"date\": \"2026-11-02\"";
-    QByteArray shipped = readAll(kRelease + "/manifest.json");
+    QByteArray shipped = readFile(kRelease + "/manifest.json");
     ASSERT_TRUE(shipped.contains(original));
     for (const QByteArray key : {"\"file\": \"", "\"description\": \""})
         shipped.replace(key, key + kRelease.toUtf8() + '/');

@@ -1,15 +1,22 @@
-// Signed lists: what Debian's minisign signs the module accepts, what the
-// publisher signs minisign accepts, and a list is refused for each way a
-// server or the path to it can serve the wrong one.
-#include <limits>
-
+// Signed releases below the whole run (whose refusals are tests/e2e's
+// SignatureFaults): what the publisher signs minisign and the module accept,
+// the SHA-256 taken as a file arrives is the file on disk, and the list's hash
+// reaches the check through the parser and the state file.
+#include <QCryptographicHash>
 #include <QDirIterator>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
-#include "support/FileHelpers.h"
+#include "storage/StorageFiles.h"
+#include "support/FaultServer.h"
+#include "support/RecordingClient.h"
+#include "support/WaitFor.h"
+#include "transfer/DownloadHttp.h"
+#include "update/FileHashes.h"
 #include "update/ListSignature.h"
+#include "update/ModuleListParser.h"
+#include "update/SaveParamDownload.h"
 
 namespace {
 
@@ -24,195 +31,70 @@ int run(const QString& program, const QStringList& arguments, QByteArray* output
     process.start(program, arguments);
     if (!process.waitForFinished(-1))
         return -1;
-    if (output)
-        *output = process.readAll();
+    *output = process.readAll();
     return process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
 }
 
-// A key pair made by minisign itself.
-struct CliKey {
-    QString publicFile;
-    QString secretFile;
-    QByteArray publicLine;  // what download.cfg names
-};
-
-CliKey makeKey(const QTemporaryDir& dir, const QString& name)
+QByteArray sha256(const QByteArray& bytes)
 {
-    CliKey key{dir.filePath(name + ".pub"), dir.filePath(name + ".key"), QByteArray()};
-    QByteArray output;
-    EXPECT_EQ(0, run(DM_MINISIGN_PATH, {"-G", "-W", "-f", "-p", key.publicFile, "-s", key.secretFile}, &output))
-        << output.toStdString();
-    key.publicLine = readFile(key.publicFile).split('\n').value(1).trimmed();
-    return key;
+    return QCryptographicHash::hash(bytes, QCryptographicHash::Sha256).toHex();
 }
 
-// minisign's signature of file, with options such as {"-t", comment}.
-QByteArray cliSign(const CliKey& key, const QString& file, const QStringList& options)
+ScriptedReply partialReply(const QByteArray& whole, int from)
 {
-    QByteArray output;
-    EXPECT_EQ(0, run(DM_MINISIGN_PATH, QStringList{"-S", "-s", key.secretFile, "-m", file} + options, &output))
-        << output.toStdString();
-    return readFile(file + ".minisig");
-}
-
-// The signature of a list valid until 2031 with that serial.
-QByteArray signedAs(const CliKey& key, const QString& file, int serial, const char* expires = "2031-01-01T00:00:00Z")
-{
-    return cliSign(key, file, {"-t", "serial=" + QString::number(serial) + " expires=" + expires});
+    return {"HTTP/1.1 206 Partial Content\r\nContent-Range: bytes " + QByteArray::number(from) + "-"
+            + QByteArray::number(whole.size() - 1) + "/" + QByteArray::number(whole.size())
+            + "\r\nContent-Length: " + QByteArray::number(whole.size() - from) + "\r\n\r\n" + whole.mid(from)};
 }
 
 }  // namespace
 
-// Every signature is minisign's own (the CLI's), checked with the keys a
-// download.cfg names: PublicKey and, for rotation, PublicKey2.
-TEST(ListSignature, AListIsUsedOnlyWhenSignedByAConfiguredKeyUnexpiredAndNotOlder)
-{
-    QTemporaryDir dir;
-    const CliKey current = makeKey(dir, "current");
-    const CliKey next = makeKey(dir, "next");
-    const CliKey stranger = makeKey(dir, "stranger");
-    const QString list = dir.filePath("moduleDesc.txt");
-    const QByteArray listBytes = "core.so,3.4.0,3.4.0,1,/d/core.txt,/f/core.so.gz,2026-11-02,12,"
-                                 + QByteArray(64, 'a') + "\n";
-    writeText(list, listBytes);
-    const QString cfg = dir.filePath("download.cfg");
-    writeText(cfg, "[Address]\nPath=http://example\n[Signature]\nPublicKey=" + current.publicLine
-                      + "\nPublicKey2=" + next.publicLine + "\n");
-    const SignatureSettings settings = SignatureSettings::read(cfg);
-    ASSERT_TRUE(settings.enabled);
-    ASSERT_EQ(2, settings.keys.size()) << settings.errors.join("; ").toStdString();
-
-    const QByteArray good = signedAs(current, list, 5);
-    QByteArray forgedComment = good;
-    forgedComment.replace("serial=5", "serial=9");
-    QByteArray cutSignature = good;
-    cutSignature.replace(cutSignature.indexOf('\n') + 5, 12, "");
-
-    const struct {
-        const char* why;
-        QByteArray list;
-        QByteArray minisig;
-        qint64 highest;
-        ListVerdict::Refusal refusal;
-        qint64 serial;  // -1: none read
-    } rows[] = {
-        {"signed, serial above the accepted one", listBytes, good, 4, ListVerdict::None, 5},
-        {"the same serial again (another list of the release)", listBytes, good, 5, ListVerdict::None, 5},
-        {"rotation: signed with PublicKey2's key", listBytes, signedAs(next, list, 6), 5, ListVerdict::None, 6},
-        {"list changed after signing", listBytes + "evil.so,9.9.9,3.4.0,1,/d,/f/evil.gz,x,1\n", good, 0,
-         ListVerdict::BadSignature, -1},
-        {"signed by a key nobody configured", listBytes, signedAs(stranger, list, 7), 0, ListVerdict::UnknownKey, -1},
-        {"expired a second ago (a frozen server)", listBytes, signedAs(current, list, 8, "2030-06-01T11:59:59Z"), 0,
-         ListVerdict::Expired, 8},
-        {"older release's list (rollback)", listBytes, signedAs(current, list, 3), 4, ListVerdict::Rollback, 3},
-        {"trusted comment changed after signing", listBytes, forgedComment, 0,
-         ListVerdict::BadTrustedComment, -1},
-        {"minisign's default comment: no serial, no expiry", listBytes, cliSign(current, list, {}), 0,
-         ListVerdict::BadTrustedComment, -1},
-        {"unhashed legacy signature (minisign -l)", listBytes,
-         cliSign(current, list, {"-l", "-t", "serial=5 expires=2031-01-01T00:00:00Z"}), 0, ListVerdict::Malformed, -1},
-        {"signature line cut short", listBytes, cutSignature, 0, ListVerdict::Malformed, -1},
-        {"an error page instead of a signature", listBytes, "<html>404</html>\n", 0, ListVerdict::Malformed, -1},
-        {"no signature", listBytes, QByteArray(), 0, ListVerdict::MissingSignature, -1},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.why);
-        const ListVerdict verdict = ListSignature::verify(row.list, row.minisig, settings.keys, row.highest, kNow);
-        EXPECT_EQ(row.refusal, verdict.refusal) << verdict.reason.toStdString();
-        EXPECT_EQ(row.refusal == ListVerdict::None, verdict.accepted);
-        EXPECT_FALSE(verdict.reason.isEmpty());
-        EXPECT_TRUE(row.serial < 0 || row.serial == verdict.serial) << verdict.serial;
-    }
-}
-
-TEST(ListSignature, KeysAndTheAcceptedSerialComeFromWhatTheInstallationKeeps)
-{
-    QTemporaryDir dir;
-    const CliKey key = makeKey(dir, "current");
-    const struct {
-        const char* why;
-        QByteArray cfg;
-        bool enabled;
-        int keys;
-    } settingsRows[] = {
-        {"no [Signature]: checking off", "[Address]\nPath=http://example\n", false, 0},
-        // A typo must not turn checking off: nothing then verifies.
-        {"a broken key", "[Signature]\nPublicKey=RWQnot-a-key\n", true, 0},
-        {"PublicKey2 without PublicKey is not read", "[Signature]\nPublicKey2=" + key.publicLine + "\n", false, 0},
-    };
-    for (const auto& row : settingsRows) {
-        SCOPED_TRACE(row.why);
-        writeText(dir.filePath("download.cfg"), row.cfg);
-        const SignatureSettings settings = SignatureSettings::read(dir.filePath("download.cfg"));
-        EXPECT_EQ(row.enabled, settings.enabled);
-        EXPECT_EQ(row.keys, settings.keys.size());
-    }
-
-    const QString folder = dir.filePath("download");
-    EXPECT_EQ(0, AcceptedSerialStore(folder).highest());
-    EXPECT_TRUE(AcceptedSerialStore(folder).raiseTo(12));
-    EXPECT_TRUE(AcceptedSerialStore(folder).raiseTo(7));
-    EXPECT_EQ(12, AcceptedSerialStore(folder).highest());  // read back by a new object, never lowered
-    writeText(AcceptedSerialStore(folder).path(), "garbage\n");
-    // Damage refuses every list instead of letting an old one in.
-    EXPECT_EQ(std::numeric_limits<qint64>::max(), AcceptedSerialStore(folder).highest());
-}
-
-// The shipped sample tree is the publisher's signed output, and every text
-// the module fetches carries a signature that minisign and the module accept.
+// Every text of the shipped sample tree (the publisher's signed output, see
+// tests/publish) carries a signature that minisign and the module accept,
+// and the module refuses it for a list changed after signing.
 TEST(PublisherSignatures, EveryFetchedTextOfTheSignedSampleIsAcceptedByMinisignAndTheModule)
 {
-    QTemporaryDir dir;
-    const QString out = dir.filePath("server");
     const QString publicFile = kSourceDir + "/examples/signing/release.pub";
-    QByteArray output;
-    ASSERT_EQ(0, run(DM_PUBLISHER_PATH, {"--sign", kSourceDir + "/examples/signing/release.key",
-                                         kSourceDir + "/examples/release/manifest.json", out},
-                     &output))
-        << output.toStdString();
     MinisignPublicKey key;
     ASSERT_TRUE(MinisignPublicKey::parse(readFile(publicFile), key));
-
     int texts = 0;
-    int files = 0;
-    QDirIterator it(out, QDir::Files, QDirIterator::Subdirectories);
+    QDirIterator it(kSourceDir + "/examples/server", {"*.txt"}, QDir::Files, QDirIterator::Subdirectories);
     while (it.hasNext()) {
         const QString path = it.next();
-        const QString relative = path.mid(out.size());
-        ++files;
-        EXPECT_EQ(readFile(path), readFile(kSourceDir + "/examples/server" + relative)) << relative.toStdString();
-        if (!path.endsWith(".txt"))
-            continue;
+        SCOPED_TRACE(path.toStdString());
         ++texts;
-        SCOPED_TRACE(relative.toStdString());
+        QByteArray output;
         ASSERT_EQ(0, run(DM_MINISIGN_PATH, {"-V", "-p", publicFile, "-m", path}, &output)) << output.toStdString();
         EXPECT_TRUE(output.contains("Trusted comment: serial=1 expires=2036-01-01T00:00:00Z")) << output.toStdString();
-        const ListVerdict verdict = ListSignature::verify(readFile(path), readFile(path + ".minisig"), {key}, 1, kNow);
+        const QByteArray minisig = readFile(path + ".minisig");
+        const ListVerdict verdict = ListSignature::verify(readFile(path), minisig, {key}, 1, kNow);
         EXPECT_TRUE(verdict.accepted) << verdict.reason.toStdString();
+        EXPECT_EQ(ListVerdict::BadSignature,
+                  ListSignature::verify(readFile(path) + "x", minisig, {key}, 1, kNow).refusal);
     }
     EXPECT_EQ(19, texts);
-    EXPECT_EQ(32 + texts, files);  // a signature beside every text, nothing else added
 }
 
 // Serial and expiry from the flags, with a key minisign made.
 TEST(PublisherSignatures, FlagsGiveTheTrustedCommentAndAKeyMinisignMadeSigns)
 {
     QTemporaryDir dir;
-    const CliKey key = makeKey(dir, "release");
+    const QString publicFile = dir.filePath("release.pub"), secretFile = dir.filePath("release.key");
     QByteArray output;
-    ASSERT_EQ(0, run(DM_PUBLISHER_PATH, {"--sign", key.secretFile, "--serial", "42", "--expires",
+    ASSERT_EQ(0, run(DM_MINISIGN_PATH, {"-G", "-W", "-p", publicFile, "-s", secretFile}, &output)) << output.data();
+    ASSERT_EQ(0, run(DM_PUBLISHER_PATH, {"--sign", secretFile, "--serial", "42", "--expires",
                                          "2040-02-29T23:59:59Z", kSourceDir + "/examples/release/manifest.json",
                                          dir.filePath("server")},
                      &output))
         << output.toStdString();
     const QString list = dir.filePath("server/lists/Standard.modules.txt");
-    ASSERT_EQ(0, run(DM_MINISIGN_PATH, {"-V", "-p", key.publicFile, "-m", list}, &output)) << output.toStdString();
+    ASSERT_EQ(0, run(DM_MINISIGN_PATH, {"-V", "-p", publicFile, "-m", list}, &output)) << output.toStdString();
     EXPECT_TRUE(output.contains("Trusted comment: serial=42 expires=2040-02-29T23:59:59Z")) << output.toStdString();
 
     // An encrypted key cannot be used unattended and is refused by name. Its
     // header says scrypt ("Sc"); making a real one would cost scrypt's
     // gigabyte for nothing the publisher reads.
-    const QList<QByteArray> lines = readFile(key.secretFile).split('\n');
+    const QList<QByteArray> lines = readFile(secretFile).split('\n');
     QByteArray bytes = QByteArray::fromBase64(lines.value(1));
     ASSERT_EQ(158, bytes.size());
     bytes.replace(2, 2, "Sc");
@@ -222,4 +104,83 @@ TEST(PublisherSignatures, FlagsGiveTheTrustedCommentAndAKeyMinisignMadeSigns)
                                          dir.filePath("again")},
                      &output));
     EXPECT_TRUE(output.contains("minisign -G -W")) << output.toStdString();
+}
+
+// What the HTTP client hashes on the way in is the file as it lies on disk:
+// the kept part of a resumed file included, and a server that answers a
+// resume with the whole file (200) replaces the stale kept bytes.
+TEST(FileCheck, TheHashTakenAsAFileArrivesIsTheFileOnDisk)
+{
+    const QByteArray body = patternBytes(5000, 7);
+    const struct {
+        const char* why;
+        QByteArray onDisk;  // empty: nothing
+        ScriptedReply reply;
+    } rows[] = {
+        {"whole file", QByteArray(), okReply(body)},
+        {"resumed: kept bytes and the rest", body.left(1300), partialReply(body, 1044)},
+        {"200 to a resume rewrites the stale kept bytes", patternBytes(1300, 99), okReply(body)},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        TestHost host;
+        RecordingClient client;
+        QTemporaryDir dir;
+        if (!row.onDisk.isEmpty())
+            writeText(dir.filePath("mod.gz"), row.onDisk);
+        FaultServer server({row.reply});
+        CDownloadHttp http(&client, QStringLiteral("http://127.0.0.1:%1/Win32").arg(server.port()));
+        const ListedHash listed{sha256(body), 5};
+        http.checkNextFile(listed.maxBytes());
+        http.getFile(QStringLiteral("/mod.gz"), dir.path(), 0, CDownloadHttp::KindDownloadModule, 0, false);
+        ASSERT_TRUE(waitFor([&] { return client.completions() > 0; }));
+        EXPECT_EQ(body, readFile(dir.filePath("mod.gz")));
+        EXPECT_TRUE(checkFetchedFile(listed, http.lastFetch(), true).accepted) << http.lastFetch().sha256.constData();
+        EXPECT_EQ(0, client.calls.last().number);
+    }
+}
+
+// A list's ninth field is kept beside the offered records and in the state
+// file, so a run continued after a restart checks what the list said.
+TEST(FileCheck, TheListsHashReachesAContinuedRunThroughTheStateFile)
+{
+    const QByteArray hash = sha256("a.so's bytes");
+    const struct {
+        QByteArray line;
+        QByteArray sha256;  // empty: none kept
+        qint64 sizeKb;
+    } rows[] = {
+        {"a.so,1.0.0,x,0,/d,/f/a.gz,T,12," + hash, hash, 12},
+        {"b.so,1.0.0,x,0,/d,/f/b.gz,T,3," + hash + ",later fields", hash, 3},
+        {"c.so,1.0.0,x,0,/d,/f/c.gz,T,3", "", 0},  // a list as before
+        {"d.so,1.0.0,x,0,/d,/f/d.gz,T,3,", "", 0},
+        {"e.so,1.0.0,x,0,/d,/f/e.gz,T,3," + hash.toUpper(), "", 0},  // upper case is not the format
+        {"f.so,1.0.0,x,0,/d,/f/f.gz,T,3," + hash.left(63), "", 0},   // one digit short
+    };
+    QStringList lines;
+    for (const auto& row : rows)
+        lines << QString::fromLatin1(row.line);
+    dlListModule list;
+    CListedHashes parsed;
+    parseModuleLines(lines, list, ModuleListBasis(), &parsed);
+    ASSERT_EQ(int(std::size(rows)), list.count);
+
+    // The state file through the reference host's parameter store.
+    QTemporaryDir dir;
+    StoreTestHost host;
+    CSaveParamDownload store(dir.path());
+    store.createLastDownload(list.count);
+    for (int i = 0; i < list.count; ++i)
+        store.saveLastDownloadModule(list.modules[i], 1, parsed.value(list.modules[i]));
+    // Later steps know nothing of hashes and must not lose them.
+    for (int i = 0; i < list.count; ++i)
+        store.changeStateLastDownloadModule(list.modules[i], 2);
+
+    CListedHashes continued;
+    EXPECT_EQ(2, store.getLastDownloadHashes(continued));
+    for (int i = 0; i < list.count; ++i) {
+        const ListedHash kept = continued.value(list.modules[i]);
+        EXPECT_EQ(rows[i].sha256 + ' ' + QByteArray::number(rows[i].sizeKb),
+                  kept.sha256 + ' ' + QByteArray::number(kept.sizeKb)) << rows[i].line.constData();
+    }
 }
