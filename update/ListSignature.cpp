@@ -15,6 +15,7 @@ namespace {
 
 constexpr int kPathBufferSize = 1024;
 constexpr int kValueBufferSize = inifiles::kMaxLine;
+constexpr int kKeySlots = 9;  // PublicKey, PublicKey2 ... PublicKey9
 
 ListVerdict refuse(ListVerdict::Refusal refusal, const QString& reason)
 {
@@ -39,13 +40,15 @@ SignatureSettings SignatureSettings::read(const QString& configFilePath)
     SignatureSettings settings;
     const QByteArray path = configFilePath.toLocal8Bit().left(kPathBufferSize - 1);
     inifiles ini(path.constData(), false);
-    for (int n = 1;; ++n) {
+    // Every slot is read, not up to the first gap: dropping PublicKey once
+    // a rotation to PublicKey2 is done must not switch the check off.
+    for (int n = 1; n <= kKeySlots; ++n) {
         const QByteArray name = n == 1 ? QByteArrayLiteral("PublicKey")
                                        : QByteArrayLiteral("PublicKey") + QByteArray::number(n);
         char value[kValueBufferSize];
         std::memset(value, 0, sizeof value);
         if (ini.ReadString("Signature", name.constData(), "", value, kValueBufferSize) != 0)
-            break;
+            continue;
         settings.enabled = true;
         MinisignPublicKey key;
         QString why;

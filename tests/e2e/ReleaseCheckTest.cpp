@@ -122,6 +122,9 @@ INSTANTIATE_TEST_SUITE_P(
         // A typo in the key must not switch the check off.
         Fault{"KeyMistyped", [](auto& t) { t.keys = "PublicKey=RWQnot-a-key"; }, "configDesc.txt",
               "it is signed by key CC77C9235104B2D3, which is not configured", nullptr},
+        // Rotation done and the first key dropped: the check stays on.
+        Fault{"OnlyALaterKeyConfigured", [](auto& t) { t.keys = "PublicKey3=" + kOtherKey; }, "configDesc.txt",
+              "it is signed by key CC77C9235104B2D3, which is not configured", nullptr},
         Fault{"Expired", [](auto& t) { t.sign("/configDesc.txt", {"-t", "serial=1 expires=2020-01-01T00:00:00Z"}); },
               "configDesc.txt", "its signature expired at 2020-01-01T00:00:00Z", nullptr},
         Fault{"Rollback", [](auto& t) { writeText(t.downloadDir + "/accepted-serial", "2\n"); }, "configDesc.txt",
