@@ -3,11 +3,14 @@
 #include <cstddef>
 #include <cstring>
 #include <memory>
+#include <ostream>
 #include <tuple>
 #include <utility>
 #include <vector>
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
@@ -199,57 +202,129 @@ TEST_F(SaveParamDownloadTest, TheCountBoundsTheModulesSeen)
     EXPECT_TRUE(moduleNodesInFile().empty());
 }
 
-// A damaged state file is deleted and loaded again, the callers' values
-// staying; files with tolerable oddities read like the clean one.
-TEST_F(SaveParamDownloadTest, ADamagedFileIsDeletedAndLoadedAgain)
+namespace {
+
+// What stands where the module looks before the dialog reads the file.
+enum class Setup { File, RefusingHost, NoHost, HostWithoutNodes, FolderIsAFile, FileIsAFolder };
+// download.rdd afterwards: the empty skeleton, the same tree in the host's
+// own writing, the bytes (or folder) that were there, or nothing.
+enum class After { Skeleton, Rewritten, Untouched, Absent };
+
+// What the dialog shows (for the callers' "automatic download" off, "show
+// window" on and a delay of 3) and what a next run would continue: the
+// stored count and the records counted in states 1 and 2.
+struct Shown {
+    bool autoDownload, showWindow;
+    int delay, count, inState1, inState2;
+    auto tied() const { return std::tie(autoDownload, showWindow, delay, count, inState1, inState2); }
+    bool operator==(const Shown& other) const { return tied() == other.tied(); }
+    friend std::ostream& operator<<(std::ostream& out, const Shown& s)
+    {
+        return out << "{" << s.autoDownload << s.showWindow << ", delay " << s.delay << ", count " << s.count
+                   << ", states 1/2: " << s.inState1 << "/" << s.inState2 << "}";
+    }
+};
+constexpr Shown kCallers{false, true, 3, -1, 0, 0};
+constexpr Shown kSample{true, false, 15, 1, 0, 1};  // what every sample in tests/data holds
+
+struct StateFileFault {
+    const char* name;
+    const char* file;  // a sample in tests/data, XML written here, or null: none
+    Setup setup;
+    After after;
+    Shown shown;
+};
+void PrintTo(const StateFileFault& row, std::ostream* out) { *out << row.name; }
+
+#define PARAM(key, value) "<param name=\"" key "\" value=\"" value "\"/>"
+#define NODE(name, body) "<node name=\"" name "\">" body "</node>"
+#define STATE_FILE(body) "<parameters>" NODE("ParametersDL", body) "</parameters>"
+#define MODULE_IN(state) NODE("Module", PARAM("Name", "m.so") PARAM("State", state))
+
+const StateFileFault kStateFileFaults[] = {
+    {"Truncated", "xml-truncated.rdd", Setup::File, After::Skeleton, kCallers},
+    {"BinaryGarbage", "xml-binary-garbage.rdd", Setup::File, After::Skeleton, kCallers},
+    {"NulByte", "xml-nul-byte.rdd", Setup::File, After::Skeleton, kCallers},
+    {"WrongRootElement", "xml-wrong-root-element.rdd", Setup::File, After::Skeleton, kCallers},
+    {"OddLengthBase64", "xml-odd-length-base64-value.rdd", Setup::File, After::Skeleton, kCallers},
+    {"EmptyFile", "xml-empty-file.rdd", Setup::File, After::Skeleton, kCallers},
+    {"CrOnlyLineEnds", "xml-cr-only-line-ends.rdd", Setup::File, After::Rewritten, kSample},
+    {"NoFinalLineBreak", "xml-no-final-line-break.rdd", Setup::File, After::Rewritten, kSample},
+    {"UnknownElements", "xml-unknown-elements-and-attributes.rdd", Setup::File, After::Rewritten, kSample},
+    // A host that refuses the file loses it: it was taken to be damaged.
+    {"HostRefusesToLoad", "rdd-written-by-hand.rdd", Setup::RefusingHost, After::Absent, kCallers},
+    {"NoHost", "rdd-written-by-hand.rdd", Setup::NoHost, After::Untouched, kCallers},
+    {"HostOpensNoNodes", "rdd-written-by-hand.rdd", Setup::HostWithoutNodes, After::Rewritten, kCallers},
+    {"NoFolderYet", nullptr, Setup::File, After::Skeleton, kCallers},
+    {"FolderIsAFile", nullptr, Setup::FolderIsAFile, After::Absent, kCallers},
+    {"StateFileIsAFolder", nullptr, Setup::FileIsAFolder, After::Untouched, kCallers},
+    // A run killed before all its records were saved.
+    {"CountPastTheRecords", STATE_FILE(NODE("LastDownload", PARAM("LastDownloadCount", "3") MODULE_IN("1")
+                                                                MODULE_IN("2"))),
+     Setup::File, After::Rewritten, {false, true, 3, 3, 1, 1}},
+    {"CountBelowTheRecords", STATE_FILE(NODE("LastDownload", PARAM("LastDownloadCount", "1") MODULE_IN("2")
+                                                                 MODULE_IN("2") MODULE_IN("1"))),
+     Setup::File, After::Rewritten, {false, true, 3, 1, 0, 1}},
+    {"NoCount", STATE_FILE(NODE("LastDownload", MODULE_IN("2"))), Setup::File, After::Rewritten,
+     {false, true, 3, 0, 0, 0}},
+    {"NoStartParameters", STATE_FILE(NODE("LastDownload", PARAM("LastDownloadCount", "1") MODULE_IN("2"))),
+     Setup::File, After::Rewritten, {false, true, 3, 1, 0, 1}},
+    // Edited by hand: a value that is no number reads as 0, not as the default.
+    {"ValuesNotNumbers", STATE_FILE(NODE("ParamAutoDL", PARAM("AutoDownload", "yes") PARAM("ShowWindow", "on")
+                                                            PARAM("DelayAutoStart", "soon"))),
+     Setup::File, After::Rewritten, {false, false, 0, -1, 0, 0}},
+    {"DelayUnset", STATE_FILE(NODE("ParamAutoDL", PARAM("AutoDownload", "1") PARAM("DelayAutoStart", "-1"))),
+     Setup::File, After::Rewritten, {true, true, 3, -1, 0, 0}},
+};
+
+// The file's bytes, or what stands there instead.
+QByteArray fileState(const QString& path)
 {
-    for (const char* name : {"xml-truncated.rdd", "xml-binary-garbage.rdd", "xml-nul-byte.rdd",
-                             "xml-wrong-root-element.rdd", "xml-odd-length-base64-value.rdd", "xml-empty-file.rdd"}) {
-        SCOPED_TRACE(name);
-        restartHost();
-        writeText(statePath(), readFile(dataFile(name)));
-        EXPECT_EQ(startParam(true, true), std::make_pair(true, true));
-        EXPECT_EQ(host->withCode(HostMsg::LoadParameterFile).size(), 2u);
-        EXPECT_EQ(host->withCode(HostMsg::SaveParameterFile).size(), 1u);
-        EXPECT_EQ(readFile(statePath()), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<parameters format=\"1\">\n"
-                                         "  <node name=\"ParametersDL\"/>\n</parameters>\n");
-    }
-    saver.saveStartParam(false, true);
-    EXPECT_EQ(startParam(true, true), std::make_pair(false, true));
-    for (const char* name :
-         {"xml-cr-only-line-ends.rdd", "xml-no-final-line-break.rdd", "xml-unknown-elements-and-attributes.rdd"}) {
-        SCOPED_TRACE(name);
-        writeText(statePath(), readFile(dataFile(name)));
-        EXPECT_EQ(startParam(false, true), std::make_pair(true, false));
-        EXPECT_EQ(delayAutoStart(3), 15);
-    }
+    const QFileInfo info(path);
+    return !info.exists() ? "<absent>" : info.isDir() ? "<folder>" : readFile(path);
 }
 
-// A host that refuses every load, then no host at all: the callers' values
-// stay, the counts are empty and no file is saved.
-TEST_F(SaveParamDownloadTest, AHostThatNeverLoadsGivesNothing)
+class StateFileFaults : public SaveParamDownloadTest, public ::testing::WithParamInterface<StateFileFault> {};
+
+}  // namespace
+
+TEST_P(StateFileFaults, LeaveTheFileAndWhatTheDialogShowsAsExpected)
 {
-    writeText(statePath(), "<parameters/>");
-    host->extraHandler = [](unsigned int, intptr_t, intptr_t) { return 1; };
-    for (const bool withHost : {true, false}) {
-        if (!withHost)
-            host.reset();
-        dlModule out = emptyDlModule();
-        saver.saveStartParam(false, true);
-        EXPECT_EQ(startParam(true, false), std::make_pair(true, false));
-        EXPECT_EQ(delayAutoStart(9), 9);
-        EXPECT_EQ(saver.getLastDownloadModule(1, 1, &out), 0);
-        EXPECT_EQ(saver.getCountStateLastDownloadModule(1), 0);
-        EXPECT_EQ(saver.getCountLastDownloadModule(), -1);
-        EXPECT_FALSE(QFile::exists(statePath()));
-        if (withHost) {
-            EXPECT_TRUE(host->withCode(HostMsg::SaveParameterFile).empty());
-            // Asked twice per call, with the file deleted in between.
-            EXPECT_EQ(host->withCode(HostMsg::LoadParameterFile).size(), 12u);
-        }
-    }
-    EXPECT_EQ(saver.getDefaultXml(), nullptr);
+    const StateFileFault& row = GetParam();
+    if (row.file)
+        writeText(statePath(), std::strchr(row.file, '<') ? QByteArray(row.file) : readFile(dataFile(row.file)));
+    if (row.setup == Setup::FolderIsAFile)
+        writeText(folder, "not a folder");
+    if (row.setup == Setup::FileIsAFolder)
+        QDir().mkpath(statePath());
+    if (row.setup == Setup::RefusingHost)
+        host->extraHandler = [](unsigned int, intptr_t, intptr_t) { return 1; };
+    if (row.setup == Setup::NoHost)
+        host.reset();
+    if (row.setup == Setup::HostWithoutNodes)
+        host->extraHandler = [store = &host->store](unsigned int code, intptr_t param1, intptr_t param2) {
+            return code == HostMsg::OpenNode ? 1 : store->handleMessage(code, param1, param2);
+        };
+    const QByteArray before = fileState(statePath());
+
+    Shown shown{false, true, 3, 0, 0, 0};
+    saver.getStartParam(shown.autoDownload, shown.showWindow);
+    saver.getDelayAutoStart(shown.delay);
+    shown.count = saver.getCountLastDownloadModule();
+    shown.inState1 = saver.getCountStateLastDownloadModule(1);
+    shown.inState2 = saver.getCountStateLastDownloadModule(2);
+    EXPECT_EQ(shown, row.shown);
+
+    ParameterTree tree;
+    const QByteArray expected[] = {
+        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<parameters format=\"1\">\n"
+        "  <node name=\"ParametersDL\"/>\n</parameters>\n",
+        tree.read(before) ? tree.write() : "<not a parameter file>", before, "<absent>"};
+    EXPECT_EQ(fileState(statePath()), expected[int(row.after)]);
 }
+
+INSTANTIATE_TEST_SUITE_P(DownloadRdd, StateFileFaults, ::testing::ValuesIn(kStateFileFaults),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 // The state file's path goes to the host in a bounded 16-bit field. Like
 // strncpy: a shorter text is followed by NULs, a longer one fills the
