@@ -4,6 +4,7 @@
 #include <cstring>
 #include <memory>
 #include <ostream>
+#include <string>
 #include <tuple>
 #include <utility>
 #include <vector>
@@ -60,18 +61,6 @@ protected:
         host = std::make_unique<StoreTestHost>();
     }
 
-    std::pair<bool, bool> startParam(bool autoDownload, bool showWindow)
-    {
-        saver.getStartParam(autoDownload, showWindow);
-        return {autoDownload, showWindow};
-    }
-
-    int delayAutoStart(int delay)
-    {
-        saver.getDelayAutoStart(delay);
-        return delay;
-    }
-
     // The parameter names of each "Module" node in the file, as the host reads
     // them; one entry per node.
     std::vector<QStringList> moduleNodesInFile()
@@ -97,30 +86,27 @@ protected:
 
 }  // namespace
 
-// A delay set by hand is read unless it is -1, and saving the start
-// parameters drops it.
-TEST_F(SaveParamDownloadTest, StartParametersSurviveARestartAndADelaySetByHand)
+// Saving the start parameters replaces their node, dropping a delay set by
+// hand, and leaves the last download alone.
+TEST_F(SaveParamDownloadTest, StartParametersSurviveARestartAndDropADelaySetByHand)
 {
-    EXPECT_EQ(startParam(true, false), std::make_pair(true, false));  // nothing stored: unchanged
-    EXPECT_TRUE(QFile::exists(statePath()));  // the folder was made and the file saved
-    saver.saveStartParam(true, false);
-    restartHost();
-    EXPECT_EQ(startParam(false, true), std::make_pair(true, false));
+    writeText(statePath(), readFile(dataFile("rdd-written-by-hand.rdd")));  // on, off, delay 15
     saver.saveStartParam(false, true);
-    EXPECT_EQ(startParam(true, false), std::make_pair(false, true));
-
-    writeText(statePath(), "<parameters><node name=\"ParametersDL\"><node name=\"ParamAutoDL\">"
-                           "<param name=\"DelayAutoStart\" value=\"-1\"/></node></node></parameters>");
-    EXPECT_EQ(delayAutoStart(42), 42);
-    writeText(statePath(), readFile(dataFile("rdd-written-by-hand.rdd")));
-    EXPECT_EQ(delayAutoStart(3), 15);
-    EXPECT_EQ(startParam(false, true), std::make_pair(true, false));
-    saver.saveStartParam(true, true);
-    EXPECT_EQ(delayAutoStart(3), 3);
+    restartHost();
+    bool autoDownload = true, showWindow = false;
+    int delay = 3;
+    saver.getStartParam(autoDownload, showWindow);
+    saver.getDelayAutoStart(delay);
+    EXPECT_EQ(std::tie(autoDownload, showWindow, delay), std::make_tuple(false, true, 3));
+    EXPECT_EQ(saver.getCountStateLastDownloadModule(2), 1);
 }
 
+// A fourth module stored past the count of three is neither counted, read
+// nor changed; clearing the list keeps its node with a count of 0.
 TEST_F(SaveParamDownloadTest, LastDownloadOfThreeModulesByState)
 {
+    saver.clearLastDownload();  // nothing to clear: no node is made
+    EXPECT_EQ(saver.getCountLastDownloadModule(), -1);
     const dlModule core = makeModule("core.so", "1.2.3", "7", dlStateToFetch);
     const dlModule charts = makeModule("charts.so", "2.0.0", "", dlStateFetched);
     // Long and non-ASCII fields read back whole.
@@ -129,26 +115,27 @@ TEST_F(SaveParamDownloadTest, LastDownloadOfThreeModulesByState)
     setDlText(news.sizeText, QByteArray(254, 's'));
     setDlText(news.localPath, QByteArray("/tmp/\xd0\xb4/") + QByteArray(240, 'p'));
     saver.createLastDownload(3);
-    saver.saveLastDownloadModule(core, 1);
-    saver.saveLastDownloadModule(charts, 2);
-    saver.saveLastDownloadModule(news, 1);
+    for (const auto& [module, state] : {std::pair{core, 1}, {charts, 2}, {news, 1}, {makeModule("past.so"), 1}})
+        saver.saveLastDownloadModule(module, state);
     restartHost();
 
-    EXPECT_EQ(saver.getCountLastDownloadModule(), 3);
-    EXPECT_EQ(saver.getCountStateLastDownloadModule(1), 2);
-    EXPECT_EQ(saver.getCountStateLastDownloadModule(2), 1);
-    EXPECT_EQ(saver.getCountStateLastDownloadModule(3), 0);
+    EXPECT_EQ(std::make_tuple(saver.getCountLastDownloadModule(), saver.getCountStateLastDownloadModule(1),
+                              saver.getCountStateLastDownloadModule(2), saver.getCountStateLastDownloadModule(3)),
+              std::make_tuple(3, 2, 1, 0));
     std::vector<dlModule> out(3, emptyDlModule());
     setDlText(out[2].name, "untouched");
+    EXPECT_EQ(saver.getLastDownloadModule(1, 1, out.data()), 1);
+    EXPECT_EQ(dlText(out[1].name), "");
     EXPECT_EQ(saver.getLastDownloadModule(1, 3, out.data()), 2);
     EXPECT_TRUE(sameRecord(out[0], core));
     EXPECT_TRUE(sameRecord(out[1], news));
     EXPECT_EQ(dlText(out[2].name), "untouched");
 
-    // A change finds its module by name, version and core version, all three.
+    // A change finds its counted module by name, version and core version,
+    // all three.
     const QByteArray before = readFile(statePath());
     for (const auto& [name, version, core] : {std::tuple{"core.so", "1.2.3", "8"}, {"core.so", "1.2.4", "7"},
-                                              {"Core.so", "1.2.3", "7"}})
+                                              {"Core.so", "1.2.3", "7"}, {"past.so", "1.0.0", ""}})
         saver.changeStateLastDownloadModule(makeModule(name, version, core), 3);
     EXPECT_EQ(readFile(statePath()), before);
     dlModule changed = news;
@@ -165,38 +152,7 @@ TEST_F(SaveParamDownloadTest, LastDownloadOfThreeModulesByState)
     // "TypeDownload" the record's state, "NameConfig" the auxiliary path.
     const QStringList names = {"Date", "LocalPath", "Name", "NameConfig", "Path", "PathDesc",
                                "Size", "State", "Type", "TypeDownload", "Version", "VersionCore"};
-    EXPECT_EQ(moduleNodesInFile(), std::vector<QStringList>(3, names));
-}
-
-// Modules past the count are not seen; a count past the modules ends at the
-// last one. Without the list the count is -1; clearing it leaves 0.
-TEST_F(SaveParamDownloadTest, TheCountBoundsTheModulesSeen)
-{
-    saver.clearLastDownload();  // nothing to clear: no node is made
-    EXPECT_EQ(saver.getCountLastDownloadModule(), -1);
-    EXPECT_EQ(saver.getCountStateLastDownloadModule(0), 0);
-    saver.createLastDownload(2);
-    for (const char* name : {"a.so", "b.so", "c.so"})
-        saver.saveLastDownloadModule(makeModule(name), 5);
-    EXPECT_EQ(moduleNodesInFile().size(), 3u);
-    EXPECT_EQ(saver.getCountStateLastDownloadModule(5), 2);
-
-    dlModule out[3] = {emptyDlModule(), emptyDlModule(), emptyDlModule()};
-    EXPECT_EQ(saver.getLastDownloadModule(5, 1, out), 1);
-    EXPECT_EQ(dlText(out[1].name), "");
-    EXPECT_EQ(saver.getLastDownloadModule(5, 3, out), 2);
-    EXPECT_EQ(dlText(out[0].name) + dlText(out[1].name) + dlText(out[2].name), "a.sob.so");
-
-    // The third is beyond the count: changing it changes nothing.
-    saver.changeStateLastDownloadModule(makeModule("c.so"), 6);
-    EXPECT_EQ(saver.getCountStateLastDownloadModule(6), 0);
-    EXPECT_FALSE(readFile(statePath()).contains("value=\"6\""));
-
-    saver.createLastDownload(10);
-    saver.saveLastDownloadModule(makeModule("a.so"), 4);
-    EXPECT_EQ(saver.getCountLastDownloadModule(), 10);
-    EXPECT_EQ(saver.getCountStateLastDownloadModule(4), 1);
-    EXPECT_EQ(saver.getLastDownloadModule(4, 2, out), 1);
+    EXPECT_EQ(moduleNodesInFile(), std::vector<QStringList>(4, names));
     saver.clearLastDownload();
     EXPECT_EQ(saver.getCountLastDownloadModule(), 0);
     EXPECT_TRUE(moduleNodesInFile().empty());
@@ -210,22 +166,12 @@ enum class Setup { File, RefusingHost, NoHost, HostWithoutNodes, FolderIsAFile, 
 // own writing, the bytes (or folder) that were there, or nothing.
 enum class After { Skeleton, Rewritten, Untouched, Absent };
 
-// What the dialog shows (for the callers' "automatic download" off, "show
-// window" on and a delay of 3) and what a next run would continue: the
-// stored count and the records counted in states 1 and 2.
-struct Shown {
-    bool autoDownload, showWindow;
-    int delay, count, inState1, inState2;
-    auto tied() const { return std::tie(autoDownload, showWindow, delay, count, inState1, inState2); }
-    bool operator==(const Shown& other) const { return tied() == other.tied(); }
-    friend std::ostream& operator<<(std::ostream& out, const Shown& s)
-    {
-        return out << "{" << s.autoDownload << s.showWindow << ", delay " << s.delay << ", count " << s.count
-                   << ", states 1/2: " << s.inState1 << "/" << s.inState2 << "}";
-    }
-};
-constexpr Shown kCallers{false, true, 3, -1, 0, 0};
-constexpr Shown kSample{true, false, 15, 1, 0, 1};  // what every sample in tests/data holds
+// What the dialog shows ("automatic download", "show window", the start
+// delay; the callers' values are off, on and 3) and what a next run would
+// continue: the stored count and the records counted in states 1 and 2.
+using Shown = std::tuple<bool, bool, int, int, int, int>;
+const Shown kCallers{false, true, 3, -1, 0, 0};
+const Shown kSample{true, false, 15, 1, 0, 1};  // what every sample in tests/data holds
 
 struct StateFileFault {
     const char* name;
@@ -307,13 +253,13 @@ TEST_P(StateFileFaults, LeaveTheFileAndWhatTheDialogShowsAsExpected)
         };
     const QByteArray before = fileState(statePath());
 
-    Shown shown{false, true, 3, 0, 0, 0};
-    saver.getStartParam(shown.autoDownload, shown.showWindow);
-    saver.getDelayAutoStart(shown.delay);
-    shown.count = saver.getCountLastDownloadModule();
-    shown.inState1 = saver.getCountStateLastDownloadModule(1);
-    shown.inState2 = saver.getCountStateLastDownloadModule(2);
-    EXPECT_EQ(shown, row.shown);
+    bool autoDownload = false, showWindow = true;
+    int delay = 3;
+    saver.getStartParam(autoDownload, showWindow);
+    saver.getDelayAutoStart(delay);
+    const int count = saver.getCountLastDownloadModule(), inState1 = saver.getCountStateLastDownloadModule(1);
+    EXPECT_EQ(Shown(autoDownload, showWindow, delay, count, inState1, saver.getCountStateLastDownloadModule(2)),
+              row.shown);
 
     ParameterTree tree;
     const QByteArray expected[] = {
