@@ -188,12 +188,14 @@ void PrintTo(const StateFileFault& row, std::ostream* out) { *out << row.name; }
 #define MODULE_IN(state) NODE("Module", PARAM("Name", "m.so") PARAM("State", state))
 
 const StateFileFault kStateFileFaults[] = {
+    // A file the host cannot load goes; a new one starts from the callers' values.
     {"Truncated", "xml-truncated.rdd", Setup::File, After::Skeleton, kCallers},
     {"BinaryGarbage", "xml-binary-garbage.rdd", Setup::File, After::Skeleton, kCallers},
     {"NulByte", "xml-nul-byte.rdd", Setup::File, After::Skeleton, kCallers},
     {"WrongRootElement", "xml-wrong-root-element.rdd", Setup::File, After::Skeleton, kCallers},
     {"OddLengthBase64", "xml-odd-length-base64-value.rdd", Setup::File, After::Skeleton, kCallers},
     {"EmptyFile", "xml-empty-file.rdd", Setup::File, After::Skeleton, kCallers},
+    // Oddities the host reads past: the file's values show and it is kept.
     {"CrOnlyLineEnds", "xml-cr-only-line-ends.rdd", Setup::File, After::Rewritten, kSample},
     {"NoFinalLineBreak", "xml-no-final-line-break.rdd", Setup::File, After::Rewritten, kSample},
     {"UnknownElements", "xml-unknown-elements-and-attributes.rdd", Setup::File, After::Rewritten, kSample},
