@@ -125,13 +125,6 @@ void* pointerAt(const unsigned char* bytes, std::size_t offset)
     return pointer;
 }
 
-// Nothing written behind the first size bytes of buffer.
-void expectUntouchedFrom(const std::vector<unsigned char>& buffer, std::size_t size)
-{
-    for (std::size_t i = size; i < buffer.size(); ++i)
-        ASSERT_EQ(kUntouched, buffer[i]) << "byte " << i << " behind the record was written";
-}
-
 }  // namespace
 
 TEST(LibraryExports, ExactlyTheFourEntryPointsAndSonameVersionOne)
@@ -167,7 +160,8 @@ TEST_F(LoadedLibrary, InfoRecordIsByteExactWhereTheHostReadsIt)
     EXPECT_TRUE(fieldIs(info, 1295, 20, "CTransDownload"));
     EXPECT_EQ(57, int32At(info, 1315));
     EXPECT_TRUE(fieldIs(info, 1319, 2315 - 1319, ""));
-    expectUntouchedFrom(buffer, 2315);
+    EXPECT_EQ(std::vector<unsigned char>(64, kUntouched),
+              std::vector<unsigned char>(buffer.begin() + 2315, buffer.end()));
 }
 
 // Registration through the library's own entry points: Initialize only
@@ -194,12 +188,10 @@ TEST_F(LoadedLibrary, TranslationRecordsAreThreeFixedFieldsOf1024Bytes)
     // table's order, which the host keeps.
     ASSERT_EQ(51, kTextTableSize);
     ASSERT_EQ(std::size_t(kTextTableSize), translations.size());
-    for (int i = 0; i < kTextTableSize; ++i) {
-        const auto* record = reinterpret_cast<const unsigned char*>(translations[std::size_t(i)].constData());
-        EXPECT_TRUE(fieldIs(record, 0, 1024, "CTransDownload")) << i;
-        EXPECT_TRUE(fieldIs(record, 1024, 1024, kTextTable[i].key)) << i;
-        EXPECT_TRUE(fieldIs(record, 2048, 1024, kTextTable[i].text)) << i;
-    }
+    auto field = [](const char* text) { return QByteArray(text) + QByteArray(1024 - int(std::strlen(text)), '\0'); };
+    for (int i = 0; i < kTextTableSize; ++i)
+        EXPECT_EQ(field("CTransDownload") + field(kTextTable[i].key) + field(kTextTable[i].text),
+                  translations[std::size_t(i)]) << i;
     // The table's bytes as translators key on them, M0264 before M0177.
     const char* const pinned[][2] = {
         {kTextTable[0].text, "Cancel"}, {kTextTable[33].text, "Downloading\x85"},  // the Windows-1252 ellipsis
@@ -230,7 +222,8 @@ TEST(UpdaterSegmentBytes, RequestFinishAndConfigurationCopy)
     EXPECT_TRUE(fieldIs(bytes, 0, 4104, ""));
     EXPECT_EQ(1, int32At(bytes, 4104));
     EXPECT_TRUE(fieldIs(bytes, 4108, 4, ""));
-    expectUntouchedFrom(buffer, 4112);
+    EXPECT_EQ(std::vector<unsigned char>(64, kUntouched),
+              std::vector<unsigned char>(buffer.begin() + 4112, buffer.end()));
 }
 
 namespace {
@@ -241,74 +234,50 @@ namespace {
 // table id, reserved, current) and a second name at 283; a module-table entry
 // is 271 bytes: its name and four int32 at 255 (build, minor, major, fourth).
 // Entry i's numbers are 100 * (i + 1) + their place, so a field read from the
-// wrong place shows; the entry count is 2.
-struct ConfigurationHost {
-    int32_t listCount = 0;
-    int32_t tableId = 0;
-    int32_t tableCount = 0;
-
-    static int send(void* target, unsigned int code, intptr_t param1, intptr_t)
-    {
-        auto& host = *static_cast<ConfigurationHost*>(target);
-        auto* block = reinterpret_cast<unsigned char*>(param1);
-        if (code == HostMsg::ConfigurationCount)
-            putInt32(block, 0, 2);
-        if (code == HostMsg::ConfigurationList) {  // {int32 count, pointer to the entries}
-            host.listCount = int32At(block, 0);
-            auto* entries = static_cast<unsigned char*>(pointerAt(block, 4));
-            if (!entries || host.listCount != 2)
-                return 1;
-            for (int i = 0; i < 2; ++i) {
-                putText(entries + 538 * i, 0, i ? "Beta" : "Alpha");
-                for (int place = 0; place < 7; ++place)
-                    putInt32(entries + 538 * i, 255 + 4 * place, place == 3 ? 2 : 100 * (i + 1) + place);
-                putText(entries + 538 * i, 283, i ? "beta-second" : "alpha-second");
-            }
-        }
-        if (code == HostMsg::ModuleTable) {  // {int32 table id, int32 count, pointer to the entries}
-            host.tableId = int32At(block, 0);
-            host.tableCount = int32At(block, 4);
-            auto* entries = static_cast<unsigned char*>(pointerAt(block, 8));
-            if (!entries || host.tableCount != 2)
-                return 1;
-            for (int i = 0; i < 2; ++i) {
-                putText(entries + 271 * i, 0, i ? "libNews.so" : "libChart.so");
-                for (int place = 0; place < 4; ++place)
-                    putInt32(entries + 271 * i, 255 + 4 * place, 100 * (i + 1) + place);
-            }
-        }
+// wrong place shows; the entry count is 2. target keeps the request's
+// leading int32s: {count} for 3087, {table id, count} for 3088.
+int configurationHost(void* target, unsigned int code, intptr_t param1, intptr_t)
+{
+    auto* block = reinterpret_cast<unsigned char*>(param1);
+    if (code == HostMsg::ConfigurationCount)
+        putInt32(block, 0, 2);
+    if (code != HostMsg::ConfigurationList && code != HostMsg::ModuleTable)
         return 0;
+    const bool list = code == HostMsg::ConfigurationList;
+    auto& asked = *static_cast<std::vector<int32_t>*>(target);
+    asked = list ? int32sAt(block, {0}) : int32sAt(block, {0, 4});
+    auto* entries = static_cast<unsigned char*>(pointerAt(block, list ? 4 : 8));
+    if (!entries || asked.back() != 2)
+        return 1;
+    for (int i = 0; i < 2; ++i) {
+        unsigned char* entry = entries + (list ? 538 : 271) * i;
+        putText(entry, 0, list ? (i ? "Beta" : "Alpha") : (i ? "libNews.so" : "libChart.so"));
+        for (int place = 0; place < (list ? 7 : 4); ++place)
+            putInt32(entry, 255 + 4 * place, list && place == 3 ? 2 : 100 * (i + 1) + place);
+        if (list)
+            putText(entry, 283, i ? "beta-second" : "alpha-second");
     }
-};
+    return 0;
+}
 
 }  // namespace
 
 TEST(HostConfigurationBytes, ConfigurationsAndModuleTableReadFromTheHostsLayout)
 {
-    ConfigurationHost host;
-    CInstalledProducts products(&ConfigurationHost::send, &host);
+    std::vector<int32_t> asked;
+    CInstalledProducts products(&configurationHost, &asked);
     const std::vector<coreNameConfig> configs = products.configurations();
-    EXPECT_EQ(2, host.listCount);
+    EXPECT_EQ((std::vector<int32_t>{2}), asked);
+    QStringList seen;
+    for (const coreNameConfig& c : configs)
+        seen << QString::asprintf("%s %d %d %d %d %d %d %d %s", c.name, c.build, c.minor, c.major, c.moduleCount,
+                                  c.moduleTableId, c.reserved, c.current, c.secondName);
+    EXPECT_EQ("Alpha 100 101 102 2 104 105 106 alpha-second|Beta 200 201 202 2 204 205 206 beta-second",
+              seen.join('|'));
     ASSERT_EQ(2u, configs.size());
-    for (int i = 0; i < 2; ++i) {
-        const coreNameConfig& c = configs[std::size_t(i)];
-        const int32_t n = 100 * (i + 1);
-        EXPECT_STREQ(i ? "Beta" : "Alpha", c.name);
-        EXPECT_EQ((std::vector<int32_t>{n, n + 1, n + 2, 2, n + 4, n + 5, n + 6}),
-                  (std::vector<int32_t>{c.build, c.minor, c.major, c.moduleCount, c.moduleTableId, c.reserved,
-                                        c.current}));
-        EXPECT_STREQ(i ? "beta-second" : "alpha-second", c.secondName);
-    }
-
-    const std::vector<coreModuleEntry> table = products.moduleTable(configs[1]);
-    EXPECT_EQ(204, host.tableId);
-    EXPECT_EQ(2, host.tableCount);
-    ASSERT_EQ(2u, table.size());
-    for (int i = 0; i < 2; ++i) {
-        const coreModuleEntry& e = table[std::size_t(i)];
-        const int32_t n = 100 * (i + 1);
-        EXPECT_STREQ(i ? "libNews.so" : "libChart.so", e.name);
-        EXPECT_EQ((std::vector<int32_t>{n, n + 1, n + 2, n + 3}),
-                  (std::vector<int32_t>{e.build, e.minor, e.major, e.fourth}));
-    }
+    seen.clear();
+    for (const coreModuleEntry& e : products.moduleTable(configs[1]))
+        seen << QString::asprintf("%s %d %d %d %d", e.name, e.build, e.minor, e.major, e.fourth);
+    EXPECT_EQ((std::vector<int32_t>{204, 2}), asked);
+    EXPECT_EQ("libChart.so 100 101 102 103|libNews.so 200 201 202 203", seen.join('|'));
 }

@@ -36,7 +36,10 @@ std::string decode(const std::string& text)
 
 }  // namespace
 
-TEST(Base64, Rfc4648Vectors)
+// RFC 4648's vectors both ways; every byte value round-trips at every length
+// modulo 3; line breaks are skipped, the pad ends the data, and the URL-safe
+// alphabet is not this one.
+TEST(Base64, VectorsBinaryRoundTripLineBreaksAndForeignCharacters)
 {
     const std::pair<const char*, const char*> vectors[] = {
         {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"foob", "Zm9vYg=="},
@@ -47,12 +50,6 @@ TEST(Base64, Rfc4648Vectors)
         EXPECT_EQ(encoded, encode(plain));
         EXPECT_EQ(plain, decode(encoded));
     }
-}
-
-// Every byte value round-trips, at every length modulo 3; line breaks are
-// skipped, the pad ends the data, and the URL-safe alphabet is not this one.
-TEST(Base64, BinaryRoundTripLineBreaksAndForeignCharacters)
-{
     std::mt19937 random(7);
     for (int length = 0; length < 300; ++length) {
         std::string data(size_t(length), '\0');
@@ -60,8 +57,8 @@ TEST(Base64, BinaryRoundTripLineBreaksAndForeignCharacters)
             c = char(random());
         EXPECT_EQ(data, decode(encode(data)));
     }
-    EXPECT_EQ("foobar", decode("Zm9v\r\nYmFy"));
-    EXPECT_EQ("fo", decode("Zm8=trailing"));
-    EXPECT_EQ("<refused>", decode("Zm9v!"));
-    EXPECT_EQ("<refused>", decode("Zm-_"));
+    const std::pair<const char*, const char*> decodedOnly[] = {
+        {"Zm9v\r\nYmFy", "foobar"}, {"Zm8=trailing", "fo"}, {"Zm9v!", "<refused>"}, {"Zm-_", "<refused>"}};
+    for (const auto& [text, plain] : decodedOnly)
+        EXPECT_EQ(plain, decode(text)) << text;
 }

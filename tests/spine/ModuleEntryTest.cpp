@@ -36,6 +36,8 @@ TEST(Registration, KindFromTheHostAndTheRegistrationItLeaves)
 }
 
 // Index 0 of the host's arguments is its program name and never looked at.
+// A module never given callbacks reads them all the same, sends nothing and
+// keeps itself as its registration.
 TEST(Registration, OfflineSwitchFollowsTheHostsArguments)
 {
     const struct {
@@ -43,6 +45,7 @@ TEST(Registration, OfflineSwitchFollowsTheHostsArguments)
         std::vector<const char*> arguments;  // nullptr entries are passed as null
         int count;
         bool offline;
+        bool callbacks = true;
     } cases[] = {
         {"SecondArgument", {"app", "/offline"}, 2, true},
         {"OnlyProgramName", {"/OFFLINE"}, 1, false},
@@ -52,6 +55,7 @@ TEST(Registration, OfflineSwitchFollowsTheHostsArguments)
         {"BeyondCountNotSeen", {"app", "-a", "/OFFLINE"}, 2, false},
         {"PrefixOnly", {"app", "/OFFLIN"}, 2, false},
         {"NoArguments", {}, 0, false},
+        {"WithoutCallbacks", {"app", "/OFFLINE"}, 2, true, false},
     };
     for (const auto& c : cases) {
         std::vector<char*> argv;
@@ -59,25 +63,18 @@ TEST(Registration, OfflineSwitchFollowsTheHostsArguments)
             argv.push_back(const_cast<char*>(argument));  // read only: a write would fault on the literal
         TestHost host;
         CDownloadModule module("Velmora.Download module", 1, 2, 9);
-        module.InitializeWrap(&TestHost::send, &TestHost::post, &host, nullptr);
-        module.ReceiveMessageWrap(&host, HostMsg::CommandLine, c.count,
-                                  reinterpret_cast<intptr_t>(argv.data()));
+        if (c.callbacks)
+            module.InitializeWrap(&TestHost::send, &TestHost::post, &host, nullptr);
+        void* target = c.callbacks ? &host : nullptr;
+        EXPECT_EQ(0, module.ReceiveMessageWrap(target, HostMsg::CommandLine, c.count,
+                                               reinterpret_cast<intptr_t>(argv.data())));
+        EXPECT_EQ(0, module.ReceiveMessageWrap(target, HostMsg::HostReady, 0, 0)) << c.name;
         EXPECT_EQ(c.offline, module.isOffline()) << c.name;
-        EXPECT_EQ(1u, host.withCode(HostMsg::RegisterModule).size()) << c.name;
+        EXPECT_EQ(c.callbacks ? 1u : 0u, host.withCode(HostMsg::RegisterModule).size()) << c.name;
+        if (!c.callbacks) {
+            EXPECT_EQ(static_cast<void*>(&module), module.registration());
+        }
     }
-}
-
-TEST(Registration, WithoutCallbacksNothingIsSentAndNothingBreaks)
-{
-    CDownloadModule module("x", 1, 2, 3);
-    char program[] = "app";
-    char offline[] = "/OFFLINE";
-    char* argv[] = {program, offline};
-    EXPECT_EQ(0, module.ReceiveMessageWrap(nullptr, HostMsg::CommandLine, 2,
-                                           reinterpret_cast<intptr_t>(argv)));
-    EXPECT_TRUE(module.isOffline());
-    EXPECT_EQ(static_cast<void*>(&module), module.registration());
-    EXPECT_EQ(0, module.ReceiveMessageWrap(nullptr, HostMsg::HostReady, 0, 0));
 }
 
 // Through the exported ReceiveMessage: global parameters need a record;

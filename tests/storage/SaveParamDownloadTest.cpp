@@ -3,11 +3,15 @@
 #include <cstddef>
 #include <cstring>
 #include <memory>
+#include <ostream>
+#include <string>
 #include <tuple>
 #include <utility>
 #include <vector>
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
@@ -57,18 +61,6 @@ protected:
         host = std::make_unique<StoreTestHost>();
     }
 
-    std::pair<bool, bool> startParam(bool autoDownload, bool showWindow)
-    {
-        saver.getStartParam(autoDownload, showWindow);
-        return {autoDownload, showWindow};
-    }
-
-    int delayAutoStart(int delay)
-    {
-        saver.getDelayAutoStart(delay);
-        return delay;
-    }
-
     // The parameter names of each "Module" node in the file, as the host reads
     // them; one entry per node.
     std::vector<QStringList> moduleNodesInFile()
@@ -94,30 +86,27 @@ protected:
 
 }  // namespace
 
-// A delay set by hand is read unless it is -1, and saving the start
-// parameters drops it.
-TEST_F(SaveParamDownloadTest, StartParametersSurviveARestartAndADelaySetByHand)
+// Saving the start parameters replaces their node, dropping a delay set by
+// hand, and leaves the last download alone.
+TEST_F(SaveParamDownloadTest, StartParametersSurviveARestartAndDropADelaySetByHand)
 {
-    EXPECT_EQ(startParam(true, false), std::make_pair(true, false));  // nothing stored: unchanged
-    EXPECT_TRUE(QFile::exists(statePath()));  // the folder was made and the file saved
-    saver.saveStartParam(true, false);
-    restartHost();
-    EXPECT_EQ(startParam(false, true), std::make_pair(true, false));
+    writeText(statePath(), readFile(dataFile("rdd-written-by-hand.rdd")));  // on, off, delay 15
     saver.saveStartParam(false, true);
-    EXPECT_EQ(startParam(true, false), std::make_pair(false, true));
-
-    writeText(statePath(), "<parameters><node name=\"ParametersDL\"><node name=\"ParamAutoDL\">"
-                           "<param name=\"DelayAutoStart\" value=\"-1\"/></node></node></parameters>");
-    EXPECT_EQ(delayAutoStart(42), 42);
-    writeText(statePath(), readFile(dataFile("rdd-written-by-hand.rdd")));
-    EXPECT_EQ(delayAutoStart(3), 15);
-    EXPECT_EQ(startParam(false, true), std::make_pair(true, false));
-    saver.saveStartParam(true, true);
-    EXPECT_EQ(delayAutoStart(3), 3);
+    restartHost();
+    bool autoDownload = true, showWindow = false;
+    int delay = 3;
+    saver.getStartParam(autoDownload, showWindow);
+    saver.getDelayAutoStart(delay);
+    EXPECT_EQ(std::tie(autoDownload, showWindow, delay), std::make_tuple(false, true, 3));
+    EXPECT_EQ(saver.getCountStateLastDownloadModule(2), 1);
 }
 
+// A fourth module stored past the count of three is neither counted, read
+// nor changed; clearing the list keeps its node with a count of 0.
 TEST_F(SaveParamDownloadTest, LastDownloadOfThreeModulesByState)
 {
+    saver.clearLastDownload();  // nothing to clear: no node is made
+    EXPECT_EQ(saver.getCountLastDownloadModule(), -1);
     const dlModule core = makeModule("core.so", "1.2.3", "7", dlStateToFetch);
     const dlModule charts = makeModule("charts.so", "2.0.0", "", dlStateFetched);
     // Long and non-ASCII fields read back whole.
@@ -126,26 +115,27 @@ TEST_F(SaveParamDownloadTest, LastDownloadOfThreeModulesByState)
     setDlText(news.sizeText, QByteArray(254, 's'));
     setDlText(news.localPath, QByteArray("/tmp/\xd0\xb4/") + QByteArray(240, 'p'));
     saver.createLastDownload(3);
-    saver.saveLastDownloadModule(core, 1);
-    saver.saveLastDownloadModule(charts, 2);
-    saver.saveLastDownloadModule(news, 1);
+    for (const auto& [module, state] : {std::pair{core, 1}, {charts, 2}, {news, 1}, {makeModule("past.so"), 1}})
+        saver.saveLastDownloadModule(module, state);
     restartHost();
 
-    EXPECT_EQ(saver.getCountLastDownloadModule(), 3);
-    EXPECT_EQ(saver.getCountStateLastDownloadModule(1), 2);
-    EXPECT_EQ(saver.getCountStateLastDownloadModule(2), 1);
-    EXPECT_EQ(saver.getCountStateLastDownloadModule(3), 0);
+    EXPECT_EQ(std::make_tuple(saver.getCountLastDownloadModule(), saver.getCountStateLastDownloadModule(1),
+                              saver.getCountStateLastDownloadModule(2), saver.getCountStateLastDownloadModule(3)),
+              std::make_tuple(3, 2, 1, 0));
     std::vector<dlModule> out(3, emptyDlModule());
     setDlText(out[2].name, "untouched");
+    EXPECT_EQ(saver.getLastDownloadModule(1, 1, out.data()), 1);
+    EXPECT_EQ(dlText(out[1].name), "");
     EXPECT_EQ(saver.getLastDownloadModule(1, 3, out.data()), 2);
     EXPECT_TRUE(sameRecord(out[0], core));
     EXPECT_TRUE(sameRecord(out[1], news));
     EXPECT_EQ(dlText(out[2].name), "untouched");
 
-    // A change finds its module by name, version and core version, all three.
+    // A change finds its counted module by name, version and core version,
+    // all three.
     const QByteArray before = readFile(statePath());
     for (const auto& [name, version, core] : {std::tuple{"core.so", "1.2.3", "8"}, {"core.so", "1.2.4", "7"},
-                                              {"Core.so", "1.2.3", "7"}})
+                                              {"Core.so", "1.2.3", "7"}, {"past.so", "1.0.0", ""}})
         saver.changeStateLastDownloadModule(makeModule(name, version, core), 3);
     EXPECT_EQ(readFile(statePath()), before);
     dlModule changed = news;
@@ -162,94 +152,127 @@ TEST_F(SaveParamDownloadTest, LastDownloadOfThreeModulesByState)
     // "TypeDownload" the record's state, "NameConfig" the auxiliary path.
     const QStringList names = {"Date", "LocalPath", "Name", "NameConfig", "Path", "PathDesc",
                                "Size", "State", "Type", "TypeDownload", "Version", "VersionCore"};
-    EXPECT_EQ(moduleNodesInFile(), std::vector<QStringList>(3, names));
-}
-
-// Modules past the count are not seen; a count past the modules ends at the
-// last one. Without the list the count is -1; clearing it leaves 0.
-TEST_F(SaveParamDownloadTest, TheCountBoundsTheModulesSeen)
-{
-    saver.clearLastDownload();  // nothing to clear: no node is made
-    EXPECT_EQ(saver.getCountLastDownloadModule(), -1);
-    EXPECT_EQ(saver.getCountStateLastDownloadModule(0), 0);
-    saver.createLastDownload(2);
-    for (const char* name : {"a.so", "b.so", "c.so"})
-        saver.saveLastDownloadModule(makeModule(name), 5);
-    EXPECT_EQ(moduleNodesInFile().size(), 3u);
-    EXPECT_EQ(saver.getCountStateLastDownloadModule(5), 2);
-
-    dlModule out[3] = {emptyDlModule(), emptyDlModule(), emptyDlModule()};
-    EXPECT_EQ(saver.getLastDownloadModule(5, 1, out), 1);
-    EXPECT_EQ(dlText(out[1].name), "");
-    EXPECT_EQ(saver.getLastDownloadModule(5, 3, out), 2);
-    EXPECT_EQ(dlText(out[0].name) + dlText(out[1].name) + dlText(out[2].name), "a.sob.so");
-
-    // The third is beyond the count: changing it changes nothing.
-    saver.changeStateLastDownloadModule(makeModule("c.so"), 6);
-    EXPECT_EQ(saver.getCountStateLastDownloadModule(6), 0);
-    EXPECT_FALSE(readFile(statePath()).contains("value=\"6\""));
-
-    saver.createLastDownload(10);
-    saver.saveLastDownloadModule(makeModule("a.so"), 4);
-    EXPECT_EQ(saver.getCountLastDownloadModule(), 10);
-    EXPECT_EQ(saver.getCountStateLastDownloadModule(4), 1);
-    EXPECT_EQ(saver.getLastDownloadModule(4, 2, out), 1);
+    EXPECT_EQ(moduleNodesInFile(), std::vector<QStringList>(4, names));
     saver.clearLastDownload();
     EXPECT_EQ(saver.getCountLastDownloadModule(), 0);
     EXPECT_TRUE(moduleNodesInFile().empty());
 }
 
-// A damaged state file is deleted and loaded again, the callers' values
-// staying; files with tolerable oddities read like the clean one.
-TEST_F(SaveParamDownloadTest, ADamagedFileIsDeletedAndLoadedAgain)
+namespace {
+
+// What stands where the module looks before the dialog reads the file.
+enum class Setup { File, RefusingHost, NoHost, HostWithoutNodes, FolderIsAFile, FileIsAFolder };
+// download.rdd afterwards: the empty skeleton, the same tree in the host's
+// own writing, the bytes (or folder) that were there, or nothing.
+enum class After { Skeleton, Rewritten, Untouched, Absent };
+
+// What the dialog shows ("automatic download", "show window", the start
+// delay; the callers' values are off, on and 3) and what a next run would
+// continue: the stored count and the records counted in states 1 and 2.
+using Shown = std::tuple<bool, bool, int, int, int, int>;
+const Shown kCallers{false, true, 3, -1, 0, 0};
+const Shown kSample{true, false, 15, 1, 0, 1};  // what every sample in tests/data holds
+
+struct StateFileFault {
+    const char* name;
+    const char* file;  // a sample in tests/data, XML written here, or null: none
+    Setup setup;
+    After after;
+    Shown shown;
+};
+void PrintTo(const StateFileFault& row, std::ostream* out) { *out << row.name; }
+
+#define PARAM(key, value) "<param name=\"" key "\" value=\"" value "\"/>"
+#define NODE(name, body) "<node name=\"" name "\">" body "</node>"
+#define STATE_FILE(body) "<parameters>" NODE("ParametersDL", body) "</parameters>"
+#define MODULE_IN(state) NODE("Module", PARAM("Name", "m.so") PARAM("State", state))
+
+const StateFileFault kStateFileFaults[] = {
+    // A file the host cannot load goes; a new one starts from the callers' values.
+    {"Truncated", "xml-truncated.rdd", Setup::File, After::Skeleton, kCallers},
+    {"BinaryGarbage", "xml-binary-garbage.rdd", Setup::File, After::Skeleton, kCallers},
+    {"NulByte", "xml-nul-byte.rdd", Setup::File, After::Skeleton, kCallers},
+    {"WrongRootElement", "xml-wrong-root-element.rdd", Setup::File, After::Skeleton, kCallers},
+    {"OddLengthBase64", "xml-odd-length-base64-value.rdd", Setup::File, After::Skeleton, kCallers},
+    {"EmptyFile", "xml-empty-file.rdd", Setup::File, After::Skeleton, kCallers},
+    // Oddities the host reads past: the file's values show and it is kept.
+    {"CrOnlyLineEnds", "xml-cr-only-line-ends.rdd", Setup::File, After::Rewritten, kSample},
+    {"NoFinalLineBreak", "xml-no-final-line-break.rdd", Setup::File, After::Rewritten, kSample},
+    {"UnknownElements", "xml-unknown-elements-and-attributes.rdd", Setup::File, After::Rewritten, kSample},
+    // A host that refuses the file loses it: it was taken to be damaged.
+    {"HostRefusesToLoad", "rdd-written-by-hand.rdd", Setup::RefusingHost, After::Absent, kCallers},
+    {"NoHost", "rdd-written-by-hand.rdd", Setup::NoHost, After::Untouched, kCallers},
+    {"HostOpensNoNodes", "rdd-written-by-hand.rdd", Setup::HostWithoutNodes, After::Rewritten, kCallers},
+    {"NoFolderYet", nullptr, Setup::File, After::Skeleton, kCallers},
+    {"FolderIsAFile", nullptr, Setup::FolderIsAFile, After::Absent, kCallers},
+    {"StateFileIsAFolder", nullptr, Setup::FileIsAFolder, After::Untouched, kCallers},
+    // A run killed before all its records were saved.
+    {"CountPastTheRecords", STATE_FILE(NODE("LastDownload", PARAM("LastDownloadCount", "3") MODULE_IN("1")
+                                                                MODULE_IN("2"))),
+     Setup::File, After::Rewritten, {false, true, 3, 3, 1, 1}},
+    {"CountBelowTheRecords", STATE_FILE(NODE("LastDownload", PARAM("LastDownloadCount", "1") MODULE_IN("2")
+                                                                 MODULE_IN("2") MODULE_IN("1"))),
+     Setup::File, After::Rewritten, {false, true, 3, 1, 0, 1}},
+    {"NoCount", STATE_FILE(NODE("LastDownload", MODULE_IN("2"))), Setup::File, After::Rewritten,
+     {false, true, 3, 0, 0, 0}},
+    {"NoStartParameters", STATE_FILE(NODE("LastDownload", PARAM("LastDownloadCount", "1") MODULE_IN("2"))),
+     Setup::File, After::Rewritten, {false, true, 3, 1, 0, 1}},
+    // Edited by hand: a value that is no number reads as 0, not as the default.
+    {"ValuesNotNumbers", STATE_FILE(NODE("ParamAutoDL", PARAM("AutoDownload", "yes") PARAM("ShowWindow", "on")
+                                                            PARAM("DelayAutoStart", "soon"))),
+     Setup::File, After::Rewritten, {false, false, 0, -1, 0, 0}},
+    {"DelayUnset", STATE_FILE(NODE("ParamAutoDL", PARAM("AutoDownload", "1") PARAM("DelayAutoStart", "-1"))),
+     Setup::File, After::Rewritten, {true, true, 3, -1, 0, 0}},
+};
+
+// The file's bytes, or what stands there instead.
+QByteArray fileState(const QString& path)
 {
-    for (const char* name : {"xml-truncated.rdd", "xml-binary-garbage.rdd", "xml-nul-byte.rdd",
-                             "xml-wrong-root-element.rdd", "xml-odd-length-base64-value.rdd", "xml-empty-file.rdd"}) {
-        SCOPED_TRACE(name);
-        restartHost();
-        writeText(statePath(), readFile(dataFile(name)));
-        EXPECT_EQ(startParam(true, true), std::make_pair(true, true));
-        EXPECT_EQ(host->withCode(HostMsg::LoadParameterFile).size(), 2u);
-        EXPECT_EQ(host->withCode(HostMsg::SaveParameterFile).size(), 1u);
-        EXPECT_EQ(readFile(statePath()), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<parameters format=\"1\">\n"
-                                         "  <node name=\"ParametersDL\"/>\n</parameters>\n");
-    }
-    saver.saveStartParam(false, true);
-    EXPECT_EQ(startParam(true, true), std::make_pair(false, true));
-    for (const char* name :
-         {"xml-cr-only-line-ends.rdd", "xml-no-final-line-break.rdd", "xml-unknown-elements-and-attributes.rdd"}) {
-        SCOPED_TRACE(name);
-        writeText(statePath(), readFile(dataFile(name)));
-        EXPECT_EQ(startParam(false, true), std::make_pair(true, false));
-        EXPECT_EQ(delayAutoStart(3), 15);
-    }
+    const QFileInfo info(path);
+    return !info.exists() ? "<absent>" : info.isDir() ? "<folder>" : readFile(path);
 }
 
-// A host that refuses every load, then no host at all: the callers' values
-// stay, the counts are empty and no file is saved.
-TEST_F(SaveParamDownloadTest, AHostThatNeverLoadsGivesNothing)
+class StateFileFaults : public SaveParamDownloadTest, public ::testing::WithParamInterface<StateFileFault> {};
+
+}  // namespace
+
+TEST_P(StateFileFaults, LeaveTheFileAndWhatTheDialogShowsAsExpected)
 {
-    writeText(statePath(), "<parameters/>");
-    host->extraHandler = [](unsigned int, intptr_t, intptr_t) { return 1; };
-    for (const bool withHost : {true, false}) {
-        if (!withHost)
-            host.reset();
-        dlModule out = emptyDlModule();
-        saver.saveStartParam(false, true);
-        EXPECT_EQ(startParam(true, false), std::make_pair(true, false));
-        EXPECT_EQ(delayAutoStart(9), 9);
-        EXPECT_EQ(saver.getLastDownloadModule(1, 1, &out), 0);
-        EXPECT_EQ(saver.getCountStateLastDownloadModule(1), 0);
-        EXPECT_EQ(saver.getCountLastDownloadModule(), -1);
-        EXPECT_FALSE(QFile::exists(statePath()));
-        if (withHost) {
-            EXPECT_TRUE(host->withCode(HostMsg::SaveParameterFile).empty());
-            // Asked twice per call, with the file deleted in between.
-            EXPECT_EQ(host->withCode(HostMsg::LoadParameterFile).size(), 12u);
-        }
-    }
-    EXPECT_EQ(saver.getDefaultXml(), nullptr);
+    const StateFileFault& row = GetParam();
+    if (row.file)
+        writeText(statePath(), std::strchr(row.file, '<') ? QByteArray(row.file) : readFile(dataFile(row.file)));
+    if (row.setup == Setup::FolderIsAFile)
+        writeText(folder, "not a folder");
+    if (row.setup == Setup::FileIsAFolder)
+        QDir().mkpath(statePath());
+    if (row.setup == Setup::RefusingHost)
+        host->extraHandler = [](unsigned int, intptr_t, intptr_t) { return 1; };
+    if (row.setup == Setup::NoHost)
+        host.reset();
+    if (row.setup == Setup::HostWithoutNodes)
+        host->extraHandler = [store = &host->store](unsigned int code, intptr_t param1, intptr_t param2) {
+            return code == HostMsg::OpenNode ? 1 : store->handleMessage(code, param1, param2);
+        };
+    const QByteArray before = fileState(statePath());
+
+    bool autoDownload = false, showWindow = true;
+    int delay = 3;
+    saver.getStartParam(autoDownload, showWindow);
+    saver.getDelayAutoStart(delay);
+    const int count = saver.getCountLastDownloadModule(), inState1 = saver.getCountStateLastDownloadModule(1);
+    EXPECT_EQ(Shown(autoDownload, showWindow, delay, count, inState1, saver.getCountStateLastDownloadModule(2)),
+              row.shown);
+
+    ParameterTree tree;
+    const QByteArray expected[] = {
+        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<parameters format=\"1\">\n"
+        "  <node name=\"ParametersDL\"/>\n</parameters>\n",
+        tree.read(before) ? tree.write() : "<not a parameter file>", before, "<absent>"};
+    EXPECT_EQ(fileState(statePath()), expected[int(row.after)]);
 }
+
+INSTANTIATE_TEST_SUITE_P(DownloadRdd, StateFileFaults, ::testing::ValuesIn(kStateFileFaults),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 // The state file's path goes to the host in a bounded 16-bit field. Like
 // strncpy: a shorter text is followed by NULs, a longer one fills the
