@@ -15,6 +15,7 @@
 #include "protocol/HostMessages.h"
 #include "storage/RecordText.h"
 #include "update/HostFolders.h"
+#include "update/InstallRequests.h"
 #include "update/InstalledProducts.h"
 #include "update/ReleaseCheck.h"
 #include "update/SaveParamDownload.h"
@@ -83,11 +84,20 @@ int CInstallation::handOver(const std::function<void(int, int)>& range,
             onWorkflowThread([&] { store.changeStateLastDownloadModule(record, dlStateToFetch); });
             return CUpdaterSession::Skip;
         }
-        int type = 0;
-        if (!parseInstallType(dlText(record.type), &type))
+        const auto folderOfType = [&](int folderType) {
+            QString folder;
+            onWorkflowThread([&] {
+                folder = GetPathByFolderType(link.sendCallback(), link.hostPointer(), VM_FOLDERS(folderType));
+            });
+            return folder;
+        };
+        switch (routeInstallRequest(record, folderOfType, &request)) {
+        case InstallRefused:
             return CUpdaterSession::Fail;
-        const QString local = dlLocalText(record.localPath);
-        if (type == 2) {
+        case InstallAsFile:
+            return CUpdaterSession::Send;
+        case InstallAsConfiguration: {
+            const QString local = dlLocalText(record.localPath);
             if (!QFile::exists(local)) {
                 // A configuration file that is not there is passed over, and
                 // the next round reports it as done unless the updater's last
@@ -104,12 +114,10 @@ int CInstallation::handOver(const std::function<void(int, int)>& range,
                 link.send(HostMsg::ConfigFileArrived, reinterpret_cast<intptr_t>(&arrived));
                 QFile::remove(local);
                 setInfoAboutSuccessModuleUpdate(true, record, configIndex);
-                request.copyConfiguration = true;
                 // The host is asked for the copy folder first, then for the
                 // configuration's file.
-                request.destination =
-                    GetPathByFolderType(link.sendCallback(), link.hostPointer(), vfConfigCopy)
-                    + QStringLiteral("/Config");
+                const QString copyFolder =
+                    GetPathByFolderType(link.sendCallback(), link.hostPointer(), vfConfigCopy);
                 // "NameConfig" names the configuration the file belongs to
                 // (a configuration list's record carries its own name there,
                 // the automatic run's the configuration's); a record chosen
@@ -117,22 +125,15 @@ int CInstallation::handOver(const std::function<void(int, int)>& range,
                 // configuration's.
                 const QByteArray configuration =
                     dlText(record.auxPath).isEmpty() ? dlText(record.name) : dlText(record.auxPath);
-                request.source = CInstalledProducts(link).GetPathToConfigFile(
-                    QString::fromLocal8Bit(configuration));
+                request = configCopyRequest(
+                    CInstalledProducts(link).GetPathToConfigFile(QString::fromLocal8Bit(configuration)),
+                    copyFolder);
             });
             reportedAtPrepare[size_t(index)] = true;
             return CUpdaterSession::Send;
         }
-        QString folder;
-        onWorkflowThread([&] {
-            folder = GetPathByFolderType(link.sendCallback(), link.hostPointer(),
-                                         VM_FOLDERS(installFolderType(type)));
-        });
-        if (folder.isEmpty())
-            return CUpdaterSession::Fail;
-        request.source = local;
-        request.destination = folder;
-        return CUpdaterSession::Send;
+        }
+        return CUpdaterSession::Fail;
     };
     hooks.served = [&](int index, int error) {
         lastServedError = error;
