@@ -7,30 +7,26 @@
 
 using Texts = std::vector<QByteArray>;
 
-TEST(InstalledConfigurations, CountThenAZeroedArrayTheHostFills)
+// A host that fills fewer than it counted leaves the rest zeroed (the
+// reference host's answers are ReferenceHostTest's); an empty list is still
+// asked for, an unbelievable count is not.
+TEST(InstalledProducts, CountThenAZeroedArrayTheHostFillsWithinBelievableCounts)
 {
-    // The reference host's answers are ReferenceHostTest's; here a host that
-    // fills fewer than it counted leaves the rest zeroed.
-    ProductsHost products;
-    products.configs = {installedConfig("Stock", 2, 1, 0, false, 3, 11),
-                        installedConfig("Bonds", 1, 0, 0, true, 1, 22)};
-    copyToField(products.configs[1].secondName, QByteArray("second text"));
-    products.reportedCount = 3;
-    EXPECT_EQ(describe(CInstalledProducts().configurations()),
-              (Texts{"Stock||2.1.0|0|3", "Bonds|second text|1.0.0|1|1", "||0.0.0|0|0"}));
-    EXPECT_EQ(products.host.codes(),
-              (std::vector<unsigned int>{HostMsg::ConfigurationCount, HostMsg::ConfigurationList}));
-}
-
-TEST(InstalledProducts, EmptyListsAreAskedForAndUnbelievableCountsAreNot)
-{
-    // count, list requests: none is asked for with an empty array.
-    for (const auto& [count, requests] :
-         {std::pair<int32_t, int>{0, 1}, {CInstalledProducts::kMaxConfigurations + 1, 0}}) {
+    const struct {
+        int32_t count;
+        Texts configurations;
+        int listRequests;
+    } rows[] = {{3, {"Stock||2.1.0|0|3", "Bonds|second text|1.0.0|1|1", "||0.0.0|0|0"}, 1},
+                {0, {}, 1},
+                {CInstalledProducts::kMaxConfigurations + 1, {}, 0}};
+    for (const auto& row : rows) {
         ProductsHost products;
-        products.reportedCount = count;
-        EXPECT_TRUE(CInstalledProducts().configurations().empty()) << count;
-        EXPECT_EQ(products.configListRequests, requests) << count;
+        products.configs = {installedConfig("Stock", 2, 1, 0, false, 3, 11),
+                            installedConfig("Bonds", 1, 0, 0, true, 1, 22)};
+        copyToField(products.configs[1].secondName, QByteArray("second text"));
+        products.reportedCount = row.count;
+        EXPECT_EQ(describe(CInstalledProducts().configurations()), row.configurations) << row.count;
+        EXPECT_EQ(products.configListRequests, row.listRequests) << row.count;
     }
     ProductsHost products;
     products.reportedCount = CInstalledProducts::kMaxConfigurations;
