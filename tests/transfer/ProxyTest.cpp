@@ -89,8 +89,7 @@ TEST(DoProxyConnect, WithoutSettingsTestsTheDefaultServerAndFillsOneEntry)
     QTemporaryDir empty;
     host.folders[2] = empty.path();
     FaultServer refusing({okReply("", 407)});
-    mwiTesProxy record;
-    std::memset(&record, 0, sizeof record);
+    mwiTesProxy record{};
     std::strcpy(record.proxy.host, "127.0.0.1");
     record.proxy.port = refusing.port();
     std::strcpy(record.proxy.user, "user");
@@ -130,9 +129,8 @@ INSTANTIATE_TEST_SUITE_P(Servers, EachServer, ::testing::ValuesIn(kFileServerFam
 // Each real proxy family with Basic authentication, in front of nginx. A
 // resume through the proxy gets the rest once, both before the proxy holds
 // the file (squid then fetches it whole to answer the range) and after.
-// Refused credentials are a complete answer whose page is the file (the 401
-// in DownloadHttpTest.cpp), and through a real proxy a list that offers
-// nothing (the whole-run tests).
+// Refused credentials are the 401 in DownloadHttpTest.cpp and the whole-run
+// proxy tests' business.
 class EachProxy : public ::testing::TestWithParam<ForwardProxyFamily> {};
 
 TEST_P(EachProxy, AResumeGetsTheRestOnce)

@@ -48,15 +48,13 @@ TEST(InstalledProducts, CountThenAZeroedArrayTheHostFillsWithinBelievableCounts)
 TEST(PathToConfigFile, SendsTheNameInA2303ByteBlockAndReadsTheWideTextUnlessAnswered1)
 {
     ProductsHost products;
-    products.configPaths["Stock"] = QStringLiteral("/home/u/.terminal/Stock/stock.cfg");
-    EXPECT_EQ(CInstalledProducts().GetPathToConfigFile("Stock"), "/home/u/.terminal/Stock/stock.cfg");
-    ASSERT_EQ(products.pathRequests.size(), 1u);
-    EXPECT_EQ(products.pathRequests[0], "Stock" + QByteArray(2298, '\0'));
-    CInstalledProducts().GetPathToConfigFile(QString(300, 'n'));
-    EXPECT_EQ(products.pathRequests.at(1).left(256), QByteArray(255, 'n') + '\0');
-
-    for (const auto& [answer, path] : {std::pair<int, QString>{1, ""}, {2, "/home/u/.terminal/Stock/stock.cfg"}}) {
+    const QString stock = QStringLiteral("/home/u/.terminal/Stock/stock.cfg");
+    products.configPaths["Stock"] = stock;
+    for (const auto& [answer, path] : {std::pair<int, QString>{0, stock}, {1, ""}, {2, stock}}) {
         products.host.resultFor[HostMsg::PathToConfigFile] = answer;
         EXPECT_EQ(CInstalledProducts().GetPathToConfigFile("Stock"), path) << answer;
     }
+    EXPECT_EQ(products.pathRequests.at(0), "Stock" + QByteArray(2298, '\0'));
+    CInstalledProducts().GetPathToConfigFile(QString(300, 'n'));
+    EXPECT_EQ(products.pathRequests.at(3).left(256), QByteArray(255, 'n') + '\0');
 }

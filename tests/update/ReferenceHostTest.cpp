@@ -50,47 +50,11 @@ protected:
     // A file in the download folder.
     QString local(const QString& name) const { return dir.filePath("run/download/" + name); }
 
-    struct Chosen {
-        const char *name, *version, *extra;
-        int state;
-    };
-    // Chosen records of a run recorded as the download does before fetching,
-    // each with a partly downloaded local file.
-    void recordRun(const std::vector<Chosen>& run)
-    {
-        store->createLastDownload(int(run.size()));
-        for (const Chosen& c : run) {
-            const QByteArray file = QByteArray(c.name) + ".gz";
-            dlModule module = emptyDlModule();
-            setDlText(module.name, c.name);
-            setDlText(module.version, c.version);
-            setDlText(module.versionExtra, c.extra);
-            setDlText(module.serverPath, "/old/" + file);
-            setDlText(module.title, "old title");
-            setDlText(module.localPath, local(file).toLocal8Bit());
-            module.state = c.state;
-            writeListFile(dir, "run/download/" + file, "partial");
-            chosen.addToStuct(module);
-            store->saveLastDownloadModule(module, 1);
-        }
-    }
-
     dlModule chosenAt(int index) const
     {
         dlModule out = emptyDlModule();
         chosen.getModuleInfo(index, out);
         return out;
-    }
-
-    // The stored run's records still to be fetched (state 1), as fields().
-    Texts storedToFetch()
-    {
-        std::vector<dlModule> out(8, emptyDlModule());
-        out.resize(std::size_t(store->getLastDownloadModule(1, 8, out.data())));
-        Texts result;
-        for (const dlModule& module : out)
-            result.push_back(fields(module));
-        return result;
     }
 
     QTemporaryDir dir;
@@ -146,8 +110,24 @@ TEST_F(ReferenceHost, AFreshListReplacesChosenRecordsAndDeletesStalePartialFiles
                                        "e.so,1.0.0,x,0,/desc/e.txt,/new/e.gz,new title,10\n"
                                        "f.so,2.0.0,,0,/d,/new-f,T,1\n");
     EXPECT_FALSE(getNewModule(list, chosen, *store, sources, CInstalledProducts()));
-    recordRun({{"a.so", "1.0.0", "x", 2}, {"b.so", "1.0.0", "x", 1}, {"c.so", "1.0.0", "x", 1},
-               {"d.so", "1.0.0", "x", 1}, {"e.so", "1.0.0", "x", 3}, {"f.so", "1.0.0", "", 1}});
+    // The run as the download records it before fetching, each file partly downloaded.
+    const struct {
+        const char *name, *version, *extra;
+        int state;
+    } run[] = {{"a.so", "1.0.0", "x", 2}, {"b.so", "1.0.0", "x", 1}, {"c.so", "1.0.0", "x", 1},
+               {"d.so", "1.0.0", "x", 1}, {"e.so", "1.0.0", "x", 3}, {"f.so", "1.0.0", "", 1}};
+    store->createLastDownload(6);
+    for (const auto& r : run) {
+        const QByteArray file = QByteArray(r.name) + ".gz";
+        dlModule module = emptyDlModule();
+        setDlText(module.name, r.name), setDlText(module.version, r.version), setDlText(module.versionExtra, r.extra);
+        setDlText(module.serverPath, "/old/" + file), setDlText(module.title, "old title");
+        setDlText(module.localPath, local(file).toLocal8Bit());
+        module.state = r.state;
+        writeListFile(dir, "run/download/" + file, "partial");
+        chosen.addToStuct(module);
+        store->saveLastDownloadModule(module, 1);
+    }
     store->changeStateLastDownloadModule(chosenAt(4), 2);
     ASSERT_TRUE(QFile::remove(local("c.so.gz")));
     EXPECT_TRUE(getNewModule(list, chosen, *store, sources, CInstalledProducts()));
@@ -167,8 +147,8 @@ TEST_F(ReferenceHost, AFreshListReplacesChosenRecordsAndDeletesStalePartialFiles
         "e.so|1.0.0|x|0|/new/e.gz|/desc/e.txt|" + local("e.so.gz").toLocal8Bit() + "||new title|10 kb|3";
     EXPECT_EQ(fields(chosenAt(4)), e);
     // The stored run names the old versions, which the fresh records do not match.
-    const Texts stored = storedToFetch();
-    ASSERT_EQ(stored.size(), 6u);
-    EXPECT_EQ(stored[0], "a.so|1.0.0|x||/old/a.so.gz||" + local("a.so.gz").toLocal8Bit() + "||old title||2");
-    EXPECT_EQ(stored[4], e);
+    std::vector<dlModule> stored(8, emptyDlModule());
+    ASSERT_EQ(store->getLastDownloadModule(dlStateToFetch, 8, stored.data()), 6);
+    EXPECT_EQ(fields(stored[0]), "a.so|1.0.0|x||/old/a.so.gz||" + local("a.so.gz").toLocal8Bit() + "||old title||2");
+    EXPECT_EQ(fields(stored[4]), e);
 }

@@ -193,14 +193,18 @@ TEST_F(Workflow, ContinuationFetchesOnlyWhatTheStoredRunLacks)
               fileRequests());
 }
 
-// Of the sample server's files only the three newer than the installed ones
-// are taken (news.so is at its installed version); the files' bytes are the
-// whole-run and host script tests' business.
-TEST_F(Workflow, AutomaticModeChoosesTheNewerModulesAndAsksOrSaysWhyItCannot)
+// Only the three files newer than the installed ones are taken (news.so is at
+// its installed version). A stored run with fewer records than its count (a
+// terminal killed while writing it) is not continued, which would install
+// part of it and report the rest installed: the automatic mode chooses again.
+TEST_F(Workflow, AutomaticModeChoosesTheNewerModulesOverATornRunAndAsksOrSaysWhyItCannot)
 {
     startNginx();
     QDir().mkpath(host->downloadDir);
     state().saveStartParam(true, true);
+    CSaveParamDownload stored = state();
+    stored.createLastDownload(3);
+    stored.saveLastDownloadModule(storedRecord("charts.so", "1.5.0", "/files/charts.so.gz"), dlStateToFetch);
     open();
     EXPECT_EQ(3, until(&CUpdateWorkflow::SignalInstallationStarts, [this] { flow->startTimerIsOutTime(); }));
     EXPECT_EQ((QStringList{"MD0020 | MD0021", "MD0050 | MD0053"}), prompts.boxes);
@@ -216,20 +220,4 @@ TEST_F(Workflow, AutomaticModeChoosesTheNewerModulesAndAsksOrSaysWhyItCannot)
     flow->automatic().startAutoDownload();
     EXPECT_EQ(QStringList{"MD0050 | MD0051"}, prompts.boxes);
     EXPECT_EQ(requests, nginx->accessLog().size());
-}
-
-// A stored run with fewer records than its count (a terminal killed while
-// the run was being written) is not continued, which would install part of
-// it and report the rest installed: the automatic mode chooses again.
-TEST_F(Workflow, ATornStoredRunIsChosenAgain)
-{
-    startNginx();
-    QDir().mkpath(host->downloadDir);
-    state().saveStartParam(true, false);
-    CSaveParamDownload stored = state();
-    stored.createLastDownload(3);
-    stored.saveLastDownloadModule(storedRecord("charts.so", "1.5.0", "/files/charts.so.gz"), dlStateToFetch);
-    open();
-    EXPECT_EQ(3, until(&CUpdateWorkflow::SignalInstallationStarts, [this] { flow->startTimerIsOutTime(); }));
-    EXPECT_EQ((QStringList{"MD0020 | MD0021", "MD0050 | MD0053"}), prompts.boxes);
 }
