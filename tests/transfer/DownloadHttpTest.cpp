@@ -73,8 +73,9 @@ TEST(DownloadHttp, EachKindsCompletionGoesToItsCallWithTheNotFoundRule)
     } answers[] = {
         // Kept open, so that only the length ends the body; what follows it is dropped.
         {{"HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nlist and more", false}, "list"},
-        // An authentication answer is complete, here up to the close: its page is the file.
+        // A refused login, to a server or a proxy, is complete (the 401 up to the close): its page is the file.
         {{"HTTP/1.1 401 Unauthorized\r\n\r\nlogin"}, "login"},
+        {okReply("proxy login", 407), "proxy login"},
         {okReply("<html>gone</html>", 404), QByteArray()}};
     QList<ScriptedReply> script;
     for (int kind = 0; kind < 7; ++kind)
@@ -103,8 +104,8 @@ TEST(DownloadHttp, EachKindsCompletionGoesToItsCallWithTheNotFoundRule)
     c.http.getFile(QStringLiteral("/other.txt"), c.dir.path(), 42, 7, 0, false);
     waitFor([&] { return !c.http.isBusy(); });
     waitFor([] { return false; }, 100);
-    EXPECT_EQ(21, c.client.completions());
-    EXPECT_EQ(22, c.server.requests.size());
+    EXPECT_EQ(28, c.client.completions());
+    EXPECT_EQ(29, c.server.requests.size());
     EXPECT_TRUE(c.client.statusMessages.isEmpty());
 }
 

@@ -129,7 +129,7 @@ INSTANTIATE_TEST_SUITE_P(Servers, EachServer, ::testing::ValuesIn(kFileServerFam
 // Each real proxy family with Basic authentication, in front of nginx. A
 // resume through the proxy gets the rest once, both before the proxy holds
 // the file (squid then fetches it whole to answer the range) and after.
-// Refused credentials are the 401 in DownloadHttpTest.cpp and the whole-run
+// Refused credentials are the 407 in DownloadHttpTest.cpp and the whole-run
 // proxy tests' business.
 class EachProxy : public ::testing::TestWithParam<ForwardProxyFamily> {};
 
