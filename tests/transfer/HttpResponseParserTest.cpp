@@ -74,8 +74,6 @@ CHttpResponseParser::Result feedInPieces(CHttpResponseParser& parser, const QByt
 
 }  // namespace
 
-// Every generated response gives back exactly its body, in any cutting;
-// mutated, it ends cleanly with a body no longer than what it carried.
 TEST(HttpResponseParserRandom, WellFormedGiveBackTheirBodyAndMutatedEndCleanly)
 {
     std::mt19937 rng(20240611u);

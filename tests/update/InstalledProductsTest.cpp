@@ -7,30 +7,26 @@
 
 using Texts = std::vector<QByteArray>;
 
-TEST(InstalledConfigurations, CountThenAZeroedArrayTheHostFills)
+// A host that fills fewer than it counted leaves the rest zeroed (the
+// reference host's answers are ReferenceHostTest's); an empty list is still
+// asked for, an unbelievable count is not.
+TEST(InstalledProducts, CountThenAZeroedArrayTheHostFillsWithinBelievableCounts)
 {
-    // The reference host's answers are ReferenceHostTest's; here a host that
-    // fills fewer than it counted leaves the rest zeroed.
-    ProductsHost products;
-    products.configs = {installedConfig("Stock", 2, 1, 0, false, 3, 11),
-                        installedConfig("Bonds", 1, 0, 0, true, 1, 22)};
-    copyToField(products.configs[1].secondName, QByteArray("second text"));
-    products.reportedCount = 3;
-    EXPECT_EQ(describe(CInstalledProducts().configurations()),
-              (Texts{"Stock||2.1.0|0|3", "Bonds|second text|1.0.0|1|1", "||0.0.0|0|0"}));
-    EXPECT_EQ(products.host.codes(),
-              (std::vector<unsigned int>{HostMsg::ConfigurationCount, HostMsg::ConfigurationList}));
-}
-
-TEST(InstalledProducts, EmptyListsAreAskedForAndUnbelievableCountsAreNot)
-{
-    // count, list requests: none is asked for with an empty array.
-    for (const auto& [count, requests] :
-         {std::pair<int32_t, int>{0, 1}, {CInstalledProducts::kMaxConfigurations + 1, 0}}) {
+    const struct {
+        int32_t count;
+        Texts configurations;
+        int listRequests;
+    } rows[] = {{3, {"Stock||2.1.0|0|3", "Bonds|second text|1.0.0|1|1", "||0.0.0|0|0"}, 1},
+                {0, {}, 1},
+                {CInstalledProducts::kMaxConfigurations + 1, {}, 0}};
+    for (const auto& row : rows) {
         ProductsHost products;
-        products.reportedCount = count;
-        EXPECT_TRUE(CInstalledProducts().configurations().empty()) << count;
-        EXPECT_EQ(products.configListRequests, requests) << count;
+        products.configs = {installedConfig("Stock", 2, 1, 0, false, 3, 11),
+                            installedConfig("Bonds", 1, 0, 0, true, 1, 22)};
+        copyToField(products.configs[1].secondName, QByteArray("second text"));
+        products.reportedCount = row.count;
+        EXPECT_EQ(describe(CInstalledProducts().configurations()), row.configurations) << row.count;
+        EXPECT_EQ(products.configListRequests, row.listRequests) << row.count;
     }
     ProductsHost products;
     products.reportedCount = CInstalledProducts::kMaxConfigurations;
@@ -52,15 +48,13 @@ TEST(InstalledProducts, EmptyListsAreAskedForAndUnbelievableCountsAreNot)
 TEST(PathToConfigFile, SendsTheNameInA2303ByteBlockAndReadsTheWideTextUnlessAnswered1)
 {
     ProductsHost products;
-    products.configPaths["Stock"] = QStringLiteral("/home/u/.terminal/Stock/stock.cfg");
-    EXPECT_EQ(CInstalledProducts().GetPathToConfigFile("Stock"), "/home/u/.terminal/Stock/stock.cfg");
-    ASSERT_EQ(products.pathRequests.size(), 1u);
-    EXPECT_EQ(products.pathRequests[0], "Stock" + QByteArray(2298, '\0'));
-    CInstalledProducts().GetPathToConfigFile(QString(300, 'n'));
-    EXPECT_EQ(products.pathRequests.at(1).left(256), QByteArray(255, 'n') + '\0');
-
-    for (const auto& [answer, path] : {std::pair<int, QString>{1, ""}, {2, "/home/u/.terminal/Stock/stock.cfg"}}) {
+    const QString stock = QStringLiteral("/home/u/.terminal/Stock/stock.cfg");
+    products.configPaths["Stock"] = stock;
+    for (const auto& [answer, path] : {std::pair<int, QString>{0, stock}, {1, ""}, {2, stock}}) {
         products.host.resultFor[HostMsg::PathToConfigFile] = answer;
         EXPECT_EQ(CInstalledProducts().GetPathToConfigFile("Stock"), path) << answer;
     }
+    EXPECT_EQ(products.pathRequests.at(0), "Stock" + QByteArray(2298, '\0'));
+    CInstalledProducts().GetPathToConfigFile(QString(300, 'n'));
+    EXPECT_EQ(products.pathRequests.at(3).left(256), QByteArray(255, 'n') + '\0');
 }

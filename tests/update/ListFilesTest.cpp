@@ -8,6 +8,7 @@
 #include "update/ConfigListParser.h"
 #include "update/InstalledProducts.h"
 #include "update/ModuleListParser.h"
+#include "update/VersionRules.h"
 
 namespace {
 
@@ -22,19 +23,9 @@ QByteArray line(const QByteArray& name, const QByteArray& version, const QByteAr
 
 }  // namespace
 
-TEST(ModuleList, AppendsToWhatTheListHoldsAndDropsTheCrOfCrLf)
+TEST(ConfigurationChoice, LastNameMatchWinsOverLastCurrentAndTheFirstCurrentIsInUse)
 {
-    dlListModule list;
-    list.append(emptyDlModule());
-    parseFileList(QStringLiteral(DM_SOURCE_DIR "/tests/update/data/moduleDesc-crlf.txt"), list,
-                  QString(), {}, CInstalledProducts(nullptr, nullptr));
-    EXPECT_EQ(names(list), (Names{"", "a.so", "b.so"}));
-    EXPECT_EQ(dlText(list.modules[1].sizeText) + '|' + dlText(list.modules[2].sizeText), "10 kb|2.0 Mb");
-}
-
-TEST(ConfigurationChoice, LastNameMatchWinsOverLastCurrent)
-{
-    const std::vector<coreNameConfig> configs{
+    std::vector<coreNameConfig> configs{
         installedConfig("Stock", 1, 0, 0, true), installedConfig("Bonds", 1, 0, 0),
         installedConfig("Stock", 1, 0, 0), installedConfig("Forex", 1, 0, 0, true),
         installedConfig("Metals", 1, 0, 0)};
@@ -48,6 +39,14 @@ TEST(ConfigurationChoice, LastNameMatchWinsOverLastCurrent)
     EXPECT_TRUE(isConfigOffered(entry, configs.data(), 5, false));
     EXPECT_EQ(chooseConfiguration(configs.data(), 0, "Stock").chosen(), -1);
     EXPECT_EQ(chooseConfiguration(configs.data() + 1, 1, "Stock").chosen(), -1);
+
+    // The configuration in use (automatic mode, installation): the first marked 1 within the count.
+    const int first = getCurrentConfigurationIndex(configs.data(), 5);
+    configs[0].current = 2;
+    EXPECT_EQ(std::vector<int>({first, getCurrentConfigurationIndex(configs.data(), 5),
+                                getCurrentConfigurationIndex(configs.data(), 3),
+                                getCurrentConfigurationIndex(nullptr, 0)}),
+              std::vector<int>({0, 3, -1, -1}));
 }
 
 // A module list file parsed for a configuration name against the host: the

@@ -1,7 +1,6 @@
 // The offered-file record, its text fields and size text, the parsers' list
 // and the chosen-for-download set with the quirks of its removal.
 #include <cstring>
-#include <initializer_list>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -30,12 +29,6 @@ dlModule numbered(int i)
     return module;
 }
 
-void add(CFileToDl& set, std::initializer_list<const char*> names)
-{
-    for (const char* name : names)
-        set.addToStuct(record(name));
-}
-
 // The record at index, or a record named "untouched" when the set has none there.
 dlModule at(const CFileToDl& set, int index)
 {
@@ -54,7 +47,7 @@ Names namesIn(const CFileToDl& set)
 
 }  // namespace
 
-TEST(DlText, CutsTo254BytesWithATerminatorAndReadsNoFurtherThanTheField)
+TEST(DlText, CutsTo254BytesReadsNoFurtherThanTheFieldAndWritesSizesInKbOrMb)
 {
     dlModule module;
     std::memset(&module, 'x', sizeof module);
@@ -67,10 +60,8 @@ TEST(DlText, CutsTo254BytesWithATerminatorAndReadsNoFurtherThanTheField)
     std::memset(module.title, 'T', sizeof module.title);
     std::memset(module.sizeText, 'S', sizeof module.sizeText);
     EXPECT_EQ(dlText(module.title), QByteArray(255, 'T'));
-}
 
-TEST(DlSizeText, KilobytesUpTo1024ThenWholeMegabytesWithPointZero)
-{
+    // The size text: kilobytes up to 1024, then whole megabytes with ".0".
     const std::pair<int, const char*> cases[] = {
         {0, "0 kb"},      {1024, "1024 kb"},  {1025, "1.0 Mb"},        {2047, "1.0 Mb"},
         {2048, "2.0 Mb"}, {-5, "-5 kb"},      {2147483647, "2097151.0 Mb"}};
@@ -95,7 +86,12 @@ TEST(DlListModule, AppendKeepsEveryRecordWholeAsTheArrayGrows)
     }
 }
 
-TEST(FileToDl, ExistModuleMatchesNameVersionAndExtraAndMarksAnotherStateFetched)
+// existModule matches name, version and extra text and marks a record of
+// another state fetched; delToStuct removes the first of equal records (the
+// module removes only records it read from the set, so there is always a
+// match); changeStruct replaces the first record of the name whatever the
+// index; a cleared set is used again.
+TEST(FileToDl, MatchingRemovalAndReplacementFollowTheNameNotTheIndex)
 {
     CFileToDl set;
     set.addToStuct(record("a", "1.0.0", "x", 0));
@@ -107,28 +103,18 @@ TEST(FileToDl, ExistModuleMatchesNameVersionAndExtraAndMarksAnotherStateFetched)
     EXPECT_EQ(set.existModule(record("b", "1.0.0", "x", 1)), 1);
     EXPECT_EQ(at(set, 0).state, 0) << "same state: left alone";
     EXPECT_EQ(at(set, 1).state, 2) << "another state: marked 2, not copied from the argument";
-}
 
-// The module removes only records it read from the set, so there is always a
-// match; the first of equal records goes, and a cleared set is used again.
-TEST(FileToDl, DelToStuctRemovesTheFirstMatch)
-{
-    CFileToDl set;
-    add(set, {"a", "b", "c", "b", "d"});
+    set.clearStruct();
+    for (const char* name : {"a", "b", "c", "b", "d"})
+        set.addToStuct(record(name));
     set.delToStuct(record("b"));
     EXPECT_EQ(namesIn(set), (Names{"a", "c", "b", "d"}));
     set.delToStuct(record("d"));
     EXPECT_EQ(namesIn(set), (Names{"a", "c", "b"}));
     EXPECT_EQ(dlText(at(set, 3).name), "untouched");
     EXPECT_EQ(dlText(at(set, -1).name), "untouched");
-    set.clearStruct();
-    add(set, {"y"});
-    EXPECT_EQ(namesIn(set), Names{"y"});
-}
 
-TEST(FileToDl, ChangeStructReplacesTheFirstRecordOfTheNameWhateverTheIndex)
-{
-    CFileToDl set;
+    set.clearStruct();
     set.addToStuct(record("a", "1.0.0", "x"));
     set.addToStuct(record("a", "2.0.0", "y"));
     dlModule replacement = record("a", "3.0.0", "z", 2);

@@ -50,47 +50,11 @@ protected:
     // A file in the download folder.
     QString local(const QString& name) const { return dir.filePath("run/download/" + name); }
 
-    struct Chosen {
-        const char *name, *version, *extra;
-        int state;
-    };
-    // Chosen records of a run recorded as the download does before fetching,
-    // each with a partly downloaded local file.
-    void recordRun(const std::vector<Chosen>& run)
-    {
-        store->createLastDownload(int(run.size()));
-        for (const Chosen& c : run) {
-            const QByteArray file = QByteArray(c.name) + ".gz";
-            dlModule module = emptyDlModule();
-            setDlText(module.name, c.name);
-            setDlText(module.version, c.version);
-            setDlText(module.versionExtra, c.extra);
-            setDlText(module.serverPath, "/old/" + file);
-            setDlText(module.title, "old title");
-            setDlText(module.localPath, local(file).toLocal8Bit());
-            module.state = c.state;
-            writeListFile(dir, "run/download/" + file, "partial");
-            chosen.addToStuct(module);
-            store->saveLastDownloadModule(module, 1);
-        }
-    }
-
     dlModule chosenAt(int index) const
     {
         dlModule out = emptyDlModule();
         chosen.getModuleInfo(index, out);
         return out;
-    }
-
-    // The stored run's records still to be fetched (state 1), as fields().
-    Texts storedToFetch()
-    {
-        std::vector<dlModule> out(8, emptyDlModule());
-        out.resize(std::size_t(store->getLastDownloadModule(1, 8, out.data())));
-        Texts result;
-        for (const dlModule& module : out)
-            result.push_back(fields(module));
-        return result;
     }
 
     QTemporaryDir dir;
@@ -107,7 +71,6 @@ TEST_F(ReferenceHost, AnswersConfigurationsModuleTablesAndConfigurationPathsFrom
 {
     const std::vector<coreNameConfig> configs = CInstalledProducts().configurations();
     ASSERT_EQ(describe(configs), (Texts{"Stock|Stock exchange|3.3.8|0|2", "Bonds||1.0.12|1|1"}));
-    EXPECT_NE(value(configs[0].moduleTableId), value(configs[1].moduleTableId));
     EXPECT_EQ(describe(CInstalledProducts().moduleTable(configs[0])),
               (Texts{"core.so|3.3.8|77", "charts.so|1.2.0|0"}));
     EXPECT_EQ(describe(CInstalledProducts().moduleTable(configs[1])), Texts{"core.so|3.4.0|0"});
@@ -129,62 +92,63 @@ TEST_F(ReferenceHost, AnswersConfigurationsModuleTablesAndConfigurationPathsFrom
 
 // Another version or extra text deletes the stale partial file; only the
 // first fresh record of a name counts, and chosen records the list no longer
-// offers stay as they were. The same version keeps its file and is stored
-// again to fetch.
+// offers stay as they were: d.so is not listed, and f.so 2.0.0 is installed
+// in the automatic mode's table, which the list is parsed against. The same
+// version keeps its file and is stored again to fetch. An empty set is not
+// refreshed.
 TEST_F(ReferenceHost, AFreshListReplacesChosenRecordsAndDeletesStalePartialFiles)
 {
-    recordRun({{"a.so", "1.0.0", "x", 2}, {"b.so", "1.0.0", "x", 1}, {"c.so", "1.0.0", "x", 1},
-               {"d.so", "1.0.0", "x", 1}, {"e.so", "1.0.0", "x", 3}});
+    const coreModuleEntry table = installedModule("f.so", 2, 0, 0);
+    ModuleListSources sources;
+    sources.autoMode = true, sources.autoModules = &table, sources.autoModuleCount = 1;
+    const QString list = writeListFile(dir, "list.txt",
+                                       "x.so,9.0.0,x,0,/d,/f,T,1\n"
+                                       "a.so,1.1.0,x,0,/desc/a.txt,/new/a.gz,new title,2048\n"
+                                       "a.so,1.0.0,x,0,/d,/second,T,1\n"
+                                       "b.so,1.0.0,y,0,/d,/f,T,1\n"
+                                       "c.so,2.0.0,x,0,/d,/f,T,1\n"
+                                       "e.so,1.0.0,x,0,/desc/e.txt,/new/e.gz,new title,10\n"
+                                       "f.so,2.0.0,,0,/d,/new-f,T,1\n");
+    EXPECT_FALSE(getNewModule(list, chosen, *store, sources, CInstalledProducts()));
+    // The run as the download records it before fetching, each file partly downloaded.
+    const struct {
+        const char *name, *version, *extra;
+        int state;
+    } run[] = {{"a.so", "1.0.0", "x", 2}, {"b.so", "1.0.0", "x", 1}, {"c.so", "1.0.0", "x", 1},
+               {"d.so", "1.0.0", "x", 1}, {"e.so", "1.0.0", "x", 3}, {"f.so", "1.0.0", "", 1}};
+    store->createLastDownload(6);
+    for (const auto& r : run) {
+        const QByteArray file = QByteArray(r.name) + ".gz";
+        dlModule module = emptyDlModule();
+        setDlText(module.name, r.name), setDlText(module.version, r.version), setDlText(module.versionExtra, r.extra);
+        setDlText(module.serverPath, "/old/" + file), setDlText(module.title, "old title");
+        setDlText(module.localPath, local(file).toLocal8Bit());
+        module.state = r.state;
+        writeListFile(dir, "run/download/" + file, "partial");
+        chosen.addToStuct(module);
+        store->saveLastDownloadModule(module, 1);
+    }
     store->changeStateLastDownloadModule(chosenAt(4), 2);
     ASSERT_TRUE(QFile::remove(local("c.so.gz")));
-    dlListModule fresh;
-    parseFileList(writeListFile(dir, "list.txt",
-                                "x.so,9.0.0,x,0,/d,/f,T,1\n"
-                                "a.so,1.1.0,x,0,/desc/a.txt,/new/a.gz,new title,2048\n"
-                                "a.so,1.0.0,x,0,/d,/second,T,1\n"
-                                "b.so,1.0.0,y,0,/d,/f,T,1\n"
-                                "c.so,2.0.0,x,0,/d,/f,T,1\n"
-                                "e.so,1.0.0,x,0,/desc/e.txt,/new/e.gz,new title,10\n"),
-                  fresh, QString(), {}, CInstalledProducts(nullptr, nullptr));
-    refreshChosenModules(fresh, chosen, *store);
+    EXPECT_TRUE(getNewModule(list, chosen, *store, sources, CInstalledProducts()));
 
     EXPECT_FALSE(QFile::exists(local("a.so.gz")));
     EXPECT_FALSE(QFile::exists(local("b.so.gz")));
-    EXPECT_TRUE(QFile::exists(local("d.so.gz")));
-    EXPECT_TRUE(QFile::exists(local("e.so.gz")));
+    for (const char* kept : {"d.so.gz", "e.so.gz", "f.so.gz"})
+        EXPECT_TRUE(QFile::exists(local(kept))) << kept;
     // The fresh records with no local file and the chosen records' states; a
     // stale record whose file was already gone keeps its path.
     EXPECT_EQ(fields(chosenAt(0)), "a.so|1.1.0|x|0|/new/a.gz|/desc/a.txt|||new title|2.0 Mb|2");
     EXPECT_EQ(fields(chosenAt(1)), "b.so|1.0.0|y|0|/f|/d|||T|1 kb|1");
     EXPECT_EQ(fields(chosenAt(2)), "c.so|2.0.0|x|0|/f|/d|" + local("c.so.gz").toLocal8Bit() + "||T|1 kb|1");
     EXPECT_EQ(dlText(chosenAt(3).serverPath), "/old/d.so.gz");
+    EXPECT_EQ(dlText(chosenAt(5).serverPath), "/old/f.so.gz");
     const QByteArray e =
         "e.so|1.0.0|x|0|/new/e.gz|/desc/e.txt|" + local("e.so.gz").toLocal8Bit() + "||new title|10 kb|3";
     EXPECT_EQ(fields(chosenAt(4)), e);
     // The stored run names the old versions, which the fresh records do not match.
-    const Texts stored = storedToFetch();
-    ASSERT_EQ(stored.size(), 5u);
-    EXPECT_EQ(stored[0], "a.so|1.0.0|x||/old/a.so.gz||" + local("a.so.gz").toLocal8Bit() + "||old title||2");
-    EXPECT_EQ(stored[4], e);
-}
-
-// b.so 2.0.0 is installed in the automatic mode's table, so the fresh list
-// does not offer it and the chosen b.so stays as chosen.
-TEST_F(ReferenceHost, GetNewModuleRefreshesOnlyAChosenSetAgainstTheParsedList)
-{
-    const coreModuleEntry table = installedModule("b.so", 2, 0, 0);
-    ModuleListSources sources;
-    sources.autoMode = true;
-    sources.autoModules = &table;
-    sources.autoModuleCount = 1;
-    const QString list = writeListFile(dir, "moduleDesc.txt",
-                                       "a.so,3.0.0,,0,/d,/new-a,T,1\nb.so,2.0.0,,0,/d,/new-b,T,1\n");
-    EXPECT_FALSE(getNewModule(list, chosen, *store, sources, CInstalledProducts()));
-
-    recordRun({{"a.so", "1.0.0", "", 1}, {"b.so", "1.0.0", "", 1}});
-    EXPECT_TRUE(getNewModule(list, chosen, *store, sources, CInstalledProducts()));
-    EXPECT_EQ(dlText(chosenAt(0).serverPath), "/new-a");
-    EXPECT_EQ(dlText(chosenAt(1).serverPath), "/old/b.so.gz");
-    EXPECT_FALSE(QFile::exists(local("a.so.gz")));
-    EXPECT_TRUE(QFile::exists(local("b.so.gz")));
+    std::vector<dlModule> stored(8, emptyDlModule());
+    ASSERT_EQ(store->getLastDownloadModule(dlStateToFetch, 8, stored.data()), 6);
+    EXPECT_EQ(fields(stored[0]), "a.so|1.0.0|x||/old/a.so.gz||" + local("a.so.gz").toLocal8Bit() + "||old title||2");
+    EXPECT_EQ(fields(stored[4]), e);
 }

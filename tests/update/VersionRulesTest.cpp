@@ -1,5 +1,4 @@
-// Version splitting and comparison, the current configuration and local
-// download paths.
+// Version splitting and comparison, and local download paths.
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -61,18 +60,6 @@ TEST(VersionComparison, ModulesNeedAStrictlyGreaterNumberConfigurationsForAutoTh
                   c.goodForAuto)
             << c.major << '.' << c.minor << '.' << c.build << " <= " << c.offered;
     }
-}
-
-TEST(GetCurrentConfigurationIndex, FirstConfigurationMarkedOneWithinTheCount)
-{
-    std::vector<coreNameConfig> configs{installedConfig("a", 1, 0, 0), installedConfig("b", 1, 0, 0),
-                                        installedConfig("c", 1, 0, 0, true)};
-    configs[0].current = 2;  // only 1 marks the configuration in use
-    EXPECT_EQ(getCurrentConfigurationIndex(nullptr, 0), -1);
-    EXPECT_EQ(getCurrentConfigurationIndex(configs.data(), 2), -1);
-    configs[1].current = 1;
-    EXPECT_EQ(getCurrentConfigurationIndex(configs.data(), 3), 1);
-    EXPECT_EQ(getCurrentConfigurationIndex(configs.data(), 1), -1);
 }
 
 TEST(GetLocalPath, DownloadFolderAndTheLastComponentOfTheUrlPath)

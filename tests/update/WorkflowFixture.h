@@ -43,7 +43,6 @@ public:
         std::vector<dlModule> children;
         bool ticked = false;
     };
-    bool window = true;
     QString status, info, startText;
     std::map<Control, bool> enabled;
     bool busy = false;
@@ -67,11 +66,11 @@ public:
         return names;
     }
 
-    bool hasWindow() const override { return window; }
-    void setStatus(const QString& text, int) override { if (window) status = text; }
-    void setInfo(const QString& text) override { if (window) info = text; }
-    void setEnabled(Control control, bool on) override { if (window) enabled[control] = on; }
-    void setStartText(const QString& text) override { if (window) startText = text; }
+    bool hasWindow() const override { return true; }
+    void setStatus(const QString& text, int) override { status = text; }
+    void setInfo(const QString& text) override { info = text; }
+    void setEnabled(Control control, bool on) override { enabled[control] = on; }
+    void setStartText(const QString& text) override { startText = text; }
     void setBusy(bool on) override { busy = on; }
     void showProgress(int maximum) override { progressMaximum = maximum; }
     void setProgressMaximum(int maximum) override { progressMaximum = maximum; }
