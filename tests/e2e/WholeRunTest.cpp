@@ -5,8 +5,7 @@
 // the real updater program replaces the files of a sandbox copy of the sample
 // installed tree. Every check is about what ends up on disk, in the servers'
 // logs and in what the host printed. A manual run's choice, fetch and
-// installation are the workflow tests' (tests/update), and a file resumed
-// after the server dropped it the transfer tests', both in-process.
+// installation are the workflow tests' (tests/update), in-process.
 #include <gtest/gtest.h>
 
 #include "WholeRunFixture.h"
@@ -100,6 +99,37 @@ TEST_P(OnEachServer, FilesMissingOnTheServerEndTheRunInTheErrorBoxWithNothingIns
     // Each attempt asked for the missing files again: the error is the
     // server's answer, not a run that gave up early.
     EXPECT_EQ(requestedPaths().count("/files/themes.pak.gz"), 4);
+}
+
+// The server goes away in the middle of a file and comes back: the client
+// tries again after its pause (20 s, so this test takes that long) and
+// resumes the file from the bytes it holds, against each family's own
+// answer to a range; the run ends installed as if nothing had happened.
+TEST_P(OnEachServer, AServerStoppedMidFileIsTriedAgainAndTheFileResumed)
+{
+    switchOnAutomaticRun();
+    QProcess host;
+    ASSERT_NO_FATAL_FAILURE(startRunHalfWay(host, GetParam(), 1024));
+    server->stop();
+    const int before = server->accessLog().size();
+    ASSERT_TRUE(server->start()) << GetParam().name << " did not start again:\n" << qPrintable(server->log());
+    ASSERT_TRUE(host.waitForFinished(-1));
+    const QString log = hostLog();
+    ASSERT_EQ(host.exitCode(), 0) << qPrintable(QString::fromUtf8(host.readAll()) + log);
+    EXPECT_TRUE(log.contains("Installation ended: 8")) << qPrintable(log);
+    expectInstalled(releaseFiles(kUpdatedByAutomaticRun));
+    // The second server is asked for quotes.so.gz from an offset only, and
+    // for core.so.gz not at all.
+    QStringList ranges;
+    for (const QString& line : server->accessLog().mid(before)) {
+        EXPECT_NE(pathOf(line), QStringLiteral("/files/core.so.gz"));
+        if (pathOf(line) == QStringLiteral("/files/quotes.so.gz"))
+            ranges << line.section('|', 2, 2);
+    }
+    ASSERT_FALSE(ranges.isEmpty());
+    for (const QString& range : ranges)
+        EXPECT_TRUE(range.startsWith("bytes=") && range.mid(6).chopped(1).toLongLong() > 4096 - 256)
+            << qPrintable(range);
 }
 
 }  // namespace
