@@ -11,13 +11,16 @@ namespace {
 
 const QByteArray kCharts = "charts.so,1.5.0,3.3.8,1,/desc/charts.txt,/files/charts.so.gz,2026-10-01,20\n";
 const QByteArray kOrders = "orders.so,4.0.0,3.3.8,1,/desc/orders.txt,/files/orders.so.gz,2026-11-10,12\n";
+// The rows as the window lists them; the sample server's orders.so is 3000 kB.
+const QString kStandard = "Standard <quotes.so (12 kb)>", kCharts20 = "charts.so (20 kb)",
+              kOrders12 = "orders.so (12 kb)", kOrdersServed = "orders.so (2.0 Mb)";
 const QByteArray kJunk = QByteArray("\x89PNG\r\n\x1a\n\0\0\0\rIHDR\xff\xfe", 18) + QByteArray(300, '\x7f');
 
 struct ListFault {
     const char* name;
     QStringList files;  // served from these paths instead of the sample server's files
     QByteArray bytes;   // null: not there (404)
-    QStringList rows;   // the rows offered, a configuration's modules in <>
+    QStringList rows;   // the rows offered: "name (size)", a configuration's modules in <>
 };
 
 void PrintTo(const ListFault& fault, std::ostream* out)
@@ -55,37 +58,33 @@ TEST_P(ListFaults, TheWindowOffersWhatCanBeReadAndTheFolderKeepsWhatWasServed)
 INSTANTIATE_TEST_SUITE_P(
     Rows, ListFaults,
     ::testing::Values(
-        ListFault{"ConfigListMissing", {"/configDesc.txt"}, QByteArray(), {"charts.so", "orders.so"}},
-        ListFault{"ModuleListMissing", {"/moduleDesc.txt"}, QByteArray(), {"Standard <quotes.so>"}},
+        ListFault{"ConfigListMissing", {"/configDesc.txt"}, QByteArray(), {kCharts20, kOrdersServed}},
+        ListFault{"ModuleListMissing", {"/moduleDesc.txt"}, QByteArray(), {kStandard}},
         ListFault{"BothListsMissing", {"/configDesc.txt", "/moduleDesc.txt"}, QByteArray(), {}},
         ListFault{"ConfigurationsModuleListMissing", {"/configs/standard-modules.txt"}, QByteArray(),
-                  {"Standard", "charts.so", "orders.so"}},
-        ListFault{"ModuleListEmpty", {"/moduleDesc.txt"}, "", {"Standard <quotes.so>"}},
+                  {"Standard", kCharts20, kOrdersServed}},
+        ListFault{"ModuleListEmpty", {"/moduleDesc.txt"}, "", {kStandard}},
         ListFault{"ModuleListIsAnErrorPage", {"/moduleDesc.txt"},
-                  "<html><body><h1>500 Internal Server Error</h1></body></html>\n", {"Standard <quotes.so>"}},
-        ListFault{"ModuleListOfBinaryBytes", {"/moduleDesc.txt"}, kJunk, {"Standard <quotes.so>"}},
-        ListFault{"ConfigListOfBinaryBytes", {"/configDesc.txt"}, kJunk, {"charts.so", "orders.so"}},
+                  "<html><body><h1>500 Internal Server Error</h1></body></html>\n", {kStandard}},
+        ListFault{"ModuleListOfBinaryBytes", {"/moduleDesc.txt"}, kJunk, {kStandard}},
+        ListFault{"ConfigListOfBinaryBytes", {"/configDesc.txt"}, kJunk, {kCharts20, kOrdersServed}},
         ListFault{"ModuleListCutMidLine", {"/moduleDesc.txt"}, kCharts + kOrders.left(kOrders.lastIndexOf(',')),
-                  {"Standard <quotes.so>", "charts.so"}},
+                  {kStandard, kCharts20}},
         ListFault{"ConfigListCutMidLine", {"/configDesc.txt"},
-                  "Standard,3.4.0,/configs/standard-modules.txt,/desc/standard.txt",
-                  {"charts.so", "orders.so"}},
+                  "Standard,3.4.0,/configs/standard-modules.txt,/desc/standard.txt", {kCharts20, kOrdersServed}},
         ListFault{"ABadLineEndsTheModuleList", {"/moduleDesc.txt"}, kCharts + "no commas here\n" + kOrders,
-                  {"Standard <quotes.so>", "charts.so"}},
+                  {kStandard, kCharts20}},
         ListFault{"ABadLineEndsTheConfigList", {"/configDesc.txt"},
                   "Old,1.0,/m\nStandard,3.4.0,/configs/standard-modules.txt,/desc/standard.txt,Standard\n",
-                  {"charts.so", "orders.so"}},
+                  {kCharts20, kOrdersServed}},
         ListFault{"AMegabyteLineEndsTheModuleList", {"/moduleDesc.txt"},
-                  kCharts + QByteArray(1 << 20, 'z') + "\n" + kOrders,
-                  {"Standard <quotes.so>", "charts.so"}},
+                  kCharts + QByteArray(1 << 20, 'z') + "\n" + kOrders, {kStandard, kCharts20}},
         // A NUL ends a field's stored text, not its line.
         ListFault{"NulInAModuleName", {"/moduleDesc.txt"},
-                  QByteArray("charts.so\0hidden", 16) + kCharts.mid(9) + kOrders,
-                  {"Standard <quotes.so>", "charts.so", "orders.so"}},
+                  QByteArray("charts.so\0hidden", 16) + kCharts.mid(9) + kOrders, {kStandard, kCharts20, kOrders12}},
         ListFault{"WindowsLineEnds", {"/moduleDesc.txt"}, QByteArray(kCharts + kOrders).replace("\n", "\r\n"),
-                  {"Standard <quotes.so>", "charts.so", "orders.so"}},
-        ListFault{"DescriptionMissing", {"/desc/charts.txt"}, QByteArray(),
-                  {"Standard <quotes.so>", "charts.so", "orders.so"}},
+                  {kStandard, kCharts20, kOrders12}},
+        ListFault{"DescriptionMissing", {"/desc/charts.txt"}, QByteArray(), {kStandard, kCharts20, kOrdersServed}},
         ListFault{"ConfigurationDescriptionMissing", {"/desc/standard.txt"}, QByteArray(),
-                  {"Standard <quotes.so>", "charts.so", "orders.so"}}),
+                  {kStandard, kCharts20, kOrdersServed}}),
     [](const ::testing::TestParamInfo<ListFault>& info) { return std::string(info.param.name); });

@@ -54,13 +54,19 @@ public:
         for (Row& row : rows)
             row.ticked = row.ticked || dlText(row.record.name) == name;
     }
+    // "name (size)" of each row as the window lists it, a configuration's
+    // modules in <>.
     QStringList rowNames() const
     {
+        const auto shown = [](const dlModule& record) {
+            const QString size = QString::fromLocal8Bit(dlText(record.sizeText));
+            return QString::fromLocal8Bit(dlText(record.name)) + (size.isEmpty() ? QString() : " (" + size + ')');
+        };
         QStringList names;
         for (const Row& row : rows) {
-            QString text = QString::fromLocal8Bit(dlText(row.record.name));
+            QString text = shown(row.record);
             for (const dlModule& child : row.children)
-                text += " <" + QString::fromLocal8Bit(dlText(child.name)) + '>';
+                text += " <" + shown(child) + '>';
             names << text;
         }
         return names;
