@@ -33,13 +33,13 @@ protected:
         ASSERT_TRUE(writeText(dest + "/b.so", "old b.so"));
     }
 
-    // Runs a hand-over with the hooks, under a key of its own unless the
-    // clock's key is wanted, and reaps the updater (a child of this program;
-    // exitStatus 0: it saw finished).
+    // Runs a hand-over with the hooks and reaps the updater (exitStatus 0: it
+    // saw finished). A key of its own, unless the clock's is wanted, lets
+    // tests run side by side.
     CUpdaterSession::Result run(const QVector<UpdaterRequest>& requests, bool clockKey = false)
     {
         CUpdaterSession session(kUpdater, backup, requests, hooks);
-        if (!clockKey)  // a key of its own, so tests may run side by side
+        if (!clockKey)
             session.setKey(QString("dm-install-test-%1").arg(::getpid()));
         const CUpdaterSession::Result result = session.run();
         error = session.errorString();
@@ -63,10 +63,8 @@ protected:
 
 }  // namespace
 
-// Files one after another, each in place before the next request is
-// written, then finished; the segment goes with the session. (What the
-// folders hold afterwards, backups and the configuration copy:
-// tests/update/WorkflowInstallTest.cpp.)
+// Each file is in place before the next request is written; the segment goes
+// with the session. What the folders hold after: WorkflowInstallTest.cpp.
 TEST_F(HandOver, FilesOneAfterAnotherThenFinished)
 {
     QStringList events;
@@ -92,13 +90,11 @@ TEST_F(HandOver, FilesOneAfterAnotherThenFinished)
     EXPECT_FALSE(probe.attach());
 }
 
-// The key is made from the clock; when another hand-over started this
-// second (and the next two, should the clock tick meanwhile) holds its
-// segment, the key moves on.
+// The key is made from the clock and moves on while a segment holds it: here
+// this second's and the next two's. Tests running beside this one use the
+// same keys, so a second one of them holds is tried again a second later.
 TEST_F(HandOver, TheDefaultKeyComesFromTheClockAndMovesOnWhenInUse)
 {
-    // Hand-overs of tests running beside this one use the same clock keys: a
-    // second one of them holds is tried again a second later.
     qint64 now = 0;
     std::vector<std::unique_ptr<QSharedMemory>> held;
     for (int attempt = 0; attempt < 10 && held.size() < 3; ++attempt) {

@@ -16,11 +16,10 @@
 #include "transfer/support/FileHelpers.h"
 #include "transfer/support/WaitFor.h"
 
-// Before a start nothing is signalled (with pid 0, kill(2) would signal the
-// whole process group, this test program included). The child is started
-// once, gets the quotes and the blank unchanged (no shell between the module
-// and the updater), holds the launch log "/tmp/frk.lg" open as the updater
-// always has, and the object's end leaves it running.
+// Before a start nothing is signalled (kill(2) of pid 0 would signal this
+// whole process group). The child is started once, gets its arguments as
+// they are (no shell between), holds the launch log "/tmp/frk.lg" open as
+// the updater always has, and the object's end leaves it running.
 TEST(VmProcess, SignalsNothingBeforeAStartPassesArgumentsAsTheyAreAndLeavesTheChildRunning)
 {
     QTemporaryDir dir;

@@ -1,6 +1,5 @@
-// Unpacking a downloaded gzip file next to itself. Modules of several
-// buffers, and downloads that are damaged or gone, are unpacked by the
-// workflow's installation tests (tests/update/WorkflowInstallTest.cpp).
+// Unpacking a downloaded gzip file next to itself. Large, damaged and missing
+// downloads are rows of tests/update/WorkflowInstallTest.cpp.
 #include <algorithm>
 #include <cstring>
 #include <vector>

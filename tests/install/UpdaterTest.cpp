@@ -1,6 +1,5 @@
-// The updater program's parts in-process: the file installer (backups,
-// temporary names) and the ways its segment server ends besides finished,
-// which is tested through the real program (HandOverTest.cpp); its failures
+// The updater program's parts in-process: the file installer and the ways
+// its segment server ends besides finished (HandOverTest.cpp); its failures
 // are rows of InstallFaults (tests/update/WorkflowInstallTest.cpp).
 #include <cstring>
 #include <memory>
@@ -29,7 +28,6 @@ protected:
     {
         ASSERT_TRUE(root.isValid());
         ASSERT_TRUE(QDir().mkpath(dest));
-        ASSERT_TRUE(writeText(src + "/quotes.so", "new quotes"));
     }
 
     QTemporaryDir root;
@@ -45,39 +43,29 @@ protected:
 // A new file keeps its mode and needs no backup; every version replaced in
 // one run is kept (a link to the old file: a file written over in place
 // would show the new bytes there) under the run's folder at the
-// destination's absolute path, and the replaced file's mode stays. That the
-// source stays, where backups go and that no temporary file is left are
+// destination's absolute path, and the replaced file's mode stays. The name
+// is the longest a folder allows, so a temporary name made by adding to it
+// would be refused. That the source stays and no temporary file is left is
 // checked on every installation of tests/update/WorkflowInstallTest.cpp.
 TEST_F(Installer, NewFilesKeepTheirModeAndEveryReplacedVersionIsKept)
 {
     const auto exec = QFile::ExeOwner | QFile::ExeGroup | QFile::ExeOther;
+    const QString name = "/" + QString(255, 'q');
     QStringList backups;
     for (const char* content : {"new quotes", "second", "third"}) {
-        ASSERT_TRUE(writeText(src + "/quotes.so", content));
-        ::chmod(QFile::encodeName(src + "/quotes.so").constData(), backups.isEmpty() ? 0750 : 0644);
-        ASSERT_EQ(0, installer.install(src + "/quotes.so", dest, false));
-        EXPECT_EQ(QByteArray(content), readFile(dest + "/quotes.so"));
-        EXPECT_EQ(QFile::ExeOwner | QFile::ExeGroup, QFileInfo(dest + "/quotes.so").permissions() & exec);
+        ASSERT_TRUE(writeText(src + name, content));
+        ::chmod(QFile::encodeName(src + name).constData(), backups.isEmpty() ? 0750 : 0644);
+        ASSERT_EQ(0, installer.install(src + name, dest, false));
+        EXPECT_EQ(QByteArray(content), readFile(dest + name));
+        EXPECT_EQ(QFile::ExeOwner | QFile::ExeGroup, QFileInfo(dest + name).permissions() & exec);
         backups << installer.lastBackup();
     }
     EXPECT_TRUE(backups[0].isEmpty());
-    EXPECT_EQ(installer.runFolder() + QFileInfo(dest + "/quotes.so").absoluteFilePath(), backups[1]);
+    EXPECT_EQ(installer.runFolder() + QFileInfo(dest + name).absoluteFilePath(), backups[1]);
     EXPECT_NE(backups[1], backups[2]);
     EXPECT_EQ(QByteArray("new quotes"), readFile(backups[1]));
     EXPECT_EQ(QByteArray("second"), readFile(backups[2]));
     EXPECT_EQ(3, readFile(root.filePath("updater.log")).count("installed "));
-}
-
-TEST_F(Installer, TheLongestFileNameAFolderAllowsCanBeReplaced)
-{
-    // A temporary name made by adding to the file's name would exceed the
-    // 255-byte limit of a name.
-    const QString name = QString(255, 'q');
-    ASSERT_TRUE(writeText(src + "/" + name, "long new"));
-    ASSERT_TRUE(writeText(dest + "/" + name, "long old"));
-    ASSERT_EQ(0, installer.install(src + "/" + name, dest, false));
-    EXPECT_EQ(QByteArray("long new"), readFile(dest + "/" + name));
-    EXPECT_EQ(QByteArray("long old"), readFile(installer.lastBackup()));
 }
 
 TEST(UpdaterServer, EndsWhenIdleTooLongWhenTheModuleDropsTheSegmentOrWithoutOne)
