@@ -12,7 +12,8 @@ class Construction : public UiFixture {};
 class Window : public UiFixture {};
 }  // namespace
 
-TEST_F(Construction, AsksTheHostInOrderAndKeepsOnlyUnfinishedDownloads)
+// The window then opens only for the dialog's own menu entry, and only on-line.
+TEST_F(Construction, AsksTheHostInOrderKeepsOnlyUnfinishedDownloadsAndOpensFromItsOwnEntry)
 {
     QDir().mkpath(host->downloadDir);
     for (const char* name : {"configDesc.txt", "notes.TXT", "charts.so.gz"})
@@ -37,6 +38,17 @@ TEST_F(Construction, AsksTheHostInOrderAndKeepsOnlyUnfinishedDownloads)
     EXPECT_EQ(QStringList({"charts.so.gz", "notes.TXT"}),
               QDir(host->downloadDir).entryList({"*.txt", "*.gz"}, QDir::Files, QDir::Name));
     EXPECT_EQ(300, widget->autoDelaySeconds());  // that the timer runs is the automatic runs' business
+
+    mm_menu_item other{}, ours{};
+    other.id = UiTestHost::kMenuId + 1;
+    ours.id = UiTestHost::kMenuId;
+    host->deliver(HostMsg::MenuCommand, reinterpret_cast<intptr_t>(&other));
+    host->deliver(HostMsg::MenuCommand, 0);
+    EXPECT_EQ(nullptr, widget->dialogWindow());
+    mwiSetStateConnect offLine{0};
+    host->deliver(HostMsg::SetConnectState, reinterpret_cast<intptr_t>(&offLine));
+    host->deliver(HostMsg::MenuCommand, reinterpret_cast<intptr_t>(&ours));
+    EXPECT_EQ(nullptr, widget->dialogWindow());
 }
 
 // Without settings the download folder is made and the settings are not.
@@ -58,15 +70,15 @@ TEST_F(Construction, ServerAddressIsNormalisedAndCut)
     }
 }
 
-TEST_F(Window, ListChainShowsExactlyTheOfferedRows)
+// Which rows the list chain offers, and their columns, HostScriptTest reads
+// from this window in module-host: the configuration with its module under
+// it, charts.so and orders.so.
+TEST_F(Window, SelectingARowShowsItsDescriptionAndRefreshShowsTheRowsOnce)
 {
     QFile::remove(serverRoot + "/desc/orders.txt");
     CDownloadWidget* widget = openWindow();
     ASSERT_NE(nullptr, widget);
-    // The configuration's own module goes under its row; the columns are
-    // HostScriptTest's, the size's text RecordsTest's.
-    const QStringList rows{"Standard|3.4.0 <quotes.so|2.1.0>", "charts.so|1.5.0", "orders.so|4.0.0"};
-    EXPECT_EQ(rows, topLevelRows(widget));
+    ASSERT_EQ(3, widget->tree()->topLevelItemCount());
     QTreeWidgetItem* orders = widget->tree()->topLevelItem(2);
 
     // Selecting a module shows its description, a module row of a
@@ -82,7 +94,7 @@ TEST_F(Window, ListChainShowsExactlyTheOfferedRows)
 
     // Refresh searches again and shows its rows once, not after the old.
     ASSERT_TRUE(waitForLists(widget, [widget] { widget->refreshControl()->click(); }));
-    EXPECT_EQ(rows, topLevelRows(widget));
+    EXPECT_EQ(3, widget->tree()->topLevelItemCount());
 }
 
 // Start is enabled while a row is ticked, Refresh while none is; two ticks
@@ -115,21 +127,4 @@ TEST_F(Window, TicksDriveStartAndRefreshAndCloseStoresTheStartOptions)
     bool autoDownload = false, showWindow = true;
     CSaveParamDownload(host->downloadDir).getStartParam(autoDownload, showWindow);
     EXPECT_EQ(std::make_pair(true, false), std::make_pair(autoDownload, showWindow));
-}
-
-// The window opens only for the dialog's own menu entry, and only on-line.
-TEST_F(Window, OnlyItsOwnMenuEntryOnLineOpensTheWindow)
-{
-    useServer("http://127.0.0.1:1");
-    CDownloadWidget* widget = openDialog();
-    mm_menu_item other{}, ours{};
-    other.id = UiTestHost::kMenuId + 1;
-    ours.id = UiTestHost::kMenuId;
-    host->deliver(HostMsg::MenuCommand, reinterpret_cast<intptr_t>(&other));
-    host->deliver(HostMsg::MenuCommand, 0);
-    EXPECT_EQ(nullptr, widget->dialogWindow());
-    mwiSetStateConnect offLine{0};
-    host->deliver(HostMsg::SetConnectState, reinterpret_cast<intptr_t>(&offLine));
-    host->deliver(HostMsg::MenuCommand, reinterpret_cast<intptr_t>(&ours));
-    EXPECT_EQ(nullptr, widget->dialogWindow());
 }

@@ -19,9 +19,9 @@ protected:
         installWithTheRealUpdater(DM_UPDATER_PATH);
     }
 
-    // Ticks the rows, starts the run and, until installation has ended (-2: it
-    // never did), notes the progress window, presses its Cancel once
-    // cancelWhenExists exists, and reads and closes the report.
+    // Ticks the rows and runs them until installation has ended (-2: it never
+    // did), pressing the progress window's Cancel once cancelWhenExists
+    // exists, and reading and closing the report.
     int runAndInstall(std::initializer_list<const char*> rows)
     {
         CDownloadWidget* widget = openWindow();
@@ -33,17 +33,15 @@ protected:
         QObject::connect(widget, &CDownloadWidget::SignalInstallationEnded, &watcher, [&result](int r) { result = r; });
         QObject::connect(&watcher, &QTimer::timeout, &watcher, [this, widget] {
             for (QWidget* window : QApplication::topLevelWidgets()) {
-                if (auto* progress = qobject_cast<QProgressDialog*>(window); progress && progress->isVisible()) {
-                    progressSeen = true;
-                    if (!cancelWhenExists.isEmpty() && QFile::exists(cancelWhenExists))
-                        progress->cancel();
-                }
+                auto* progress = qobject_cast<QProgressDialog*>(window);
+                if (progress && progress->isVisible() && !cancelWhenExists.isEmpty() && QFile::exists(cancelWhenExists))
+                    progress->cancel();
             }
             QDialog* report = widget->updateReport();
             if (!report || !report->isVisible())
                 return;
-            auto* view = report->findChild<CTextEdit*>();
-            for (QTextBlock block = view->document()->begin(); block.isValid(); block = block.next()) {
+            QTextDocument* text = report->findChild<CTextEdit*>()->document();
+            for (QTextBlock block = text->begin(); block.isValid(); block = block.next()) {
                 const QTextCharFormat format =
                     block.begin().atEnd() ? block.charFormat() : block.begin().fragment().charFormat();
                 reportLines << QStringLiteral("%1|%2|%3").arg(block.text(), format.foreground().color().name())
@@ -58,18 +56,17 @@ protected:
     }
 
     QStringList reportLines;  // what the report showed: "text|colour|weight" a line
-    bool progressSeen = false;
     QString cancelWhenExists;  // press Cancel in the progress window once this file exists
 };
 
 }  // namespace
 
-// The progress window, then the report: the restart line red and bold, then
-// "End updating", an empty line and one line per module.
+// The report: the restart line red and bold, then "End updating", an empty
+// line and one line per module. (That the progress window shows, the Cancel
+// test proves by pressing it.)
 TEST_F(Installation, TheProgressWindowThenTheReportShowTheInstalledModules)
 {
     EXPECT_EQ(3, runAndInstall({"Standard", "charts.so", "orders.so"}));
-    EXPECT_TRUE(progressSeen);
     EXPECT_EQ((QStringList{"MD0025Message|#ff0000|75", "MD0024|#000000|50", "|#000000|50",
                            " - quotes.so          ver: 2.1.0|#000000|50",
                            " - charts.so          ver: 1.5.0|#000000|50",
@@ -77,8 +74,9 @@ TEST_F(Installation, TheProgressWindowThenTheReportShowTheInstalledModules)
               reportLines);
 }
 
-// Cancel while the updater is busy: the window waits for its worker instead of
-// killing it (which took the whole host process down); nothing is reported.
+// Cancel while the updater is busy (without it the failing updater would end
+// the run with 2): the window waits for its worker instead of killing it,
+// which took the whole host process down; nothing is reported.
 TEST_F(Installation, CancelWaitsForTheBusyUpdaterAndStops)
 {
     cancelWhenExists = root.filePath(QStringLiteral("updater-busy"));
@@ -88,6 +86,5 @@ TEST_F(Installation, CancelWaitsForTheBusyUpdaterAndStops)
     EXPECT_EQ(-1, runAndInstall({"charts.so", "orders.so"}));
     qunsetenv("DM_UPDATER_DELAY_MS");
     qunsetenv("DM_UPDATER_BUSY_MARK");
-    EXPECT_TRUE(QFile::exists(cancelWhenExists)) << "the updater never began a file";
     EXPECT_TRUE(reportLines.isEmpty());
 }

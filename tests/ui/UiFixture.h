@@ -71,20 +71,6 @@ protected:
         return done;
     }
 
-    // "name|version" of each top-level row, its children's in "<...>".
-    QStringList topLevelRows(CDownloadWidget* widget) const
-    {
-        QStringList rows;
-        for (int i = 0; i < widget->tree()->topLevelItemCount(); ++i) {
-            QTreeWidgetItem* row = widget->tree()->topLevelItem(i);
-            QString text = row->text(0) + '|' + row->text(4);
-            for (int c = 0; c < row->childCount(); ++c)
-                text += " <" + row->child(c)->text(0) + '|' + row->child(c)->text(4) + '>';
-            rows << text;
-        }
-        return rows;
-    }
-
     void tick(CDownloadWidget* widget, std::initializer_list<const char*> names, Qt::CheckState state = Qt::Checked)
     {
         for (const char* name : names)
