@@ -1,11 +1,8 @@
-// The built library as a host links and loads it: exactly its four entry
-// points and its SONAME, and the records it hands a host, read back byte by byte at the offsets
-// an i386 host reads them at. The expected offsets are written out here, not
-// taken from the structs, so that a struct whose layout drifted (a lost pack
-// pragma, a field of another width) fails even when the struct and its
-// static_asserts were changed together. Built for both word sizes; the run
-// that matters is the i386 build (scripts/test-i386), where pointers are four
-// bytes wide as in the host.
+// The built library as a host loads it: its exports and SONAME, and the
+// records it hands a host read back at the offsets an i386 host reads them at.
+// The offsets are written out, not taken from the structs, so that a layout
+// that drifted fails even when a struct and its static_asserts changed
+// together. The run that matters is the i386 build (scripts/test-i386).
 #include <dlfcn.h>
 
 #include <cstdint>
@@ -71,9 +68,9 @@ namespace {
 
 constexpr unsigned char kUntouched = 0xEE;
 
+// Little-endian by construction, whatever the test machine is.
 int32_t int32At(const unsigned char* bytes, std::size_t offset)
 {
-    // Little-endian by construction, whatever the test machine is.
     return int32_t(uint32_t(bytes[offset]) | uint32_t(bytes[offset + 1]) << 8 |
                    uint32_t(bytes[offset + 2]) << 16 | uint32_t(bytes[offset + 3]) << 24);
 }
@@ -118,13 +115,6 @@ void putText(unsigned char* bytes, std::size_t offset, const char* text)
     std::memcpy(bytes + offset, text, std::strlen(text) + 1);
 }
 
-void* pointerAt(const unsigned char* bytes, std::size_t offset)
-{
-    void* pointer = nullptr;
-    std::memcpy(&pointer, bytes + offset, sizeof pointer);
-    return pointer;
-}
-
 }  // namespace
 
 TEST(LibraryExports, ExactlyTheFourEntryPointsAndSonameVersionOne)
@@ -140,7 +130,6 @@ TEST(LibraryExports, ExactlyTheFourEntryPointsAndSonameVersionOne)
         exported.insert(line.section(' ', -1).toStdString());
     EXPECT_EQ((std::set<std::string>{"GetModule", "GetModuleInfo", "Initialize", "ReceiveMessage"}), exported);
     EXPECT_TRUE(run("readelf", {"-d", DM_LIBRARY_PATH}).contains("Library soname: [libDownloadModule.so.1]"));
-    EXPECT_TRUE(QString(DM_LIBRARY_PATH).endsWith(QStringLiteral("libDownloadModule.so.1")));
 }
 
 TEST_F(LoadedLibrary, InfoRecordIsByteExactWhereTheHostReadsIt)
@@ -246,7 +235,8 @@ int configurationHost(void* target, unsigned int code, intptr_t param1, intptr_t
     const bool list = code == HostMsg::ConfigurationList;
     auto& asked = *static_cast<std::vector<int32_t>*>(target);
     asked = list ? int32sAt(block, {0}) : int32sAt(block, {0, 4});
-    auto* entries = static_cast<unsigned char*>(pointerAt(block, list ? 4 : 8));
+    unsigned char* entries = nullptr;
+    std::memcpy(&entries, block + (list ? 4 : 8), sizeof entries);
     if (!entries || asked.back() != 2)
         return 1;
     for (int i = 0; i < 2; ++i) {

@@ -10,6 +10,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <QStringList>
 
 #include "protocol/HostRecords.h"
 
@@ -21,13 +22,6 @@ struct RecordedMessage {
     QByteArray record;  // the bytes param1 pointed at when the message arrived
 };
 
-struct LoggedLine {
-    QString source;
-    int type;
-    int level;
-    QString text;
-};
-
 class TestHost {
 public:
     explicit TestHost(void* hostParam = nullptr);
@@ -37,7 +31,6 @@ public:
 
     static int send(void* target, unsigned int code, intptr_t param1, intptr_t param2);
     static int post(void* target, unsigned int code, intptr_t param1, intptr_t param2);
-    static TestHost* current() { return current_; }
 
     // Delivers a message to the module through the exported ReceiveMessage.
     int deliver(unsigned int code, intptr_t param1 = 0, intptr_t param2 = 0);
@@ -60,7 +53,7 @@ public:
 
     // What the host received.
     std::vector<RecordedMessage> messages;
-    std::vector<LoggedLine> logLines;
+    QStringList logLines;  // "source type level text"
 
     void* mainWindow() { return &mainWindowObject; }
     static void addLanguage(std::vector<coreLanguage>& list, const char* name, bool current);
