@@ -132,21 +132,18 @@ TEST(FileCheck, TheHashTakenAsAFileArrivesIsTheFileOnDisk)
 TEST(FileCheck, TheListsHashReachesAContinuedRunThroughTheStateFile)
 {
     const QByteArray hash = sha256("a.so's bytes");
-    const struct {
-        QByteArray line;
-        QByteArray sha256;  // empty: none kept
-        qint64 sizeKb;
-    } rows[] = {
-        {"a.so,1.0.0,x,0,/d,/f/a.gz,T,12," + hash, hash, 12},
-        {"b.so,1.0.0,x,0,/d,/f/b.gz,T,3," + hash + ",later fields", hash, 3},
-        {"c.so,1.0.0,x,0,/d,/f/c.gz,T,3", "", 0},  // a list as before
-        {"d.so,1.0.0,x,0,/d,/f/d.gz,T,3,", "", 0},
-        {"e.so,1.0.0,x,0,/d,/f/e.gz,T,3," + hash.toUpper(), "", 0},  // upper case is not the format
-        {"f.so,1.0.0,x,0,/d,/f/f.gz,T,3," + hash.left(63), "", 0},   // one digit short
+    // A list line and the hash and size kept for it (" 0": none).
+    const std::pair<QByteArray, QByteArray> rows[] = {
+        {"a.so,1.0.0,x,0,/d,/f/a.gz,T,12," + hash, hash + " 12"},
+        {"b.so,1.0.0,x,0,/d,/f/b.gz,T,3," + hash + ",later fields", hash + " 3"},
+        {"c.so,1.0.0,x,0,/d,/f/c.gz,T,3", " 0"},  // a list as before
+        {"d.so,1.0.0,x,0,/d,/f/d.gz,T,3,", " 0"},
+        {"e.so,1.0.0,x,0,/d,/f/e.gz,T,3," + hash.toUpper(), " 0"},  // upper case is not the format
+        {"f.so,1.0.0,x,0,/d,/f/f.gz,T,3," + hash.left(63), " 0"},   // one digit short
     };
     QStringList lines;
     for (const auto& row : rows)
-        lines << QString::fromLatin1(row.line);
+        lines << QString::fromLatin1(row.first);
     dlListModule list;
     CListedHashes parsed;
     parseModuleLines(lines, list, ModuleListBasis(), &parsed);
@@ -167,7 +164,6 @@ TEST(FileCheck, TheListsHashReachesAContinuedRunThroughTheStateFile)
     EXPECT_EQ(2, store.getLastDownloadHashes(continued));
     for (int i = 0; i < list.count; ++i) {
         const ListedHash kept = continued.value(list.modules[i]);
-        EXPECT_EQ(rows[i].sha256 + ' ' + QByteArray::number(rows[i].sizeKb),
-                  kept.sha256 + ' ' + QByteArray::number(kept.sizeKb)) << rows[i].line.constData();
+        EXPECT_EQ(rows[i].second, kept.sha256 + ' ' + QByteArray::number(kept.sizeKb)) << rows[i].first.constData();
     }
 }

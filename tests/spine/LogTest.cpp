@@ -1,6 +1,5 @@
-// The log stream as the module uses it (LogHelper::ShowLogInfo and the
-// host-ready handler's marker): growth across its buffer and what reaches
-// the host's sink.
+// The log stream as the module uses it: growth across its buffer and what
+// reaches the host's sink.
 #include <string>
 
 #include <QStringList>

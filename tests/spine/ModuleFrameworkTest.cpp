@@ -1,7 +1,5 @@
 // The framework's services to the rest of the module: host readiness (3004)
-// and folders, against a recording test host. Events, subscriptions and
-// interface look-ups, which the download module does not use, are exercised
-// through the reference host in tests/hostprog.
+// and folders, against a recording test host.
 #include <cstring>
 #include <stdexcept>
 #include <utility>
@@ -63,8 +61,7 @@ TEST(HostReady, FontsFollowTheHostsCurrentLanguage)
         EXPECT_EQ(0, host.deliver(HostMsg::HostReady));
         EXPECT_EQ(manager, module()->getFontManager()) << c.why;
         // No languages is asked for all the same, with an empty array.
-        const bool listed = c.languages.size() <= 1024;
-        EXPECT_EQ(listed ? 2u : 0u, host.withCode(HostMsg::LanguageList).size()) << c.why;
+        EXPECT_EQ(c.languages.size() <= 1024 ? 2u : 0u, host.withCode(HostMsg::LanguageList).size()) << c.why;
     }
     EXPECT_GT(module()->getFont(font::ecCaption).pointSize(), module()->getFont(font::ecDefault).pointSize());
 }

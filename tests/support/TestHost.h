@@ -1,8 +1,7 @@
 #pragma once
 // A host for tests: answers the module's messages from plain fields and
-// records every message with a copy of the record it carried, so tests can
-// assert on exactly what the module sent. One instance is current at a time;
-// creating one installs it with Initialize.
+// records every message with a copy of the record it carried. One instance is
+// current at a time; creating one installs it with Initialize.
 #include <cstdint>
 #include <functional>
 #include <map>
