@@ -1,11 +1,8 @@
-// The built library as a host links and loads it: exactly its four entry
-// points and its SONAME, and the records it hands a host, read back byte by byte at the offsets
-// an i386 host reads them at. The expected offsets are written out here, not
-// taken from the structs, so that a struct whose layout drifted (a lost pack
-// pragma, a field of another width) fails even when the struct and its
-// static_asserts were changed together. Built for both word sizes; the run
-// that matters is the i386 build (scripts/test-i386), where pointers are four
-// bytes wide as in the host.
+// The built library as a host loads it: its exports and SONAME, and the
+// records it hands a host read back at the offsets an i386 host reads them at.
+// The offsets are written out, not taken from the structs, so that a layout
+// that drifted fails even when a struct and its static_asserts changed
+// together. The run that matters is the i386 build (scripts/test-i386).
 #include <dlfcn.h>
 
 #include <cstdint>
@@ -37,7 +34,6 @@ protected:
     {
         handle_ = dlopen(DM_LIBRARY_PATH, RTLD_NOW | RTLD_LOCAL);
         ASSERT_NE(nullptr, handle_) << dlerror();
-        received = 0;
         translations.clear();
     }
     void TearDown() override
@@ -45,20 +41,14 @@ protected:
         if (handle_)
             dlclose(handle_);
     }
+    // Null when missing, which the callers assert before use.
     template <class F>
-    F symbol(const char* name)
-    {
-        void* found = dlsym(handle_, name);
-        EXPECT_NE(nullptr, found) << name;
-        return reinterpret_cast<F>(found);
-    }
+    F symbol(const char* name) { return reinterpret_cast<F>(dlsym(handle_, name)); }
 
-    // How many messages came, and the 3072 bytes behind param1 of each 3019.
-    static inline int received = 0;
+    // The 3072 bytes behind param1 of each 3019.
     static inline std::vector<QByteArray> translations;
     static int recordingHost(void*, unsigned int code, intptr_t param1, intptr_t)
     {
-        ++received;
         if (code == HostMsg::RegisterTranslation)
             translations.emplace_back(reinterpret_cast<const char*>(param1), 3072);
         return 0;
@@ -71,9 +61,9 @@ namespace {
 
 constexpr unsigned char kUntouched = 0xEE;
 
+// Little-endian by construction, whatever the test machine is.
 int32_t int32At(const unsigned char* bytes, std::size_t offset)
 {
-    // Little-endian by construction, whatever the test machine is.
     return int32_t(uint32_t(bytes[offset]) | uint32_t(bytes[offset + 1]) << 8 |
                    uint32_t(bytes[offset + 2]) << 16 | uint32_t(bytes[offset + 3]) << 24);
 }
@@ -118,13 +108,6 @@ void putText(unsigned char* bytes, std::size_t offset, const char* text)
     std::memcpy(bytes + offset, text, std::strlen(text) + 1);
 }
 
-void* pointerAt(const unsigned char* bytes, std::size_t offset)
-{
-    void* pointer = nullptr;
-    std::memcpy(&pointer, bytes + offset, sizeof pointer);
-    return pointer;
-}
-
 }  // namespace
 
 TEST(LibraryExports, ExactlyTheFourEntryPointsAndSonameVersionOne)
@@ -140,7 +123,6 @@ TEST(LibraryExports, ExactlyTheFourEntryPointsAndSonameVersionOne)
         exported.insert(line.section(' ', -1).toStdString());
     EXPECT_EQ((std::set<std::string>{"GetModule", "GetModuleInfo", "Initialize", "ReceiveMessage"}), exported);
     EXPECT_TRUE(run("readelf", {"-d", DM_LIBRARY_PATH}).contains("Library soname: [libDownloadModule.so.1]"));
-    EXPECT_TRUE(QString(DM_LIBRARY_PATH).endsWith(QStringLiteral("libDownloadModule.so.1")));
 }
 
 TEST_F(LoadedLibrary, InfoRecordIsByteExactWhereTheHostReadsIt)
@@ -164,8 +146,9 @@ TEST_F(LoadedLibrary, InfoRecordIsByteExactWhereTheHostReadsIt)
               std::vector<unsigned char>(buffer.begin() + 2315, buffer.end()));
 }
 
-// Registration through the library's own entry points: Initialize only
-// stores, 3007 registers the module and its texts, 3004 is answered.
+// Registration through the library's own entry points: 3007 registers the
+// module and its texts, 3004 is answered. (That Initialize only stores is
+// tests/spine's Registration.)
 TEST_F(LoadedLibrary, TranslationRecordsAreThreeFixedFieldsOf1024Bytes)
 {
     auto getModule = symbol<GetModuleFn>("GetModule");
@@ -177,7 +160,6 @@ TEST_F(LoadedLibrary, TranslationRecordsAreThreeFixedFieldsOf1024Bytes)
     EXPECT_NE(static_cast<void*>(getModule()), static_cast<void*>(GetModule()));
     int host = 0;
     initialize(&recordingHost, &recordingHost, &host, nullptr);
-    EXPECT_EQ(0, received);
     char program[] = "host";
     char* argv[] = {program};
     EXPECT_EQ(0, receiveMessage(&host, HostMsg::CommandLine, 1, reinterpret_cast<intptr_t>(argv)));
@@ -220,22 +202,18 @@ TEST(UpdaterSegmentBytes, RequestFinishAndConfigurationCopy)
 
     writeFinished(segment);
     EXPECT_TRUE(fieldIs(bytes, 0, 4104, ""));
-    EXPECT_EQ(1, int32At(bytes, 4104));
-    EXPECT_TRUE(fieldIs(bytes, 4108, 4, ""));
+    EXPECT_EQ((std::vector<int32_t>{0, 1, 0}), flags());
     EXPECT_EQ(std::vector<unsigned char>(64, kUntouched),
               std::vector<unsigned char>(buffer.begin() + 4112, buffer.end()));
 }
 
 namespace {
 
-// A host that answers 3086-3088 from raw bytes at the offsets it knows, the
-// way a host built from its own headers would. A configuration is 538 bytes:
-// its name, seven int32 at 255 (build, minor, major, module-table entries,
-// table id, reserved, current) and a second name at 283; a module-table entry
-// is 271 bytes: its name and four int32 at 255 (build, minor, major, fourth).
-// Entry i's numbers are 100 * (i + 1) + their place, so a field read from the
-// wrong place shows; the entry count is 2. target keeps the request's
-// leading int32s: {count} for 3087, {table id, count} for 3088.
+// A host that answers 3086-3088 from raw bytes at the offsets a host built
+// from its own headers knows: a configuration is 538 bytes (name, seven int32
+// at 255, a second name at 283), a module-table entry 271 (name, four int32 at
+// 255). Entry i's numbers are 100 * (i + 1) + their place, so a field read
+// from the wrong place shows. target keeps the request's leading int32s.
 int configurationHost(void* target, unsigned int code, intptr_t param1, intptr_t)
 {
     auto* block = reinterpret_cast<unsigned char*>(param1);
@@ -246,7 +224,8 @@ int configurationHost(void* target, unsigned int code, intptr_t param1, intptr_t
     const bool list = code == HostMsg::ConfigurationList;
     auto& asked = *static_cast<std::vector<int32_t>*>(target);
     asked = list ? int32sAt(block, {0}) : int32sAt(block, {0, 4});
-    auto* entries = static_cast<unsigned char*>(pointerAt(block, list ? 4 : 8));
+    unsigned char* entries = nullptr;
+    std::memcpy(&entries, block + (list ? 4 : 8), sizeof entries);
     if (!entries || asked.back() != 2)
         return 1;
     for (int i = 0; i < 2; ++i) {

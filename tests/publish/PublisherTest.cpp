@@ -1,7 +1,6 @@
-// The publishing tool: the shipped sample tree (which the whole run in
-// tests/e2e installs) is what the tool makes of the shipped manifest, its
-// lists read as the module's parsers read them, and manifests the module
-// could not read are refused by name.
+// The publishing tool: the shipped sample tree (which tests/e2e installs) is
+// what it makes of the shipped manifest, its lists read as the module's
+// parsers read them, and manifests the module could not read are refused.
 #include <zlib.h>
 
 #include <QDirIterator>

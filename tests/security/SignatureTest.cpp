@@ -1,7 +1,7 @@
-// Signed releases below the whole run (whose refusals are tests/e2e's
-// SignatureFaults): what the publisher signs minisign and the module accept,
-// the SHA-256 taken as a file arrives is the file on disk, and the list's hash
-// reaches the check through the parser and the state file.
+// Signed releases below the whole run (whose refusals, a list changed after
+// signing among them, are tests/e2e's SignatureFaults): what the publisher
+// signs minisign and the module accept, the SHA-256 taken as a file arrives
+// is the file on disk, and the list's hash survives the state file.
 #include <QCryptographicHash>
 #include <QDirIterator>
 #include <QProcess>
@@ -40,18 +40,10 @@ QByteArray sha256(const QByteArray& bytes)
     return QCryptographicHash::hash(bytes, QCryptographicHash::Sha256).toHex();
 }
 
-ScriptedReply partialReply(const QByteArray& whole, int from)
-{
-    return {"HTTP/1.1 206 Partial Content\r\nContent-Range: bytes " + QByteArray::number(from) + "-"
-            + QByteArray::number(whole.size() - 1) + "/" + QByteArray::number(whole.size())
-            + "\r\nContent-Length: " + QByteArray::number(whole.size() - from) + "\r\n\r\n" + whole.mid(from)};
-}
-
 }  // namespace
 
 // Every text of the shipped sample tree (the publisher's signed output, see
-// tests/publish) carries a signature that minisign and the module accept,
-// and the module refuses it for a list changed after signing.
+// tests/publish) carries a signature that minisign and the module accept.
 TEST(PublisherSignatures, EveryFetchedTextOfTheSignedSampleIsAcceptedByMinisignAndTheModule)
 {
     const QString publicFile = kSourceDir + "/examples/signing/release.pub";
@@ -66,11 +58,8 @@ TEST(PublisherSignatures, EveryFetchedTextOfTheSignedSampleIsAcceptedByMinisignA
         QByteArray output;
         ASSERT_EQ(0, run(DM_MINISIGN_PATH, {"-V", "-p", publicFile, "-m", path}, &output)) << output.toStdString();
         EXPECT_TRUE(output.contains("Trusted comment: serial=1 expires=2036-01-01T00:00:00Z")) << output.toStdString();
-        const QByteArray minisig = readFile(path + ".minisig");
-        const ListVerdict verdict = ListSignature::verify(readFile(path), minisig, {key}, 1, kNow);
+        const ListVerdict verdict = ListSignature::verify(readFile(path), readFile(path + ".minisig"), {key}, 1, kNow);
         EXPECT_TRUE(verdict.accepted) << verdict.reason.toStdString();
-        EXPECT_EQ(ListVerdict::BadSignature,
-                  ListSignature::verify(readFile(path) + "x", minisig, {key}, 1, kNow).refusal);
     }
     EXPECT_EQ(19, texts);
 }
@@ -80,13 +69,11 @@ TEST(PublisherSignatures, FlagsGiveTheTrustedCommentAndAKeyMinisignMadeSigns)
 {
     QTemporaryDir dir;
     const QString publicFile = dir.filePath("release.pub"), secretFile = dir.filePath("release.key");
+    const QString manifest = kSourceDir + "/examples/release/manifest.json";
     QByteArray output;
     ASSERT_EQ(0, run(DM_MINISIGN_PATH, {"-G", "-W", "-p", publicFile, "-s", secretFile}, &output)) << output.data();
-    ASSERT_EQ(0, run(DM_PUBLISHER_PATH, {"--sign", secretFile, "--serial", "42", "--expires",
-                                         "2040-02-29T23:59:59Z", kSourceDir + "/examples/release/manifest.json",
-                                         dir.filePath("server")},
-                     &output))
-        << output.toStdString();
+    ASSERT_EQ(0, run(DM_PUBLISHER_PATH, {"--sign", secretFile, "--serial", "42", "--expires", "2040-02-29T23:59:59Z",
+                                         manifest, dir.filePath("server")}, &output)) << output.toStdString();
     const QString list = dir.filePath("server/lists/Standard.modules.txt");
     ASSERT_EQ(0, run(DM_MINISIGN_PATH, {"-V", "-p", publicFile, "-m", list}, &output)) << output.toStdString();
     EXPECT_TRUE(output.contains("Trusted comment: serial=42 expires=2040-02-29T23:59:59Z")) << output.toStdString();
@@ -100,9 +87,7 @@ TEST(PublisherSignatures, FlagsGiveTheTrustedCommentAndAKeyMinisignMadeSigns)
     bytes.replace(2, 2, "Sc");
     const QString encrypted = dir.filePath("encrypted.key");
     writeText(encrypted, lines.value(0) + '\n' + bytes.toBase64() + '\n');
-    EXPECT_EQ(2, run(DM_PUBLISHER_PATH, {"--sign", encrypted, kSourceDir + "/examples/release/manifest.json",
-                                         dir.filePath("again")},
-                     &output));
+    EXPECT_EQ(2, run(DM_PUBLISHER_PATH, {"--sign", encrypted, manifest, dir.filePath("again")}, &output));
     EXPECT_TRUE(output.contains("minisign -G -W")) << output.toStdString();
 }
 
@@ -118,7 +103,9 @@ TEST(FileCheck, TheHashTakenAsAFileArrivesIsTheFileOnDisk)
         ScriptedReply reply;
     } rows[] = {
         {"whole file", QByteArray(), okReply(body)},
-        {"resumed: kept bytes and the rest", body.left(1300), partialReply(body, 1044)},
+        {"resumed: kept bytes and the rest", body.left(1300),
+         {"HTTP/1.1 206 Partial Content\r\nContent-Range: bytes 1044-4999/5000\r\nContent-Length: 3956\r\n\r\n"
+          + body.mid(1044)}},
         {"200 to a resume rewrites the stale kept bytes", patternBytes(1300, 99), okReply(body)},
     };
     for (const auto& row : rows) {
@@ -145,21 +132,18 @@ TEST(FileCheck, TheHashTakenAsAFileArrivesIsTheFileOnDisk)
 TEST(FileCheck, TheListsHashReachesAContinuedRunThroughTheStateFile)
 {
     const QByteArray hash = sha256("a.so's bytes");
-    const struct {
-        QByteArray line;
-        QByteArray sha256;  // empty: none kept
-        qint64 sizeKb;
-    } rows[] = {
-        {"a.so,1.0.0,x,0,/d,/f/a.gz,T,12," + hash, hash, 12},
-        {"b.so,1.0.0,x,0,/d,/f/b.gz,T,3," + hash + ",later fields", hash, 3},
-        {"c.so,1.0.0,x,0,/d,/f/c.gz,T,3", "", 0},  // a list as before
-        {"d.so,1.0.0,x,0,/d,/f/d.gz,T,3,", "", 0},
-        {"e.so,1.0.0,x,0,/d,/f/e.gz,T,3," + hash.toUpper(), "", 0},  // upper case is not the format
-        {"f.so,1.0.0,x,0,/d,/f/f.gz,T,3," + hash.left(63), "", 0},   // one digit short
+    // A list line and the hash and size kept for it (" 0": none).
+    const std::pair<QByteArray, QByteArray> rows[] = {
+        {"a.so,1.0.0,x,0,/d,/f/a.gz,T,12," + hash, hash + " 12"},
+        {"b.so,1.0.0,x,0,/d,/f/b.gz,T,3," + hash + ",later fields", hash + " 3"},
+        {"c.so,1.0.0,x,0,/d,/f/c.gz,T,3", " 0"},  // a list as before
+        {"d.so,1.0.0,x,0,/d,/f/d.gz,T,3,", " 0"},
+        {"e.so,1.0.0,x,0,/d,/f/e.gz,T,3," + hash.toUpper(), " 0"},  // upper case is not the format
+        {"f.so,1.0.0,x,0,/d,/f/f.gz,T,3," + hash.left(63), " 0"},   // one digit short
     };
     QStringList lines;
     for (const auto& row : rows)
-        lines << QString::fromLatin1(row.line);
+        lines << QString::fromLatin1(row.first);
     dlListModule list;
     CListedHashes parsed;
     parseModuleLines(lines, list, ModuleListBasis(), &parsed);
@@ -180,7 +164,6 @@ TEST(FileCheck, TheListsHashReachesAContinuedRunThroughTheStateFile)
     EXPECT_EQ(2, store.getLastDownloadHashes(continued));
     for (int i = 0; i < list.count; ++i) {
         const ListedHash kept = continued.value(list.modules[i]);
-        EXPECT_EQ(rows[i].sha256 + ' ' + QByteArray::number(rows[i].sizeKb),
-                  kept.sha256 + ' ' + QByteArray::number(kept.sizeKb)) << rows[i].line.constData();
+        EXPECT_EQ(rows[i].second, kept.sha256 + ' ' + QByteArray::number(kept.sizeKb)) << rows[i].first.constData();
     }
 }

@@ -23,8 +23,5 @@ public:
         };
     }
 
-    // Loads path into the store; the handle the module would get from 3163.
-    void* load(const QString& path) { return store.load(path); }
-
     ParameterStore store;
 };

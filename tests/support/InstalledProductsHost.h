@@ -46,8 +46,7 @@ public:
     void addConfiguration(const char* name, int major, int minor, int build, bool current,
                           int32_t tableId, std::vector<coreModuleEntry> modules)
     {
-        configs.push_back(installedConfig(name, major, minor, build, current,
-                                          int(modules.size()), tableId));
+        configs.push_back(installedConfig(name, major, minor, build, current, int(modules.size()), tableId));
         tables[tableId] = std::move(modules);
     }
 
@@ -55,8 +54,7 @@ public:
     {
         switch (code) {
         case HostMsg::ConfigurationCount:
-            *reinterpret_cast<int32_t*>(param1) =
-                reportedCount >= 0 ? reportedCount : int32_t(configs.size());
+            *reinterpret_cast<int32_t*>(param1) = reportedCount >= 0 ? reportedCount : int32_t(configs.size());
             return 0;
         case HostMsg::ConfigurationList: {
             ++configListRequests;
@@ -77,13 +75,11 @@ public:
         }
         case HostMsg::PathToConfigFile: {
             auto* request = reinterpret_cast<corePathToConfig*>(param1);
-            pathRequests.push_back(QByteArray(reinterpret_cast<const char*>(request),
-                                              int(sizeof *request)));
+            pathRequests.push_back(QByteArray(reinterpret_cast<const char*>(request), int(sizeof *request)));
             const auto found = configPaths.find(fieldBytes(request->name));
             if (found == configPaths.end())
                 return 1;
-            std::memcpy(reinterpret_cast<char*>(request) + offsetof(corePathToConfig, path),
-                        found->second.utf16(),
+            std::memcpy(reinterpret_cast<char*>(request) + offsetof(corePathToConfig, path), found->second.utf16(),
                         sizeof(char16_t) * std::size_t(found->second.size()));
             return 0;
         }

@@ -10,19 +10,13 @@
 
 #include "transfer/support/FileHelpers.h"
 
-inline void putServerFile(const QString& root, const QString& relative, const QByteArray& bytes)
-{
-    const QString path = root + relative;
-    QDir().mkpath(QFileInfo(path).path());
-    writeText(path, bytes);
-}
-
 // orders.so's size in kB is the caller's: the dialog's tests need a file
 // large enough to pause in, the script tests a quick one.
 inline void publishSampleServer(const QString& root, int ordersKb)
 {
     const auto put = [&root](const char* relative, const QByteArray& bytes) {
-        putServerFile(root, QString::fromLatin1(relative), bytes);
+        QDir().mkpath(QFileInfo(root + relative).path());
+        writeText(root + relative, bytes);
     };
     put("/configDesc.txt",
         "Standard,3.4.0,/configs/standard-modules.txt,/desc/standard.txt,Standard configuration\n");

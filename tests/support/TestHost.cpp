@@ -56,18 +56,13 @@ void TestHost::addLanguage(std::vector<coreLanguage>& list, const char* name, bo
 
 QByteArray TestHost::recordBytes(unsigned int code, intptr_t param1)
 {
+    static const std::map<unsigned int, int> sizes = {
+        {HostMsg::RegisterModule, sizeof(coreInterfaceRecord)}, {HostMsg::FindInterface, sizeof(coreInterfaceRecord)},
+        {HostMsg::RegisterTranslation, sizeof(coreTranslate)},  {HostMsg::FolderByType, sizeof(coreFolder)},
+        {HostMsg::ProxySettings, sizeof(mwiProxyState)}, {HostMsg::ConfigFileArrived, sizeof(coreConfigFileArrived)}};
+    const auto size = sizes.find(code);
     const char* record = reinterpret_cast<const char*>(param1);
-    if (!record)
-        return QByteArray();
-    switch (code) {
-    case HostMsg::RegisterModule:
-    case HostMsg::FindInterface: return QByteArray(record, sizeof(coreInterfaceRecord));
-    case HostMsg::RegisterTranslation: return QByteArray(record, sizeof(coreTranslate));
-    case HostMsg::FolderByType: return QByteArray(record, sizeof(coreFolder));
-    case HostMsg::ProxySettings: return QByteArray(record, sizeof(mwiProxyState));
-    case HostMsg::ConfigFileArrived: return QByteArray(record, sizeof(coreConfigFileArrived));
-    default: return QByteArray();
-    }
+    return record && size != sizes.end() ? QByteArray(record, size->second) : QByteArray();
 }
 
 int TestHost::send(void* target, unsigned int code, intptr_t param1, intptr_t param2)
@@ -143,7 +138,7 @@ int TestHost::logSink(const LogRecord* record)
 {
     if (!current_)
         return 1;
-    current_->logLines.push_back({QString::fromUtf16(record->source), record->type,
-                                  record->level, QString::fromUtf16(record->text)});
+    current_->logLines << QStringLiteral("%1 %2 %3 %4").arg(QString::fromUtf16(record->source)).arg(record->type)
+                              .arg(record->level).arg(QString::fromUtf16(record->text));
     return 0;
 }

@@ -1,8 +1,7 @@
 #pragma once
 // A host for tests: answers the module's messages from plain fields and
-// records every message with a copy of the record it carried, so tests can
-// assert on exactly what the module sent. One instance is current at a time;
-// creating one installs it with Initialize.
+// records every message with a copy of the record it carried. One instance is
+// current at a time; creating one installs it with Initialize.
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -10,6 +9,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <QStringList>
 
 #include "protocol/HostRecords.h"
 
@@ -21,13 +21,6 @@ struct RecordedMessage {
     QByteArray record;  // the bytes param1 pointed at when the message arrived
 };
 
-struct LoggedLine {
-    QString source;
-    int type;
-    int level;
-    QString text;
-};
-
 class TestHost {
 public:
     explicit TestHost(void* hostParam = nullptr);
@@ -37,7 +30,6 @@ public:
 
     static int send(void* target, unsigned int code, intptr_t param1, intptr_t param2);
     static int post(void* target, unsigned int code, intptr_t param1, intptr_t param2);
-    static TestHost* current() { return current_; }
 
     // Delivers a message to the module through the exported ReceiveMessage.
     int deliver(unsigned int code, intptr_t param1 = 0, intptr_t param2 = 0);
@@ -60,7 +52,7 @@ public:
 
     // What the host received.
     std::vector<RecordedMessage> messages;
-    std::vector<LoggedLine> logLines;
+    QStringList logLines;  // "source type level text"
 
     void* mainWindow() { return &mainWindowObject; }
     static void addLanguage(std::vector<coreLanguage>& list, const char* name, bool current);
