@@ -273,64 +273,51 @@ std::vector<dlModule> CSaveParamDownload::getLastDownloadModules(int state)
     return records;
 }
 
-int CSaveParamDownload::getLastDownloadModule(int state, int max, dlModule* out)
+void CSaveParamDownload::readLastDownloadModules(const std::function<bool(CXMLWorkData&)>& visit)
 {
-    if (!out)
-        return 0;
     CXMLWorkData* xml = getDefaultXml();
     if (!xml)
-        return 0;
-    int filled = 0;
+        return;
     std::unique_ptr<CXMLWorkData> node(xml->getFirstNode(kLastNode));
-    if (node && max > 0) {
-        forEachCountedModule(*node, [&](CXMLWorkData& child) {
-            if (child.readInteger("State", -1) == state)
-                readModuleNode(child, out[filled++]);
-            return filled < max;
-        });
-    }
+    if (node)
+        forEachCountedModule(*node, visit);
     saveDefaultXml(xml);
+}
+
+int CSaveParamDownload::getLastDownloadModule(int state, int max, dlModule* out)
+{
+    int filled = 0;
+    readLastDownloadModules([&](CXMLWorkData& child) {
+        if (filled < max && child.readInteger("State", -1) == state)
+            readModuleNode(child, out[filled++]);
+        return filled < max;
+    });
     return filled;
 }
 
 int CSaveParamDownload::getLastDownloadHashes(CListedHashes& hashes)
 {
-    CXMLWorkData* xml = getDefaultXml();
-    if (!xml)
-        return 0;
     int found = 0;
-    std::unique_ptr<CXMLWorkData> node(xml->getFirstNode(kLastNode));
-    if (node) {
-        forEachCountedModule(*node, [&](CXMLWorkData& child) {
-            const ListedHash hash = readHash(child);
-            if (!hash.isEmpty()) {
-                dlModule module = emptyDlModule();
-                readModuleNode(child, module);
-                hashes.insert(module, hash);
-                ++found;
-            }
-            return true;
-        });
-    }
-    saveDefaultXml(xml);
+    readLastDownloadModules([&](CXMLWorkData& child) {
+        const ListedHash hash = readHash(child);
+        if (!hash.isEmpty()) {
+            dlModule module = emptyDlModule();
+            readModuleNode(child, module);
+            hashes.insert(module, hash);
+            ++found;
+        }
+        return true;
+    });
     return found;
 }
 
 int CSaveParamDownload::getCountStateLastDownloadModule(int state)
 {
-    CXMLWorkData* xml = getDefaultXml();
-    if (!xml)
-        return 0;
     int count = 0;
-    std::unique_ptr<CXMLWorkData> node(xml->getFirstNode(kLastNode));
-    if (node) {
-        forEachCountedModule(*node, [&](CXMLWorkData& child) {
-            if (child.readInteger("State", -1) == state)
-                ++count;
-            return true;
-        });
-    }
-    saveDefaultXml(xml);
+    readLastDownloadModules([&](CXMLWorkData& child) {
+        count += child.readInteger("State", -1) == state;
+        return true;
+    });
     return count;
 }
 

@@ -16,6 +16,7 @@
 // Without a host callback nothing is loaded: getters leave their outputs
 // unchanged and count 0 (getCountLastDownloadModule: -1). Called on the GUI
 // thread.
+#include <functional>
 #include <optional>
 #include <vector>
 
@@ -78,6 +79,9 @@ public:
 
 private:
     CHostLink link() const;
+    // Loads the file, visits the counted module nodes of the last download
+    // until visit returns false, and hands the file back.
+    void readLastDownloadModules(const std::function<bool(CXMLWorkData&)>& visit);
 
     QString folder;
     std::optional<CHostLink> link_;
