@@ -9,6 +9,8 @@
 #include <QList>
 #include <QRegularExpression>
 
+#include "update/Minisign.h"
+
 namespace {
 
 // A secret key file's second line decodes to
@@ -98,10 +100,7 @@ QByteArray MinisignSigner::sign(const QByteArray& data, const QByteArray& truste
     QByteArray global(crypto_sign_BYTES, '\0');
     crypto_sign_detached(reinterpret_cast<unsigned char*>(global.data()), nullptr, bytes(covered),
                          static_cast<unsigned long long>(covered.size()), secret_);
-    QByteArray keyIdText;
-    for (int i = keyId_.size() - 1; i >= 0; --i)
-        keyIdText += QByteArray::number(uchar(keyId_[i]), 16).rightJustified(2, '0').toUpper();
-    return "untrusted comment: signature from update-publisher, key " + keyIdText + '\n'
+    return "untrusted comment: signature from update-publisher, key " + minisignKeyIdText(keyId_).toLatin1() + '\n'
         + (QByteArrayLiteral("ED") + keyId_ + signature).toBase64() + '\n'
         + "trusted comment: " + trustedComment + '\n' + global.toBase64() + '\n';
 }
